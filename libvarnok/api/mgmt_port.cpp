@@ -1,0 +1,151 @@
+// The physical port and its portal.
+#include "port_records.h"
+#include "varnok_bytes.h"
+#include "varnok_device_rules.h"
+#include "varnok_log.h"
+#include "varnok_mgmt_internal.h"
+
+#include <cerrno>
+#include <cstdio>
+
+namespace
+{
+
+using varnok::copy_field;
+
+struct code {
+    uint32_t driver;
+    uint32_t reported;
+};
+
+constexpr code pcie_speeds[] = {
+    {PCIE_SPEED_2_5GT, VARNOK_PCIE_SPEED_2_5GT},
+    {PCIE_SPEED_5_0GT, VARNOK_PCIE_SPEED_5_0GT},
+    {PCIE_SPEED_8_0GT, VARNOK_PCIE_SPEED_8_0GT},
+};
+
+constexpr code pcie_widths[] = {
+    {PCIE_LNK_X1, VARNOK_PCIE_WIDTH_X1},   {PCIE_LNK_X2, VARNOK_PCIE_WIDTH_X2},
+    {PCIE_LNK_X4, VARNOK_PCIE_WIDTH_X4},   {PCIE_LNK_X8, VARNOK_PCIE_WIDTH_X8},
+    {PCIE_LNK_X16, VARNOK_PCIE_WIDTH_X16}, {PCIE_LNK_X32, VARNOK_PCIE_WIDTH_X32},
+};
+
+constexpr code port_states[] = {{0, VARNOK_PORT_STATE_0}, {1, VARNOK_PORT_STATE_1}};
+
+constexpr code port_speeds[] = {
+    {10000, VARNOK_PORT_SPEED_10G}, {20000, VARNOK_PORT_SPEED_20G}, {25000, VARNOK_PORT_SPEED_25G},
+    {40000, VARNOK_PORT_SPEED_40G}, {50000, VARNOK_PORT_SPEED_50G},
+};
+
+template <size_t Size>
+uint32_t translate(const code (&table)[Size], uint32_t driver, uint32_t otherwise = 0)
+{
+    for (const code &row : table)
+        if (row.driver == driver)
+            return row.reported;
+    return otherwise;
+}
+
+void fill_extended(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
+{
+    const varnok_hw_info *const hw = pdb->hw_info;
+    port.PCIESpeed = translate(pcie_speeds, hw->pcie_speed);
+    port.PCIEWidth = translate(pcie_widths, hw->pcie_width);
+    port.PortState = translate(port_states, pdb->state, VARNOK_PORT_STATE_OTHER);
+    port.PortSpeed = translate(port_speeds, pdb->port_speed);
+    port.ChipRevId = hw->chip_rev_id;
+    port.MediaType = VARNOK_MEDIA_TYPE;
+    copy_field(port.HbaName, pdb->hba_name);
+    if (!varnok::is_newer_generation(hw->device_id))
+        return;
+    const uint32_t version = hw->mfw_version;
+    snprintf(reinterpret_cast<char *>(port.MFWVersion), sizeof port.MFWVersion,
+             "%02d.%02d.%02d.%02d", version >> 24 & 0xFF, version >> 16 & 0xFF, version >> 8 & 0xFF,
+             version & 0xFF);
+}
+
+void fill_common(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
+{
+    const varnok_hw_info *const hw = pdb->hw_info;
+    copy_field(port.ModelName, hw->model_name);
+    copy_field(port.ModelDesc, hw->model_desc);
+    copy_field(port.DriverVersion, hw->driver_version);
+    copy_field(port.DriverDate, hw->driver_date);
+    copy_field(port.DriverName, hw->driver_name);
+    port.DriverLoaded = hw->driver_loaded;
+    copy_field(port.SerialNum, hw->serial_num);
+    copy_field(port.FWVersion, hw->fw_version);
+    copy_field(port.MAC, pdb->mac);
+    port.MTU = pdb->mtu;
+    port.VendorID = hw->vendor_id;
+    port.DeviceID = hw->device_id;
+    port.SubVendorID = hw->ssvendor_id;
+    port.SubSystemID = hw->ssdevice_id;
+    port.PciDomainNum = hw->pci_domain;
+    port.PciBusNum = hw->pci_bus;
+    port.PciDeviceNum = hw->pci_dev;
+    port.PciFunctionNum = hw->pci_func;
+    port.PciRevision = hw->pci_rev;
+    port.PhyPortNum = hw->phy_port_number;
+    port.SessCount = pdb->session_cnt;
+}
+
+} // namespace
+
+uint32_t VARNOK_GetPhyPortInfo(uint32_t Handle, VARNOK_PHY_PORT_INFO *pPhyPort)
+{
+    LOG_TRACE("(", dec(Handle), "): entered.");
+    if (pPhyPort == nullptr) {
+        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
+        return VARNOK_STATUS_INVALID_PARAMETER;
+    }
+    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
+    if (pdb == nullptr) {
+        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+        return VARNOK_STATUS_FAILED;
+    }
+    const varnok::backend_operations &operations = varnok::operations_of(pdb);
+    if (operations.port_info_trace != nullptr)
+        LOG_TRACE("(", dec(Handle), operations.port_info_trace);
+    varnok_drv_port_info info = {};
+    uint32_t stat = 0;
+    if (operations.get_port_info(pdb, &info, &stat) != 0 || stat != 0) {
+        LOG_ERROR("(", dec(Handle), "): get port info failed. stat=", dec(stat),
+                  " errno=", dec(errno));
+        return varnok_xlate_err(stat);
+    }
+    varnok::refresh_port(pdb, info);
+    if (pPhyPort->Version == VARNOK_RECORD_VERSION_2)
+        fill_extended(*pPhyPort, pdb);
+    fill_common(*pPhyPort, pdb);
+    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
+    return VARNOK_STATUS_SUCCESS;
+}
+
+uint32_t VARNOK_GetIscsiPortal(uint32_t Handle, uint32_t *pPortalCount,
+                               VARNOK_ISCSI_PORTAL **pPortal)
+{
+    LOG_TRACE("(", dec(Handle), "): entered.");
+    const varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
+    if (pdb == nullptr) {
+        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+        return VARNOK_STATUS_FAILED;
+    }
+    if (*pPortalCount == 0) {
+        LOG_ERROR("(", dec(Handle), "): API portal count > apps portal count.");
+        *pPortalCount = 1;
+        return VARNOK_STATUS_INSUFFICIENT_BUFFER;
+    }
+    if (*pPortal == nullptr) {
+        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
+        return VARNOK_STATUS_INVALID_PARAMETER;
+    }
+    VARNOK_ISCSI_PORTAL &portal = **pPortal;
+    portal.IsIPv4 = static_cast<uint8_t>(varnok_is_non_zero(pdb->ipv4addr, sizeof pdb->ipv4addr));
+    copy_field(portal.IPv4Addr, pdb->ipv4addr);
+    portal.IPv4PortNum = pdb->ipv4_port;
+    copy_field(portal.IPv6Addr, pdb->ipv6addr);
+    portal.IPv6PortNum = pdb->ipv6_port;
+    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
+    return VARNOK_STATUS_SUCCESS;
+}

@@ -1,0 +1,36 @@
+// The library's identity, and the drivers' statuses as status codes.
+#include "varnok_core.h"
+#include "varnok_log.h"
+#include "varnok_mgmt_internal.h"
+
+#include <cstring>
+
+const char varnok_version_description[128] =
+    "Molvar Halcyon iSCSI API library version " VARNOK_API_VERSION_TEXT;
+const char varnok_api_version[13] = VARNOK_API_VERSION_TEXT;
+
+static constexpr uint32_t version_number = 0x05000200;
+
+uint32_t VARNOK_GetVersion(uint8_t *pVersion, uint32_t VersionSize)
+{
+    LOG_TRACE(": entered.");
+    if (pVersion != nullptr && VersionSize >= sizeof varnok_api_version)
+        memcpy(pVersion, varnok_api_version, sizeof varnok_api_version);
+    LOG_TRACE(": exiting. version=", hex(version_number));
+    return version_number;
+}
+
+uint32_t varnok_xlate_err(uint32_t stat)
+{
+    static constexpr uint32_t codes[] = {
+        VARNOK_STATUS_SUCCESS,           VARNOK_STATUS_FAILED,
+        VARNOK_STATUS_DRIVER_2,          VARNOK_STATUS_DRIVER_3,
+        VARNOK_STATUS_INVALID_PARAMETER, VARNOK_STATUS_DRIVER_5,
+        VARNOK_STATUS_DRIVER_6,          VARNOK_STATUS_NOT_FOUND,
+        VARNOK_STATUS_DRIVER_8,          VARNOK_STATUS_INSUFFICIENT_BUFFER,
+        VARNOK_STATUS_NO_MEMORY,         VARNOK_STATUS_DRIVER_FAILED,
+        VARNOK_STATUS_DRIVER_12,         VARNOK_STATUS_DRIVER_13,
+    };
+    // A request that failed without a status says nothing.
+    return stat >= 1 && stat <= 13 ? codes[stat] : VARNOK_STATUS_DRIVER_FAILED;
+}

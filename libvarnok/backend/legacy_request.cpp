@@ -1,0 +1,120 @@
+// One request to a legacy driver.
+#include "legacy_driver.h"
+#include "varnok_bytes.h"
+#include "varnok_log.h"
+
+#include <cerrno>
+#include <sys/ioctl.h>
+
+namespace
+{
+
+struct request_texts {
+    varnok_drv_request request;
+    const char *status_line;
+    const char *call_line;
+};
+
+constexpr request_texts texts[] = {
+    {VARNOK_DRV_REQUEST_HBA_CNT, ": Get HBA Count ioctl failed, ioctl_status=",
+     ": Get HBA Count ioctl function failed, errno="},
+    {VARNOK_DRV_REQUEST_HOSTNO, ": Get Host number ioctl failed, ioctl_status=",
+     ": Get Host number ioctl function failed, errno="},
+    {VARNOK_DRV_REQUEST_PCI_INFO,
+     ": Get pci info ioctl failed, ioctl_status=", ": Get pci info ioctl function failed, errno="},
+    {VARNOK_DRV_REQUEST_PORT_INFO, ": Get port info ioctl failed, ioctl_status=",
+     ": Get port info ioctl function failed, errno="},
+    {VARNOK_DRV_REQUEST_SESS_INFO, ": Get session info ioctl failed, ioctl_status=",
+     ": Get session info ioctl function failed, errno="},
+    {VARNOK_DRV_REQUEST_TGT_INFO,
+     ": Get tgt info ioctl failed, ioctl_status=", ": Get tgt info ioctl function failed, errno="},
+    {VARNOK_DRV_REQUEST_SCSI_CMD, ": send scsi cmd ioctl failed, ioctl_status=",
+     ": send scsi cmd ioctl function failed, errno="},
+};
+
+const request_texts &texts_of(varnok_drv_request request)
+{
+    const request_texts *row = texts;
+    while (row->request != request)
+        ++row;
+    return *row;
+}
+
+// The driver's status counts before the result of the call.
+uint32_t call_driver(const varnok::legacy_driver &driver, const char *func,
+                     varnok_drv_request request, int32_t handle, const varnok_priv_db *pdb,
+                     void *payload, uint32_t *stat)
+{
+    varnok_drv_ioctl header;
+    varnok::legacy_setup_header(driver, 0, payload, pdb, &header);
+    const int result =
+        ioctl(handle, static_cast<unsigned long>(driver.ioctl_base) + request, &header);
+    *stat = header.status;
+    if (*stat != 0) {
+        LOG_ERROR_AS(func, texts_of(request).status_line, dec(*stat));
+        return 1;
+    }
+    if (result != 0) {
+        LOG_ERROR_AS(func, texts_of(request).call_line, dec(errno));
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+uint32_t varnok::legacy_setup_header(const legacy_driver &driver, uint16_t subcmd, void *payload,
+                                     const varnok_priv_db *pdb, varnok_drv_ioctl *header)
+{
+    if (header == nullptr)
+        return 1;
+    *header = {};
+    memcpy(header->signature, driver.signature, strlen(driver.signature));
+    header->addrmode = VARNOK_DRV_IOCTL_ADDRMODE;
+    header->version = VARNOK_DRV_IOCTL_VERSION;
+    header->subcode = subcmd;
+    header->ioctlstructaddr = varnok_ptr_to_64bit(payload);
+    if (pdb != nullptr)
+        header->hbaselect = static_cast<uint16_t>(pdb->drvr_inst);
+    return 0;
+}
+
+uint32_t varnok::legacy_hba_count(const legacy_driver &driver, const char *func, int32_t handle,
+                                  int32_t *count)
+{
+    LOG_TRACE_AS(func, ": entered.");
+    varnok_drv_hba_cnt payload = {};
+    uint32_t stat = 0;
+    if (call_driver(driver, func, VARNOK_DRV_REQUEST_HBA_CNT, handle, nullptr, &payload, &stat) !=
+        0)
+        return 1;
+    *count = payload.hba_cnt;
+    LOG_TRACE_AS(func, ": exiting.");
+    return 0;
+}
+
+uint32_t varnok::legacy_hostno(const legacy_driver &driver, const char *func, varnok_priv_db *pdb,
+                               int32_t handle, uint32_t *host_no)
+{
+    LOG_TRACE_AS(func, "(", dec(pdb->drvr_inst), "): entered.");
+    varnok_drv_hostno payload = {};
+    uint32_t stat = 0;
+    if (call_driver(driver, func, VARNOK_DRV_REQUEST_HOSTNO, handle, pdb, &payload, &stat) != 0)
+        return 1;
+    *host_no = payload.host_no;
+    LOG_TRACE_AS(func, "(", dec(pdb->drvr_inst), "): exiting.");
+    return 0;
+}
+
+uint32_t varnok::legacy_query(const legacy_driver &driver, const char *func,
+                              varnok_drv_request request, int32_t handle, varnok_priv_db *pdb,
+                              void *record, uint32_t *stat)
+{
+    // Discovery asks before the port has a physical-function record.
+    const uint32_t apihandle = pdb->hw_info == nullptr ? 0 : pdb->hw_info->apihandle;
+    LOG_TRACE_AS(func, "(", dec(apihandle), "): entered.");
+    if (call_driver(driver, func, request, handle, pdb, record, stat) != 0)
+        return 1;
+    LOG_TRACE_AS(func, "(", dec(apihandle), "): exiting.");
+    return 0;
+}

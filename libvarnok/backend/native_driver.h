@@ -1,0 +1,58 @@
+// native_driver.h - the transport of the native drivers: one synchronous kernel callback for each
+// request, with an envelope that carries the port's host number, a status and the driver record.
+// Two drivers speak it and differ in the constants below.
+#pragma once
+
+#include "port_records.h"
+#include "varnok_driver_records.h"
+#include "varnok_instdb.h"
+#include "vmkapi_mgmt_lib.h"
+
+namespace varnok
+{
+
+struct native_driver {
+    vmk_MgmtApiSignature *signature;
+    vmk_MgmtUserHandle *handle;
+    phy_port_rule phy_port;
+};
+
+// The initialiser of a driver's callback table: the drivers' tables are alike.
+#define VARNOK_NATIVE_CALLBACK(id, envelope)                                                       \
+    {                                                                                              \
+        VMK_MGMT_CALLBACK_KERNEL, nullptr, 1, 1, {VMK_MGMT_PARMTYPE_INOUT}, {sizeof(envelope)}, id \
+    }
+#define VARNOK_NATIVE_CALLBACKS                                                                    \
+    {                                                                                              \
+        VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_HBA_CNT, varnok_drv_hba_cnt_cb),                \
+            VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_HOSTNO, varnok_drv_hostno_cb),              \
+            VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_PCI_INFO, varnok_drv_pci_info_cb),          \
+            VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_PORT_INFO, varnok_drv_port_info_cb),        \
+            VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_SESS_INFO, varnok_drv_sess_info_cb),        \
+            VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_TGT_INFO, varnok_drv_tgt_info_cb),          \
+            VARNOK_NATIVE_CALLBACK(VARNOK_DRV_CALLBACK_SCSI_CMD, varnok_drv_scsi_cmd_cb),          \
+    }
+
+// Runs one callback on the envelope; the result of the call itself, with errno.
+int native_invoke(const native_driver &driver, varnok_drv_callback id, void *envelope);
+
+// Each takes the name that its log lines carry. Discovery stores the number of ports kept at
+// start_inst.
+uint32_t native_find_all_instances(const native_driver &driver, const char *func,
+                                   uint32_t *start_inst);
+uint32_t native_open(const char *func, varnok_priv_db *pdb, uint32_t instance,
+                     uint32_t *papi_handle);
+uint32_t native_close(const char *func, varnok_priv_db *pdb);
+
+// The four queries. The record is written on success only; stat receives the driver's status, 0
+// when the call itself failed, 10 when memory did.
+uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
+                      varnok_drv_port_info *record, uint32_t *stat);
+uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
+                      varnok_drv_session_info *record, uint32_t *stat);
+uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
+                      varnok_drv_tgt_info *record, uint32_t *stat);
+uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
+                      varnok_drv_scsi_cmd_native *record, uint32_t *stat);
+
+} // namespace varnok

@@ -1,0 +1,80 @@
+#include "peltl_core.h"
+
+#include "legacy_driver.h"
+
+namespace
+{
+
+constexpr varnok::legacy_driver dxo_driver = {
+    DXO_IOCTL_SIGNATURE,     DXO_IOCTL_BASE,       varnok::phy_port_from_function,
+    varnok_get_hba_count_zt, varnok_get_hostno_zt, varnok_get_pci_info_zt,
+    varnok_get_port_info_zt,
+};
+
+} // namespace
+
+uint32_t varnok_setup_ioctl_struct_zt(uint16_t subcmd, void *payload, varnok_priv_db *pdb,
+                                      dxo_ioctl *header)
+{
+    return varnok::legacy_setup_header(dxo_driver, subcmd, payload, pdb, header);
+}
+
+uint32_t varnok_get_hba_count_zt(int32_t handle, int32_t *count)
+{
+    return varnok::legacy_hba_count(dxo_driver, __func__, handle, count);
+}
+
+uint32_t varnok_get_hostno_zt(varnok_priv_db *pdb, int32_t handle, uint32_t *host_no)
+{
+    return varnok::legacy_hostno(dxo_driver, __func__, pdb, handle, host_no);
+}
+
+uint32_t varnok_get_pci_info_zt(int32_t handle, varnok_priv_db *pdb, dxo_pci_info *record,
+                                uint32_t *stat)
+{
+    return varnok::legacy_query(dxo_driver, __func__, VARNOK_DRV_REQUEST_PCI_INFO, handle, pdb,
+                                record, stat);
+}
+
+uint32_t varnok_get_port_info_zt(int32_t handle, varnok_priv_db *pdb, dxo_port_info *record,
+                                 uint32_t *stat)
+{
+    return varnok::legacy_query(dxo_driver, __func__, VARNOK_DRV_REQUEST_PORT_INFO, handle, pdb,
+                                record, stat);
+}
+
+uint32_t varnok_get_sess_info_zt(int32_t handle, varnok_priv_db *pdb, dxo_session_info *record,
+                                 uint32_t *stat)
+{
+    return varnok::legacy_query(dxo_driver, __func__, VARNOK_DRV_REQUEST_SESS_INFO, handle, pdb,
+                                record, stat);
+}
+
+uint32_t varnok_get_tgt_info_zt(int32_t handle, varnok_priv_db *pdb, dxo_tgt_info *record,
+                                uint32_t *stat)
+{
+    return varnok::legacy_query(dxo_driver, __func__, VARNOK_DRV_REQUEST_TGT_INFO, handle, pdb,
+                                record, stat);
+}
+
+uint32_t varnok_send_scsi_cmd_zt(int32_t handle, varnok_priv_db *pdb, dxo_scsi_cmd *record,
+                                 uint32_t *stat)
+{
+    return varnok::legacy_query(dxo_driver, __func__, VARNOK_DRV_REQUEST_SCSI_CMD, handle, pdb,
+                                record, stat);
+}
+
+uint32_t varnok_find_all_instances_zt(const char *driver_name, uint32_t *start_inst)
+{
+    return varnok::legacy_find_all_instances(dxo_driver, __func__, driver_name, start_inst);
+}
+
+varnok_hw_info *varnok_get_hw_info_inst_zt(dxo_pci_info *pci)
+{
+    return varnok::hw_info_at(__func__, *pci);
+}
+
+varnok_priv_db *varnok_get_parent_port_zt(dxo_pci_info *pci)
+{
+    return varnok::port_at(__func__, *pci);
+}

@@ -1,0 +1,39 @@
+// varnok_core_ioctl.h - the legacy back-end of the older family, over the driver "tepli".
+//
+// handle is a descriptor open on the driver's character device. Statuses are 0 for success, 1 for
+// failure; stat receives the driver's status, on failure too. The driver fills the caller's record
+// in place.
+#pragma once
+
+#include "varnok_export.h"
+#include "varnok_instdb.h"
+#include "varnok_ioctl.h"
+
+extern "C" {
+
+// 1 when the header is null.
+VARNOK_PRIVATE uint32_t varnok_setup_ioctl_struct(uint16_t subcmd, void *payload,
+                                                  varnok_priv_db *pdb, tepli_ioctl *header);
+
+// Both store their number on success only.
+VARNOK_PRIVATE uint32_t varnok_get_hba_count(int32_t handle, int32_t *count);
+VARNOK_PRIVATE uint32_t varnok_get_hostno(varnok_priv_db *pdb, int32_t handle, uint32_t *host_no);
+
+VARNOK_PRIVATE uint32_t varnok_get_pci_info(int32_t handle, varnok_priv_db *pdb,
+                                            tepli_pci_info *record, uint32_t *stat);
+VARNOK_PRIVATE uint32_t varnok_get_port_info(int32_t handle, varnok_priv_db *pdb,
+                                             tepli_port_info *record, uint32_t *stat);
+// The caller sets the record's sess_num.
+VARNOK_PRIVATE uint32_t varnok_get_sess_info(int32_t handle, varnok_priv_db *pdb,
+                                             tepli_session_info *record, uint32_t *stat);
+// The caller sets the record's scsi_tgt_num.
+VARNOK_PRIVATE uint32_t varnok_get_tgt_info(int32_t handle, varnok_priv_db *pdb,
+                                            tepli_tgt_info *record, uint32_t *stat);
+// The caller fills the command.
+VARNOK_PRIVATE uint32_t varnok_send_scsi_cmd(int32_t handle, varnok_priv_db *pdb,
+                                             tepli_scsi_cmd *record, uint32_t *stat);
+
+// Discovery: adds the driver's admitted ports to the instance database and counts them on in
+// *start_inst.
+VARNOK_PRIVATE uint32_t varnok_find_all_instances(const char *driver_name, uint32_t *start_inst);
+}

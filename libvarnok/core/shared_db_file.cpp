@@ -1,0 +1,114 @@
+// The shared file: creating it, and growing one that an earlier version left shorter.
+#include "heap_buffer.h"
+#include "varnok_log.h"
+#include "varnok_shared_db.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr const char *func = "varnok_open_database";
+constexpr size_t file_size = sizeof(varnok_shared_db);
+constexpr mode_t file_mode = 0644;
+
+bool wrote_all(int fd, const uint8_t *bytes)
+{
+    return write(fd, bytes, file_size) == static_cast<ssize_t>(file_size);
+}
+
+enum class outcome { good, failed, withdrawn };
+
+// Fills a new file with zeros. A file that cannot be filled is withdrawn: closed and deleted.
+outcome fill_new(int fd)
+{
+    const varnok::heap_buffer<uint8_t> zeros(file_size);
+    if (!zeros) {
+        LOG_ERROR_AS(func, ": malloc tmp mem failed=", dec(errno));
+        return outcome::failed;
+    }
+    if (!wrote_all(fd, zeros.get()))
+        LOG_ERROR_AS(func, ": Unable to write completely to shared data file. errno=", dec(errno));
+    else if (fsync(fd) != 0)
+        LOG_ERROR_AS(func, ": fsync failed. errno=", dec(errno));
+    else
+        return outcome::good;
+    close(fd);
+    if (remove(varnok_db_fname) != 0)
+        LOG_ERROR_AS(func, ": Unable to remove shared data file. errno=", dec(errno));
+    return outcome::withdrawn;
+}
+
+// Keeps the bytes that are there at their offsets and adds zeros.
+outcome grow(int fd, size_t size)
+{
+    const varnok::heap_buffer<uint8_t> old(size == 0 ? 1 : size);
+    if (!old) {
+        LOG_ERROR_AS(func, ": malloc failed=", dec(errno));
+        return outcome::failed;
+    }
+    if (read(fd, old.get(), size) != static_cast<ssize_t>(size)) {
+        LOG_ERROR_AS(func, ": Unable to read shared data file. errno=", dec(errno));
+        return outcome::failed;
+    }
+    const varnok::heap_buffer<uint8_t> image(file_size);
+    if (!image) {
+        LOG_ERROR_AS(func, ": Unable to alloc new shared data buf. errno=", dec(errno));
+        return outcome::failed;
+    }
+    memcpy(image.get(), old.get(), size);
+    if (lseek(fd, 0, SEEK_SET) != 0) {
+        LOG_ERROR_AS(func, ": Unable to seek to beginning of shared data file. errno=", dec(errno));
+        return outcome::failed;
+    }
+    if (!wrote_all(fd, image.get())) {
+        LOG_ERROR_AS(func, ": Unable to upgrade shared data file. errno=", dec(errno));
+        return outcome::failed;
+    }
+    if (fsync(fd) != 0) {
+        LOG_ERROR_AS(func, ": fsync failed for existing file. errno=", dec(errno));
+        return outcome::failed;
+    }
+    LOG_TRACE_AS(func, ": done upgrading shared data file.");
+    return outcome::good;
+}
+
+outcome check_existing(int fd)
+{
+    struct stat status = {};
+    if (fstat(fd, &status) != 0) {
+        LOG_ERROR_AS(func, ": Unable to read shared data file. errno=", dec(errno));
+        return outcome::failed;
+    }
+    if (status.st_size >= static_cast<off_t>(file_size))
+        return outcome::good;
+    return grow(fd, static_cast<size_t>(status.st_size));
+}
+
+} // namespace
+
+int varnok::open_shared_file()
+{
+    outcome result = outcome::failed;
+    int fd = open(varnok_db_fname, O_RDWR, file_mode);
+    if (fd >= 0) {
+        result = check_existing(fd);
+    } else {
+        fd = open(varnok_db_fname, O_CREAT | O_RDWR, file_mode);
+        if (fd < 0) {
+            LOG_ERROR_AS(func, ": Unable to create shared data file. errno=", dec(errno));
+            return -1;
+        }
+        result = fill_new(fd);
+    }
+    if (result == outcome::good)
+        return fd;
+    if (result == outcome::failed)
+        close(fd);
+    return -1;
+}

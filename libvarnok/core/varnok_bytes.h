@@ -1,0 +1,37 @@
+// varnok_bytes.h - byte-array utilities.
+#pragma once
+
+#include "varnok_export.h"
+
+#include <cstdint>
+#include <cstring>
+
+extern "C" {
+
+// Copies size bytes in reverse order.
+VARNOK_PRIVATE void varnok_revcpy(uint8_t *destination, const uint8_t *source, uint32_t size);
+
+// Converts hexadecimal text, with or without 0x, to at most size bytes, a pair of digits each; the
+// rest of the destination becomes zero. An odd last digit is ignored. The text may be null.
+VARNOK_PRIVATE void varnok_to_array_hex(uint8_t *destination, const char *text, uint32_t size);
+
+// 1 when any of the bytes is nonzero, else 0.
+VARNOK_PRIVATE uint32_t varnok_is_non_zero(const uint8_t *bytes, uint32_t size);
+
+VARNOK_PRIVATE uint64_t varnok_ptr_to_64bit(const void *pointer);
+VARNOK_PRIVATE void *varnok_64bit_to_ptr(uint64_t value);
+}
+
+namespace varnok
+{
+
+template <size_t Size>
+void copy_field(uint8_t (&to)[Size], const uint8_t (&from)[Size])
+{
+    memcpy(to, from, Size);
+}
+
+// By value: the fields of packed records cannot be referred to.
+constexpr size_t smaller(size_t a, size_t b) { return a < b ? a : b; }
+
+} // namespace varnok

@@ -1,0 +1,230 @@
+#include "varnok_shared_db.h"
+
+#include "varnok_log.h"
+#include "varnok_sem.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/ipc.h>
+#include <sys/mman.h>
+#include <sys/sem.h>
+#include <unistd.h>
+
+static_assert(sizeof(varnok_hbaptevq) == 4116);
+static_assert(offsetof(varnok_hbaptevq, q_head) == 4096 &&
+              offsetof(varnok_hbaptevq, q_tail) == 4098 && offsetof(varnok_hbaptevq, rsvd) == 4100);
+static_assert(sizeof(varnok_shared_db) == 163840);
+static_assert(offsetof(varnok_shared_db, hbaptevq) == 32 &&
+              offsetof(varnok_shared_db, reserved) == 32960);
+
+const char varnok_db_fname[40] = "/tmp/varnok_shared.dat";
+key_t varnok_db_semkey = 831;
+int32_t varnok_db_sem_id = -1;
+int32_t varnok_shm_fildes = -1;
+varnok_shared_db *varnok_shared_data = nullptr;
+uint8_t varnok_library_instance = 0xFF;
+
+namespace
+{
+
+// The database semaphore for a scope, given back only if it was had. A wait that fails has warned
+// already, and the work goes on without it, as a log line does.
+class semaphore_hold
+{
+  public:
+    semaphore_hold() : held_(varnok_sem_wait(varnok_db_sem_id) == 0) {}
+    semaphore_hold(const semaphore_hold &) = delete;
+    semaphore_hold &operator=(const semaphore_hold &) = delete;
+    ~semaphore_hold() { release(); }
+
+    void release()
+    {
+        if (held_)
+            varnok_sem_signal(varnok_db_sem_id);
+        held_ = false;
+    }
+
+  private:
+    bool held_;
+};
+
+void remove_semaphore()
+{
+    varnok_sem_del(varnok_db_sem_id);
+    varnok_db_sem_id = -1;
+}
+
+bool map_file(int fd)
+{
+    void *const mapping =
+        mmap(nullptr, sizeof(varnok_shared_db), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (mapping == MAP_FAILED) {
+        LOG_ERROR_AS("varnok_open_database",
+                     ": Unable to map shared data file. errno=", dec(errno));
+        return false;
+    }
+    varnok_shared_data = static_cast<varnok_shared_db *>(mapping);
+    return true;
+}
+
+void sync_mapping() { msync(varnok_shared_data, sizeof(varnok_shared_db), MS_SYNC); }
+
+void take_slot(uint8_t slot)
+{
+    varnok_shared_data->libinst_flags[slot] |= varnok::slot_claimed | varnok::slot_in_use;
+    memset(&varnok_shared_data->hbaptevq[slot], 0, sizeof(varnok_hbaptevq));
+    varnok_library_instance = slot;
+}
+
+void claim_slot(const char *func)
+{
+    for (uint8_t slot = 0; slot < VARNOK_LIBINST_MAX; ++slot) {
+        if ((varnok_shared_data->libinst_flags[slot] & varnok::slot_in_use) != 0)
+            continue;
+        take_slot(slot);
+        LOG_ERROR_AS(func, ": assigned api_lib_instance=", dec(slot));
+        return;
+    }
+    for (uint8_t slot = 1; slot < VARNOK_LIBINST_MAX; ++slot)
+        varnok_shared_data->libinst_flags[slot] &= ~varnok::slot_in_use;
+    take_slot(0);
+    LOG_TRACE_AS(func, ": INFO - Assigning lib instance number to 0.");
+}
+
+void close_file(const char *func)
+{
+    if (varnok_shm_fildes < 0)
+        return;
+    LOG_ERROR_AS(func, ": close db file.");
+    if (varnok_shared_data != nullptr)
+        munmap(varnok_shared_data, sizeof(varnok_shared_db));
+    close(varnok_shm_fildes);
+    varnok_shm_fildes = -1;
+    varnok_shared_data = nullptr;
+}
+
+// Whoever waits on the semaphore would lose it.
+bool somebody_waits() { return semctl(varnok_db_sem_id, 0, GETNCNT) != 0; }
+
+// Gives the slot back; true when the file goes too.
+bool leave_slot(const char *func)
+{
+    LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance), ", going to clean up shared mem.");
+    semaphore_hold hold;
+    sync_mapping();
+    const uint8_t users = varnok_get_total_libinst_count();
+    const bool last = users <= 1;
+    if (last)
+        LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance),
+                     ", going to free up api instance.");
+    else
+        LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance),
+                     ", this is not last instance. load_inst=", dec(users));
+    varnok_shared_data->libinst_flags[varnok_library_instance] &=
+        ~(varnok::slot_claimed | varnok::slot_in_use);
+    LOG_TRACE_AS(func, ": delete_sem=", dec(last ? 1 : 0));
+    if (last && !somebody_waits()) {
+        hold.release();
+        remove_semaphore();
+    } else {
+        hold.release();
+        LOG_TRACE_AS(func, ": keeping semaphore.");
+    }
+    return last && users == 1;
+}
+
+} // namespace
+
+bool varnok::shared_db_is_set_up()
+{
+    return varnok_db_sem_id != -1 && varnok_shm_fildes >= 0 && varnok_shared_data != nullptr;
+}
+
+uint32_t varnok_open_database(int32_t *ret_handle)
+{
+    LOG_TRACE(": entered.");
+    *ret_handle = 0;
+    if (varnok::shared_db_is_set_up()) {
+        *ret_handle = varnok_shm_fildes;
+        return 0;
+    }
+    varnok_db_sem_id = varnok_sem_get(varnok_db_semkey);
+    if (varnok_db_sem_id == -1) {
+        LOG_ERROR(": WARNING - semget function not supported.\n"
+                  "  Each adapter instance should be opened at most one time. errno=",
+                  dec(errno));
+        return 1;
+    }
+    LOG_TRACE(": got varnok_db_sem_id=", dec(varnok_db_sem_id));
+
+    semaphore_hold hold;
+    const int fd = varnok::open_shared_file();
+    if (fd < 0 || !map_file(fd)) {
+        if (fd >= 0)
+            close(fd);
+        hold.release();
+        remove_semaphore();
+        return 1;
+    }
+    LOG_TRACE(": before accessing shared db.");
+    for (uint8_t slot = 0; slot < VARNOK_LIBINST_MAX; ++slot) {
+        LOG_TRACE(": libi=", dec(slot));
+        LOG_TRACE(": libinst_flags=", hex(varnok_shared_data->libinst_flags[slot]));
+    }
+    claim_slot(__func__);
+    sync_mapping();
+    hold.release();
+    *ret_handle = fd;
+    varnok_shm_fildes = fd;
+    LOG_TRACE(": varnok_shm_fildes=", dec(varnok_shm_fildes));
+    LOG_TRACE(": exiting. inst=", dec(varnok_library_instance));
+    return 0;
+}
+
+uint32_t varnok_close_database(int32_t)
+{
+    LOG_TRACE(": entered.");
+    bool delete_file = false;
+    if (varnok_db_sem_id != -1) {
+        if (varnok_library_instance >= VARNOK_LIBINST_MAX) {
+            close_file(__func__);
+            LOG_ERROR(": keeping shared db file.");
+            return 0;
+        }
+        // An earlier close may have kept the semaphore: then no slot is held any more.
+        if (varnok_shared_data != nullptr)
+            delete_file = leave_slot(__func__);
+    }
+    close_file(__func__);
+    if (!delete_file)
+        LOG_ERROR(": keeping shared db file.");
+    else {
+        LOG_ERROR(": deleting shared db file.");
+        if (remove(varnok_db_fname) != 0)
+            LOG_ERROR(": Unable to remove shared data file. errno=", dec(errno));
+    }
+    LOG_TRACE(": exiting, ret=", dec(0));
+    return 0;
+}
+
+uint8_t varnok_get_total_libinst_count(void)
+{
+    LOG_TRACE(": entered.");
+    FILE *const pipe = popen("lsof 2> /dev/null | grep libvarnok | wc -l", "r");
+    if (pipe == nullptr) {
+        LOG_ERROR(": popen failed.");
+        return 0;
+    }
+    char line[32] = "";
+    char last[32] = "";
+    while (fgets(line, sizeof line, pipe) != nullptr)
+        memcpy(last, line, sizeof last);
+    pclose(pipe);
+    const long lines = strtol(last, nullptr, 10);
+    if (lines <= 0)
+        return 0;
+    return static_cast<uint8_t>(lines / 2 > UINT8_MAX ? UINT8_MAX : lines / 2);
+}
