@@ -1,5 +1,5 @@
-// hostsim - makes the process that links it see a simulated host: the operating system's name, the user,
-// the legacy drivers' device nodes and the native drivers' management calls.
+// hostsim - makes the process that links it see a simulated host: the operating system's name, the
+// user, the legacy drivers' device nodes and the native drivers' management calls.
 #pragma once
 
 #include <cstddef>

@@ -1,0 +1,146 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+#include <vector>
+
+#include "calls.h"
+#include "drivers.h"
+#include "machine.h"
+
+using namespace hostsim;
+
+namespace
+{
+
+struct device {
+    int fd;
+    driver_id driver;
+};
+
+struct device_table {
+    std::mutex lock;
+    std::vector<device> open;
+
+    auto find(int fd)
+    {
+        return std::find_if(open.begin(), open.end(), [fd](const device &d) { return d.fd == fd; });
+    }
+};
+
+// Made at its first use: other libraries call these functions before constructors have run.
+device_table &devices()
+{
+    static auto *table = new device_table; // and after destructors
+    return *table;
+}
+
+// The legacy driver whose device node the path names.
+const driver_facts *driver_at(std::string_view path)
+{
+    constexpr std::string_view folder = "/dev/char/vmkdriver/";
+    if (!path.starts_with(folder))
+        return nullptr;
+    const auto *at = std::find_if(drivers.begin(), drivers.end(), [&](const driver_facts &d) {
+        return !d.native && d.name == path.substr(folder.size());
+    });
+    return at == drivers.end() ? nullptr : at;
+}
+
+int real_open(const char *path, int flags, mode_t mode)
+{
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+} // namespace
+
+int hostsim::open_devices()
+{
+    std::lock_guard lock(devices().lock);
+    return static_cast<int>(devices().open.size());
+}
+
+int calls::open(const char *path, int flags, mode_t mode)
+{
+    const driver_facts *d = driver_at(path);
+    machine *host = d ? current() : nullptr;
+    if (!host)
+        return real_open(path, flags, mode);
+
+    auto driver = static_cast<driver_id>(d - drivers.data());
+    if (host->open_device(driver) != 0)
+        return -1;
+    int fd = real_open("/dev/null", flags, mode); // a character device for fstat, too
+    if (fd >= 0) {
+        std::lock_guard lock(devices().lock);
+        devices().open.push_back({fd, driver});
+    }
+    return fd;
+}
+
+int calls::close(int fd)
+{
+    {
+        std::lock_guard lock(devices().lock);
+        auto at = devices().find(fd);
+        if (at != devices().open.end())
+            devices().open.erase(at);
+    }
+    return static_cast<int>(syscall(SYS_close, fd));
+}
+
+int calls::ioctl(int fd, unsigned long code, void *argument)
+{
+    std::optional<driver_id> driver;
+    {
+        std::lock_guard lock(devices().lock);
+        auto at = devices().find(fd);
+        if (at != devices().open.end())
+            driver = at->driver;
+    }
+    machine *host = driver ? current() : nullptr;
+    if (!host)
+        return static_cast<int>(syscall(SYS_ioctl, fd, code, argument));
+    return host->ioctl(*driver, code, argument);
+}
+
+int calls::uname(utsname *name)
+{
+    auto result = static_cast<int>(syscall(SYS_uname, name));
+    machine *host = result == 0 ? current() : nullptr;
+    if (host)
+        snprintf(name->sysname, sizeof name->sysname, "%s", host->description().sysname.c_str());
+    return result;
+}
+
+uid_t calls::geteuid()
+{
+    machine *host = current();
+    return host ? host->description().euid : static_cast<uid_t>(syscall(SYS_geteuid));
+}
+
+int calls::mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle)
+{
+    machine *host = current();
+    if (!host || !signature || !handle) {
+        errno = host ? EFAULT : ENOSYS;
+        return -1;
+    }
+    return host->init(*signature, *handle);
+}
+
+int calls::mgmt_invoke(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 callback,
+                       vmk_uint32 count, void *envelope)
+{
+    machine *host = current();
+    if (!host || instance != 0 || count != 1) {
+        errno = host ? EINVAL : ENOSYS;
+        return -1;
+    }
+    return host->invoke(handle, callback, envelope);
+}

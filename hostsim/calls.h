@@ -1,0 +1,22 @@
+// calls.h - the system's and the management library's calls as the simulated host answers them.
+// Whatever does not concern the host goes on to the kernel.
+#pragma once
+
+#include <sys/types.h>
+#include <sys/utsname.h>
+
+#include "vmkapi_mgmt_lib.h"
+
+namespace hostsim::calls
+{
+
+int open(const char *path, int flags, mode_t mode);
+int close(int fd);
+int ioctl(int fd, unsigned long code, void *argument);
+int uname(utsname *name);
+uid_t geteuid();
+int mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle);
+int mgmt_invoke(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 callback,
+                vmk_uint32 count, void *envelope);
+
+} // namespace hostsim::calls

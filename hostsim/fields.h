@@ -1,0 +1,40 @@
+// fields.h - the fields of the driver records by name, and values given for them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace hostsim
+{
+
+enum class field_kind : uint8_t { number, text, mac, ipv4, ipv6 };
+
+struct field {
+    std::string_view name;
+    field_kind kind;
+    uint16_t offset;
+    uint16_t size;
+};
+
+extern const std::span<const field> pci_fields;
+extern const std::span<const field> port_fields;
+extern const std::span<const field> session_fields;
+extern const std::span<const field> target_fields;
+
+const field *find_field(std::span<const field> fields, std::string_view name); // null: none
+
+// A field's value as it lies in the record; a text may be shorter than its field.
+struct setting {
+    const field *where;
+    std::string bytes;
+};
+using settings = std::vector<setting>;
+
+bool gives(const settings &given, size_t offset);
+void store(const settings &given, void *record);
+
+} // namespace hostsim

@@ -1,0 +1,51 @@
+// interpose.cpp - puts the simulated host's calls under their ordinary names, for a program that
+// links this or has it preloaded.
+#include <cstdarg>
+#include <fcntl.h>
+
+#include "calls.h"
+
+#define INTERPOSED extern "C" __attribute__((visibility("default")))
+
+INTERPOSED int open(const char *path, int flags, ...)
+{
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) {
+        va_list rest;
+        va_start(rest, flags);
+        mode = va_arg(rest, mode_t);
+        va_end(rest);
+    }
+    return hostsim::calls::open(path, flags, mode);
+}
+
+INTERPOSED int close(int fd) { return hostsim::calls::close(fd); }
+
+INTERPOSED int ioctl(int fd, unsigned long code, ...) noexcept
+{
+    va_list rest;
+    va_start(rest, code);
+    void *argument = va_arg(rest, void *);
+    va_end(rest);
+    return hostsim::calls::ioctl(fd, code, argument);
+}
+
+INTERPOSED int uname(struct utsname *name) noexcept { return hostsim::calls::uname(name); }
+
+INTERPOSED uid_t geteuid() noexcept { return hostsim::calls::geteuid(); }
+
+INTERPOSED int vmk_MgmtUserInit(vmk_MgmtApiSignature *signature, vmk_uint64,
+                                vmk_MgmtUserHandle *handle)
+{
+    return hostsim::calls::mgmt_init(signature, handle);
+}
+
+INTERPOSED int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance,
+                                             vmk_uint64 callback, vmk_uint32 count, ...)
+{
+    va_list parameters;
+    va_start(parameters, count);
+    void *envelope = count == 1 ? va_arg(parameters, void *) : nullptr;
+    va_end(parameters);
+    return hostsim::calls::mgmt_invoke(handle, instance, callback, count, envelope);
+}

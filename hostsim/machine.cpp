@@ -1,0 +1,266 @@
+#include "machine.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "drivers.h"
+#include "records.h"
+
+namespace hostsim
+{
+namespace
+{
+
+constexpr vmk_MgmtUserHandle first_handle = 0x4D680001;
+
+// How a request travels in either envelope.
+struct form {
+    request what;
+    uint32_t ioctl_number;
+    uint64_t callback;
+    size_t envelope_size;
+    size_t status_offset; // in the envelope
+    size_t record_offset; // in the envelope
+    size_t record_size;   // in an ioctl
+};
+
+#define ENVELOPE(number) VARNOK_DRV_REQUEST_##number, VARNOK_DRV_CALLBACK_##number
+constexpr form forms[] = {
+    {request::hba_cnt, ENVELOPE(HBA_CNT), sizeof(varnok_drv_hba_cnt_cb),
+     offsetof(varnok_drv_hba_cnt_cb, status), 0, sizeof(varnok_drv_hba_cnt)},
+    {request::hostno, ENVELOPE(HOSTNO), sizeof(varnok_drv_hostno_cb),
+     offsetof(varnok_drv_hostno_cb, status), 0, sizeof(varnok_drv_hostno)},
+    {request::pci_info, ENVELOPE(PCI_INFO), sizeof(varnok_drv_pci_info_cb), 4, 8,
+     sizeof(varnok_drv_pci_info)},
+    {request::port_info, ENVELOPE(PORT_INFO), sizeof(varnok_drv_port_info_cb), 4, 8,
+     sizeof(varnok_drv_port_info)},
+    {request::sess_info, ENVELOPE(SESS_INFO), sizeof(varnok_drv_sess_info_cb), 4, 8,
+     sizeof(varnok_drv_session_info)},
+    {request::tgt_info, ENVELOPE(TGT_INFO), sizeof(varnok_drv_tgt_info_cb), 4, 8,
+     sizeof(varnok_drv_tgt_info)},
+    {request::scsi_cmd, ENVELOPE(SCSI_CMD), sizeof(varnok_drv_scsi_cmd_cb), 4, 8,
+     sizeof(varnok_drv_scsi_cmd_ioctl)},
+};
+#undef ENVELOPE
+
+template <typename Match>
+const form *find_form(Match match)
+{
+    const auto *at = std::find_if(std::begin(forms), std::end(forms), match);
+    return at == std::end(forms) ? nullptr : at;
+}
+
+template <typename T>
+uint32_t give(const exchange &e, const T &record)
+{
+    poke(e.record, record);
+    return 0;
+}
+
+int fail(int error, int result = -1)
+{
+    errno = error;
+    return result;
+}
+
+bool is_name(const vmk_Name &name, std::string_view expected)
+{
+    return std::string_view(name.string, strnlen(name.string, sizeof name.string)) == expected;
+}
+
+bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
+{
+    if (!is_name(s.name, name) || !is_name(s.vendor, VARNOK_DRV_SIGNATURE_VENDOR) ||
+        s.version != VARNOK_DRV_SIGNATURE_VERSION || s.numCallbacks != std::size(forms) ||
+        !s.callbacks)
+        return false;
+    return std::equal(std::begin(forms), std::end(forms), s.callbacks,
+                      [](const form &f, const vmk_MgmtCallbackInfo &c) {
+                          return c.location == VMK_MGMT_CALLBACK_KERNEL && !c.callback &&
+                                 c.synchronous == 1 && c.numParms == 1 &&
+                                 c.parmTypes[0] == VMK_MGMT_PARMTYPE_INOUT &&
+                                 c.parmSizes[0] == f.envelope_size && c.callbackId == f.callback;
+                      });
+}
+
+} // namespace
+
+int machine::open_device(driver_id driver)
+{
+    std::lock_guard lock(one_at_a_time);
+    if (!described.by_driver[static_cast<size_t>(driver)].present)
+        return fail(ENOENT);
+    if (const fault *f = next_fault(driver, request::open, std::nullopt))
+        return fail(f->error.value_or(ENOENT));
+    return 0;
+}
+
+int machine::init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &handle)
+{
+    std::lock_guard lock(one_at_a_time);
+    for (size_t i = 0; i < drivers.size(); i++) {
+        if (!drivers[i].native || !described.by_driver[i].present ||
+            !is_signature(signature, drivers[i].name))
+            continue;
+        if (const fault *f = next_fault(static_cast<driver_id>(i), request::init, std::nullopt))
+            return fail(f->error.value_or(ENODEV),
+                        static_cast<int>(f->status.value_or(UINT32_MAX)));
+        handle = first_handle + i;
+        return 0;
+    }
+    return fail(ENODEV);
+}
+
+int machine::ioctl(driver_id driver, unsigned long code, void *header)
+{
+    std::lock_guard lock(one_at_a_time);
+    const driver_facts &d = facts(driver);
+    const form *f = find_form([&](const form &x) { return d.ioctl_base + x.ioctl_number == code; });
+    if (!f)
+        return fail(ENOTTY);
+    if (!header)
+        return fail(EFAULT);
+
+    varnok_drv_ioctl h;
+    std::memcpy(&h, header, sizeof h);
+    std::array<uint8_t, sizeof h.signature> signature{};
+    std::copy(d.ioctl_signature.begin(), d.ioctl_signature.end(), signature.begin());
+    if (std::memcmp(h.signature, signature.data(), signature.size()) != 0 ||
+        h.addrmode != VARNOK_DRV_IOCTL_ADDRMODE || h.version != VARNOK_DRV_IOCTL_VERSION)
+        return fail(EINVAL);
+    auto *record = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.ioctlstructaddr));
+    if (!record)
+        return fail(EFAULT);
+
+    exchange e{driver,
+               f->what,
+               code,
+               {static_cast<std::byte *>(header), sizeof h},
+               {record, f->record_size}};
+    return carry(e, offsetof(varnok_drv_ioctl, status));
+}
+
+int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope)
+{
+    std::lock_guard lock(one_at_a_time);
+    const uint64_t index = handle - first_handle;
+    if (index >= drivers.size() || !drivers[index].native || !described.by_driver[index].present)
+        return fail(EBADF);
+    const form *f = find_form([&](const form &x) { return x.callback == callback; });
+    if (!f)
+        return fail(EINVAL);
+    if (!envelope)
+        return fail(EFAULT);
+
+    std::span<std::byte> header(static_cast<std::byte *>(envelope), f->envelope_size);
+    exchange e{static_cast<driver_id>(index), f->what, callback, header,
+               header.subspan(f->record_offset)};
+    return carry(e, f->status_offset);
+}
+
+int machine::carry(exchange &e, size_t status_offset)
+{
+    // A call that fails leaves everything as it was sent.
+    const std::span<std::byte> header = e.header, record = e.record;
+    const std::vector<std::byte> sent_header(header.begin(), header.end());
+    const std::vector<std::byte> sent_record(record.begin(), record.end());
+
+    if (on_request)
+        on_request(e);
+    if (e.status == 0 && e.transport_errno == 0)
+        e.status = answer(e);
+    if (on_answer)
+        on_answer(e);
+
+    if (e.transport_errno == 0 || e.status != 0) {
+        poke(header, e.status, status_offset);
+    } else {
+        std::copy(sent_header.begin(), sent_header.end(), header.begin());
+        std::copy(sent_record.begin(), sent_record.end(), record.begin());
+    }
+    return e.transport_errno == 0 ? 0 : fail(e.transport_errno);
+}
+
+const port *machine::find_port(const exchange &e) const
+{
+    const driver_ports &ports = described.by_driver[static_cast<size_t>(e.driver)];
+    uint64_t instance = 0;
+    if (!facts(e.driver).native) {
+        instance = peek<uint16_t>(e.header, offsetof(varnok_drv_ioctl, hbaselect));
+    } else if (e.what == request::hostno) {
+        instance = peek<uint64_t>(e.header);
+    } else {
+        auto at = ports.by_host_no.find(peek<uint32_t>(e.header));
+        return at == ports.by_host_no.end() ? nullptr : at->second;
+    }
+    return instance < ports.by_instance.size() ? ports.by_instance[instance] : nullptr;
+}
+
+// The first fault that fires; all of them count the request.
+const fault *machine::next_fault(driver_id driver, request what, std::optional<uint32_t> instance)
+{
+    const fault *fires = nullptr;
+    for (fault &f : described.faults) {
+        if (f.driver != driver || f.what != what || (f.instance && f.instance != instance))
+            continue;
+        f.seen++;
+        if (!fires && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))
+            fires = &f;
+    }
+    return fires;
+}
+
+uint32_t machine::answer(exchange &e)
+{
+    const port *p = e.what == request::hba_cnt ? nullptr : find_port(e);
+    std::optional<uint32_t> instance;
+    if (p)
+        instance = p->instance;
+
+    if (const fault *f = next_fault(e.driver, e.what, instance)) {
+        e.transport_errno = f->error.value_or(0);
+        if (f->sense && e.transport_errno == 0)
+            store_sense(e, *f->sense);
+        return f->status.value_or(f->sense ? described.check_condition_status : 0);
+    }
+    if (e.what == request::hba_cnt) {
+        const driver_ports &ports = described.by_driver[static_cast<size_t>(e.driver)];
+        return give(e, facts(e.driver).native ? static_cast<int32_t>(ports.by_instance.size())
+                                              : ports.answering);
+    }
+    if (!p || p->described->absent)
+        return status_not_found;
+    return answer_port(e, *p);
+}
+
+uint32_t machine::answer_port(const exchange &e, const port &p)
+{
+    const auto session = [&](uint32_t number) { return p.described->session(number); };
+    switch (e.what) {
+    case request::hostno:
+        poke(e.record, p.host_no,
+             facts(e.driver).native ? offsetof(varnok_drv_hostno_cb, host_no)
+                                    : offsetof(varnok_drv_hostno, host_no));
+        return 0;
+    case request::pci_info:
+        return give(e, pci_record(p));
+    case request::port_info:
+        return give(e, port_record(p));
+    case request::sess_info: {
+        auto number = peek<uint32_t>(e.record, offsetof(varnok_drv_session_info, sess_num));
+        const session_description *s = session(number);
+        return s ? give(e, session_record(p, *s, number)) : status_not_found;
+    }
+    case request::tgt_info: {
+        auto number = peek<uint32_t>(e.record, offsetof(varnok_drv_tgt_info, scsi_tgt_num));
+        const session_description *s = session(number);
+        return s ? give(e, target_record(p, *s, number)) : status_not_found;
+    }
+    default:
+        return answer_scsi(e, p);
+    }
+}
+
+} // namespace hostsim

@@ -1,0 +1,102 @@
+// scenario.h - the simulated host as its scenario describes it. A repeated description stands once.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "fields.h"
+#include "hostsim.h"
+
+namespace hostsim
+{
+
+struct lun_description {
+    uint64_t size = 100ull << 30;
+    uint32_t block_size = 512;
+    uint8_t device_type = 0;
+    std::string vendor = "MOLVAR";
+    std::string product = "HALCYON LUN";
+    std::string revision = "1.00";
+    std::string file; // empty: the contents are in memory
+};
+
+struct lun_entry {
+    uint64_t wire; // the eight bytes of the LUN, the first most significant
+    uint32_t description;
+};
+
+struct session_description {
+    uint32_t first = 0; // its first copy's session number
+    uint32_t copies = 1;
+    settings session;
+    settings target;
+    std::vector<lun_description> lun_descriptions;
+    std::vector<lun_entry> luns; // in ascending order
+};
+
+struct port_description {
+    driver_id driver{};
+    bool absent = false;
+    settings pci;
+    settings port;
+    std::vector<session_description> sessions;
+    uint32_t session_count = 0;
+
+    const session_description *session(uint32_t number) const; // null: no such session
+};
+
+struct port {
+    const port_description *described;
+    uint32_t index;    // among all ports
+    uint32_t instance; // among its driver's ports
+    uint32_t board;    // two ports of a driver make a board
+    uint32_t host_no;
+    uint64_t first_target; // targets are numbered through the whole host
+};
+
+struct sense_code {
+    uint8_t key = 0;
+    uint8_t asc = 0;
+    uint8_t ascq = 0;
+};
+
+struct fault {
+    driver_id driver{};
+    request what{};
+    std::optional<uint32_t> instance;
+    uint32_t nth = 1;
+    uint32_t times = 1; // 0: for ever
+    std::optional<uint32_t> status;
+    std::optional<int> error;
+    std::optional<sense_code> sense;
+    uint64_t seen = 0; // matching requests so far
+};
+
+struct driver_ports {
+    bool present = false;
+    int32_t answering = 0; // ports that are not absent
+    std::vector<const port *> by_instance;
+    std::unordered_map<uint32_t, const port *> by_host_no;
+};
+
+struct scenario {
+    std::string sysname = "VMkernel";
+    uint32_t euid = 0;
+    uint32_t check_condition_status = 0;
+    std::deque<port_description> descriptions; // deques: pointers into them stay good
+    std::deque<port> ports;
+    uint32_t boards = 0;
+    std::array<driver_ports, 4> by_driver;
+    std::vector<fault> faults;
+};
+
+// Throws scenario_error.
+scenario read_scenario(std::string_view text, const std::string &base);
+
+} // namespace hostsim

@@ -1,0 +1,243 @@
+#include "scsi.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+namespace hostsim
+{
+namespace
+{
+
+constexpr sense_code medium_read_error = {0x03, 0x11, 0x00};
+constexpr sense_code medium_write_error = {0x03, 0x0C, 0x00};
+constexpr sense_code unknown_opcode = {0x05, 0x20, 0x00};
+constexpr sense_code lba_out_of_range = {0x05, 0x21, 0x00};
+constexpr sense_code bad_field = {0x05, 0x24, 0x00};
+constexpr sense_code no_such_lun = {0x05, 0x25, 0x00};
+
+struct context {
+    const session_description &target;
+    const lun_description *lun; // null: the target does not have it
+    uint64_t identity;          // of the disk, one among all of the host
+    const scsi_command &command;
+    disk_contents &contents;
+};
+
+template <typename T>
+void put(uint8_t *to, T value)
+{
+    for (size_t i = sizeof value; i-- > 0; value = static_cast<T>(value >> 8))
+        to[i] = static_cast<uint8_t>(value);
+}
+
+// A big-endian number at a place of the CDB.
+uint64_t cdb_field(const context &c, size_t at, size_t size)
+{
+    uint64_t value = 0;
+    for (uint8_t byte : c.command.cdb.subspan(at, size))
+        value = value << 8 | byte;
+    return value;
+}
+
+// Data from the device, cut to the allocation length and to the caller's room.
+scsi_result give(const context &c, std::span<const uint8_t> data, uint64_t allocation)
+{
+    size_t n = std::min({data.size(), c.command.in.size(), static_cast<size_t>(allocation)});
+    if (n != 0)
+        std::memcpy(c.command.in.data(), data.data(), n);
+    return {{}, n};
+}
+
+scsi_result check(const sense_code &sense) { return {sense, 0}; }
+
+scsi_result test_unit_ready(const context &) { return {}; }
+
+scsi_result request_sense(const context &c)
+{
+    constexpr uint8_t descriptor_format = 1;
+    if (c.command.cdb[1] & descriptor_format)
+        return check(bad_field);
+    return give(c, fixed_sense(c.lun ? sense_code{} : no_such_lun), c.command.cdb[4]);
+}
+
+void put_text(uint8_t *to, std::string_view text, size_t size)
+{
+    std::memset(to, ' ', size);
+    std::memcpy(to, text.data(), text.size());
+}
+
+std::vector<uint8_t> product_data(const context &c, uint8_t page)
+{
+    constexpr uint64_t naa_locally_assigned = 3ull << 60;
+    std::vector<uint8_t> data = {c.lun->device_type, page, 0, 0};
+    if (page == 0x00) {
+        data.insert(data.end(), {0x00, 0x80, 0x83});
+    } else if (page == 0x80) {
+        char serial[17];
+        snprintf(serial, sizeof serial, "%016llx", static_cast<unsigned long long>(c.identity));
+        data.insert(data.end(), serial, serial + 16);
+    } else if (page == 0x83) {
+        data.insert(data.end(), {0x01, 0x03, 0x00, 0x08}); // binary, the unit's NAA identifier
+        data.resize(data.size() + 8);
+        put(&data[8], naa_locally_assigned | c.identity);
+    } else {
+        return {};
+    }
+    put(&data[2], static_cast<uint16_t>(data.size() - 4));
+    return data;
+}
+
+scsi_result inquiry(const context &c)
+{
+    constexpr uint8_t evpd = 1, no_device = 0x7F;
+    const uint8_t page = c.command.cdb[2];
+    const uint64_t allocation = cdb_field(c, 3, 2);
+
+    if (c.command.cdb[1] & evpd) {
+        std::vector<uint8_t> data = c.lun ? product_data(c, page) : std::vector<uint8_t>();
+        return data.empty() ? check(bad_field) : give(c, data, allocation);
+    }
+    if (page != 0)
+        return check(bad_field);
+
+    // SPC-4, hierarchical LUNs, 31 more bytes, command queueing.
+    std::array<uint8_t, 36> data = {0, 0, 0x06, 0x12, 31, 0, 0, 0x02};
+    data[0] = c.lun ? c.lun->device_type : no_device;
+    put_text(&data[8], c.lun ? c.lun->vendor : "", 8);
+    put_text(&data[16], c.lun ? c.lun->product : "", 16);
+    put_text(&data[32], c.lun ? c.lun->revision : "", 4);
+    return give(c, data, allocation);
+}
+
+scsi_result report_luns(const context &c)
+{
+    constexpr uint8_t well_known_only = 1, all = 2;
+    const uint8_t select = c.command.cdb[2];
+    if (select > all)
+        return check(bad_field);
+
+    size_t count = select == well_known_only ? 0 : c.target.luns.size();
+    std::vector<uint8_t> data(8 + 8 * count);
+    put(&data[0], static_cast<uint32_t>(8 * count));
+    for (size_t i = 0; i < count; i++)
+        put(&data[8 + 8 * i], c.target.luns[i].wire);
+    return give(c, data, cdb_field(c, 6, 4));
+}
+
+uint64_t last_block(const context &c) { return c.lun->size / c.lun->block_size - 1; }
+
+scsi_result read_capacity_10(const context &c)
+{
+    std::array<uint8_t, 8> data{};
+    put(&data[0], static_cast<uint32_t>(std::min<uint64_t>(last_block(c), UINT32_MAX)));
+    put(&data[4], c.lun->block_size);
+    return give(c, data, data.size());
+}
+
+scsi_result read_capacity_16(const context &c)
+{
+    constexpr uint8_t service_action = 0x10;
+    if ((c.command.cdb[1] & 0x1F) != service_action)
+        return check(bad_field);
+    std::array<uint8_t, 32> data{};
+    put(&data[0], last_block(c));
+    put(&data[8], c.lun->block_size);
+    return give(c, data, cdb_field(c, 10, 4));
+}
+
+// READ and WRITE: bytes move as far as the caller's buffer goes.
+scsi_result move_blocks(const context &c, uint64_t lba, uint64_t blocks, bool write)
+{
+    const uint64_t last = last_block(c);
+    if (lba > last || blocks > last - lba + 1)
+        return check(lba_out_of_range);
+
+    const uint64_t offset = lba * c.lun->block_size;
+    const uint64_t room = write ? c.command.out.size() : c.command.in.size();
+    const auto n = static_cast<size_t>(std::min(blocks * c.lun->block_size, room));
+    const std::string &file = c.lun->file;
+    bool done = true;
+    if (write && file.empty())
+        c.contents[c.identity].write(offset, c.command.out.first(n));
+    else if (write)
+        done = write_file(file, offset, c.command.out.first(n));
+    else if (file.empty())
+        c.contents[c.identity].read(offset, c.command.in.first(n));
+    else
+        done = read_file(file, offset, c.command.in.first(n));
+
+    if (!done)
+        return check(write ? medium_write_error : medium_read_error);
+    return {{}, n};
+}
+
+scsi_result move_10(const context &c)
+{
+    constexpr uint8_t write = 0x2A;
+    return move_blocks(c, cdb_field(c, 2, 4), cdb_field(c, 7, 2), c.command.cdb[0] == write);
+}
+
+scsi_result move_16(const context &c)
+{
+    constexpr uint8_t write = 0x8A;
+    return move_blocks(c, cdb_field(c, 2, 8), cdb_field(c, 10, 4), c.command.cdb[0] == write);
+}
+
+enum class needs { nothing, unit, disk };
+
+struct operation {
+    uint8_t opcode;
+    uint8_t cdb_size;
+    needs what;
+    scsi_result (*run)(const context &);
+};
+
+constexpr operation operations[] = {
+    {0x00, 6, needs::unit, test_unit_ready},   {0x03, 6, needs::nothing, request_sense},
+    {0x12, 6, needs::nothing, inquiry},        {0x25, 10, needs::disk, read_capacity_10},
+    {0x28, 10, needs::disk, move_10},          {0x2A, 10, needs::disk, move_10},
+    {0x88, 16, needs::disk, move_16},          {0x8A, 16, needs::disk, move_16},
+    {0x9E, 16, needs::disk, read_capacity_16}, {0xA0, 12, needs::nothing, report_luns},
+};
+
+} // namespace
+
+std::array<uint8_t, sense_size> fixed_sense(const sense_code &sense)
+{
+    std::array<uint8_t, sense_size> bytes{};
+    bytes[0] = 0x70;
+    bytes[2] = sense.key;
+    bytes[7] = sense_size - 8;
+    bytes[12] = sense.asc;
+    bytes[13] = sense.ascq;
+    return bytes;
+}
+
+scsi_result run_scsi(const session_description &target, uint64_t target_number, uint64_t lun,
+                     const scsi_command &command, disk_contents &contents)
+{
+    auto at = std::lower_bound(target.luns.begin(), target.luns.end(), lun,
+                               [](const lun_entry &e, uint64_t wire) { return e.wire < wire; });
+    bool there = at != target.luns.end() && at->wire == lun;
+    auto position = static_cast<uint64_t>(at - target.luns.begin());
+    const context c = {target, there ? &target.lun_descriptions[at->description] : nullptr,
+                       target_number << 16 | position, command, contents};
+
+    if (command.cdb.empty())
+        return check(bad_field);
+    const auto *op = std::find_if(std::begin(operations), std::end(operations),
+                                  [&](const operation &o) { return o.opcode == command.cdb[0]; });
+    const bool known = op != std::end(operations);
+    if (!there && (!known || op->what != needs::nothing))
+        return check(no_such_lun);
+    if (!known || (op->what == needs::disk && c.lun->device_type != 0))
+        return check(unknown_opcode);
+    if (command.cdb.size() < op->cdb_size)
+        return check(bad_field);
+    return op->run(c);
+}
+
+} // namespace hostsim

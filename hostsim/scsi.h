@@ -1,0 +1,39 @@
+// scsi.h - the logical units behind a target, as SCSI commands meet them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <unordered_map>
+
+#include "disk.h"
+#include "scenario.h"
+
+namespace hostsim
+{
+
+struct scsi_command {
+    std::span<const uint8_t> cdb;
+    std::span<std::byte> in;        // room for data from the device
+    std::span<const std::byte> out; // data to the device
+};
+
+struct scsi_result {
+    sense_code sense{}; // all zero: GOOD
+    size_t moved = 0;   // bytes
+};
+
+inline bool is_good(const sense_code &s) { return s.key == 0 && s.asc == 0 && s.ascq == 0; }
+
+inline constexpr size_t sense_size = 18;
+std::array<uint8_t, sense_size> fixed_sense(const sense_code &sense);
+
+// The contents of the disks in memory, by the disk's identity.
+using disk_contents = std::unordered_map<uint64_t, sparse_bytes>;
+
+// Carries the command out at a LUN (its eight bytes) of the target. target_number is the target's
+// number in the host.
+scsi_result run_scsi(const session_description &target, uint64_t target_number, uint64_t lun,
+                     const scsi_command &command, disk_contents &contents);
+
+} // namespace hostsim

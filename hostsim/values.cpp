@@ -1,0 +1,207 @@
+#include "values.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <charconv>
+#include <cstring>
+
+namespace hostsim
+{
+namespace
+{
+
+// The whole of text as a number, or nothing.
+std::optional<uint64_t> parse(std::string_view text, int radix)
+{
+    uint64_t n = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), n, radix);
+    if (error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return n;
+}
+
+// Pairs of hexadecimal digits, one separator between them; empty when text is anything else.
+std::string parse_pairs(std::string_view text, char separator, size_t count)
+{
+    std::string bytes;
+    if (text.size() != count * 3 - 1)
+        return bytes;
+    for (size_t i = 0; i < text.size(); i += 3) {
+        auto byte = parse(text.substr(i, 2), 16);
+        if (!byte || (i != 0 && text[i - 1] != separator))
+            return {};
+        bytes.push_back(static_cast<char>(*byte));
+    }
+    return bytes;
+}
+
+std::string_view text_of(const json &value)
+{
+    return value.is_string() ? std::string_view(value.get_ref<const std::string &>())
+                             : std::string_view();
+}
+
+std::string address(const json &value, const place &at, int family, size_t size, const char *what)
+{
+    std::array<char, 16> bytes{};
+    if (inet_pton(family, std::string(text_of(value)).c_str(), bytes.data()) != 1)
+        at.fail(std::string("not an ") + what + " address");
+    return {bytes.data(), size};
+}
+
+} // namespace
+
+std::string place::text() const
+{
+    std::string above = up ? up->text() : std::string();
+    if (!above.empty() && !key.empty())
+        above += '.';
+    above += key;
+    if (index != no_index)
+        above += '[' + std::to_string(index) + ']';
+    return above;
+}
+
+void place::fail(const std::string &what) const
+{
+    std::string where = text();
+    throw scenario_error(where.empty() ? what : where + ": " + what);
+}
+
+uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t max)
+{
+    std::optional<uint64_t> n;
+    if (value.is_number_unsigned())
+        n = value.get<uint64_t>();
+    else if (text_of(value).starts_with("0x"))
+        n = parse(text_of(value).substr(2), 16);
+    if (!n || *n < min || *n > max)
+        at.fail("not a number from " + std::to_string(min) + " to " + std::to_string(max));
+    return *n;
+}
+
+uint32_t to_u32(const json &value, const place &at, uint32_t min, uint32_t max)
+{
+    return static_cast<uint32_t>(to_number(value, at, min, max));
+}
+
+bool to_bool(const json &value, const place &at)
+{
+    if (!value.is_boolean())
+        at.fail("not true or false");
+    return value.get<bool>();
+}
+
+std::string to_text(const json &value, const place &at, size_t max_bytes)
+{
+    if (!value.is_string())
+        at.fail("not a text");
+    if (text_of(value).size() > max_bytes)
+        at.fail("longer than " + std::to_string(max_bytes) + " bytes");
+    return std::string(text_of(value));
+}
+
+size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices)
+{
+    std::string list;
+    for (size_t i = 0; i < choices.size(); i++) {
+        if (value.is_string() && text_of(value) == choices[i])
+            return i;
+        list += (i == 0 ? "" : ", ") + std::string(choices[i]);
+    }
+    at.fail("not one of " + list);
+}
+
+uint64_t to_byte_count(const json &value, const place &at)
+{
+    if (value.is_number_unsigned())
+        return value.get<uint64_t>();
+
+    constexpr std::array<std::string_view, 7> units = {"B",   "KiB", "MiB", "GiB",
+                                                       "TiB", "PiB", "EiB"};
+    std::string_view text = text_of(value);
+    size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    std::string_view unit = text.substr(digits);
+    if (unit.starts_with(' '))
+        unit.remove_prefix(1);
+    for (size_t i = 0; digits != 0 && i < units.size(); i++) {
+        if (unit != units[i])
+            continue;
+        auto n = parse(text.substr(0, digits), 10);
+        if (!n || *n > UINT64_MAX >> (10 * i))
+            at.fail("more bytes than 64 bits count");
+        return *n << (10 * i);
+    }
+    at.fail("not a size such as 65536 or \"500 GiB\"");
+}
+
+int to_error_number(const json &value, const place &at)
+{
+    constexpr int last_error = 133;
+    for (int e = 1; e <= last_error && value.is_string(); e++) {
+        const char *name = strerrorname_np(e);
+        if (name && text_of(value) == name)
+            return e;
+    }
+    if (!value.is_number_unsigned())
+        at.fail("not an error such as \"EIO\"");
+    return static_cast<int>(to_number(value, at, 1, last_error));
+}
+
+sense_code to_sense(const json &value, const place &at)
+{
+    std::string bytes = parse_pairs(text_of(value), '/', 3);
+    if (bytes.empty() || static_cast<unsigned char>(bytes[0]) > 0x0F)
+        at.fail("not sense key, code and qualifier such as \"05/25/00\"");
+    return {static_cast<uint8_t>(bytes[0]), static_cast<uint8_t>(bytes[1]),
+            static_cast<uint8_t>(bytes[2])};
+}
+
+std::string to_field(const json &value, const place &at, const field &where)
+{
+    std::string bytes;
+    switch (where.kind) {
+    case field_kind::number: {
+        uint64_t n = to_number(value, at, 0, UINT64_MAX >> (64 - 8 * where.size));
+        for (size_t i = 0; i < where.size; i++)
+            bytes.push_back(static_cast<char>(n >> (8 * i) & 0xFF));
+        break;
+    }
+    case field_kind::text:
+        bytes = to_text(value, at, where.size);
+        break;
+    case field_kind::mac:
+        bytes = parse_pairs(text_of(value), ':', 6);
+        if (bytes.empty())
+            at.fail("not a MAC address");
+        break;
+    case field_kind::ipv4:
+        bytes = address(value, at, AF_INET, 4, "IPv4");
+        break;
+    case field_kind::ipv6:
+        bytes = address(value, at, AF_INET6, 16, "IPv6");
+        break;
+    }
+    return bytes;
+}
+
+uint64_t lun_wire(uint32_t number)
+{
+    constexpr uint32_t flat = 0x4000, peripheral_max = 255;
+    return static_cast<uint64_t>(number > peripheral_max ? flat | number : number) << 48;
+}
+
+lun_number to_lun(const json &value, const place &at)
+{
+    std::string_view text = text_of(value);
+    if (text.size() == 18 && text.starts_with("0x")) {
+        if (auto wire = parse(text.substr(2), 16))
+            return {*wire, true, 0};
+    }
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > lun_number_max)
+        at.fail("not a LUN: 0 to 16383, or \"0x\" and its 16 hexadecimal digits");
+    auto number = value.get<uint32_t>();
+    return {lun_wire(number), false, number};
+}
+
+} // namespace hostsim

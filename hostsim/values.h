@@ -1,0 +1,70 @@
+// values.h - the scenario's values, and the places that its errors name.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "fields.h"
+#include "scenario.h"
+
+namespace hostsim
+{
+
+using json = nlohmann::ordered_json; // errors come in the order of the text
+
+// A place in the scenario. It lives on the stack, and its text is made only for an error.
+struct place {
+    static constexpr size_t no_index = SIZE_MAX;
+
+    const place *up = nullptr;
+    std::string_view key{};
+    size_t index = no_index;
+
+    std::string text() const;
+    [[noreturn]] void fail(const std::string &what) const;
+};
+
+// Calls take(key, value, place) for every member, take(value, place) for every element.
+template <typename F>
+void each_member(const json &object, const place &at, F take)
+{
+    if (!object.is_object())
+        at.fail("not an object");
+    for (auto member = object.begin(); member != object.end(); ++member)
+        take(member.key(), member.value(), place{&at, member.key()});
+}
+
+template <typename F>
+void each_element(const json &array, const place &at, F take)
+{
+    if (!array.is_array())
+        at.fail("not an array");
+    for (size_t i = 0; i < array.size(); i++)
+        take(array[i], place{at.up, at.key, i});
+}
+
+// Each fails at its place when the value is not of its kind.
+uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t max);
+uint32_t to_u32(const json &value, const place &at, uint32_t min = 0, uint32_t max = UINT32_MAX);
+bool to_bool(const json &value, const place &at);
+std::string to_text(const json &value, const place &at, size_t max_bytes);
+size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices);
+uint64_t to_byte_count(const json &value, const place &at);
+int to_error_number(const json &value, const place &at);
+sense_code to_sense(const json &value, const place &at);
+std::string to_field(const json &value, const place &at, const field &where);
+
+struct lun_number {
+    uint64_t wire;
+    bool raw; // given as its eight bytes
+    uint32_t number;
+};
+inline constexpr uint32_t lun_number_max = 0x3FFF;
+uint64_t lun_wire(uint32_t number);
+lun_number to_lun(const json &value, const place &at);
+
+} // namespace hostsim

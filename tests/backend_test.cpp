@@ -1,0 +1,446 @@
+// What the back-ends send to their drivers, and what discovery makes of the answers: one suite over
+// all four.
+#include "host_test.h"
+#include "peltl_core.h"
+#include "varnok_charnode.h"
+#include "varnok_core_ioctl.h"
+#include "varnok_ntapi.h"
+#include "varnok_ryx_ntapi.h"
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+namespace
+{
+
+using hostsim::exchange;
+using hostsim::request;
+
+struct sent {
+    request what;
+    uint64_t code;
+    std::string header;
+    std::string record;
+};
+
+class DriverTest : public BackEndTest
+{
+  protected:
+    // What the drivers receive from now on.
+    std::vector<sent> &watch()
+    {
+        host->on_request = [this](exchange &e) {
+            const auto text = [](std::span<std::byte> s) {
+                return std::string(reinterpret_cast<const char *>(s.data()), s.size());
+            };
+            seen_.push_back({e.what, e.code, text(e.header), text(e.record)});
+        };
+        return seen_;
+    }
+
+    uint32_t discover(uint32_t &counter)
+    {
+        switch (GetParam().native * 2 + GetParam().newer) {
+        case 0:
+            return varnok_find_all_instances("tepli", &counter);
+        case 1:
+            return varnok_find_all_instances_zt("dxo", &counter);
+        case 2:
+            return varnok_ryxnt_find_all_instances("rovani", &counter);
+        default:
+            return varnoknt_find_all_instances("pelt", &counter);
+        }
+    }
+
+    static std::vector<uint32_t> hosts()
+    {
+        std::vector<uint32_t> numbers;
+        for (uint32_t i = 0; const varnok_priv_db *pdb = varnok_get_pdb_from_user_instance(i); ++i)
+            numbers.push_back(pdb->host_no);
+        return numbers;
+    }
+
+  private:
+    std::vector<sent> seen_;
+};
+OVER_ALL_BACK_ENDS(DriverTest);
+
+// The record as the library sends it: zeros but for the number at the offset.
+std::string zeros_but(size_t size, size_t offset, uint32_t number)
+{
+    std::string record(size, '\0');
+    memcpy(record.data() + offset, &number, sizeof number);
+    return record;
+}
+
+TEST_P(DriverTest, EveryByteThatIsSent)
+{
+    simulate(R"({"ports":[{"driver":"@","host_no":11},
+        {"driver":"@","host_no":66,"sessions":[{},{"luns":[{"size":"1 MiB"}]}]}]})");
+    const uint32_t handle = load_and_open(1);
+    auto &seen = watch();
+    VARNOK_PHY_PORT_INFO port = {};
+    EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
+    std::vector<VARNOK_SESS_INFO> sessions(2);
+    VARNOK_SESS_INFO *session = sessions.data();
+    uint32_t count = 2;
+    EXPECT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), 0U);
+    std::vector<VARNOK_TGT_INFO> targets(2);
+    VARNOK_TGT_INFO *target = targets.data();
+    EXPECT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), 0U);
+
+    const bool native = GetParam().native;
+    const struct {
+        request what;
+        uint32_t ioctl_number;
+        uint32_t callback;
+        std::string record; // empty: a SCSI command
+    } expected[] = {
+        {request::port_info, 4, 19, std::string(768, '\0')},
+        {request::sess_info, 5, 20, zeros_but(1024, 0, 0)},
+        {request::sess_info, 5, 20, zeros_but(1024, 0, 1)},
+        {request::tgt_info, 6, 21, zeros_but(384, 4, 0)},
+        {request::scsi_cmd, 8, 22, ""},
+        {request::tgt_info, 6, 21, zeros_but(384, 4, 1)},
+        {request::scsi_cmd, 8, 22, ""},
+    };
+    ASSERT_EQ(seen.size(), std::size(expected));
+    for (size_t i = 0; i < seen.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(seen[i].what, expected[i].what);
+        if (native) {
+            EXPECT_EQ(seen[i].code, expected[i].callback);
+            EXPECT_EQ(seen[i].header.substr(0, 8), std::string("\x42\0\0\0\0\0\0\0", 8));
+        } else {
+            EXPECT_EQ(seen[i].code,
+                      (GetParam().newer ? 0xC0406400 : 0xC0407400) + expected[i].ioctl_number);
+            std::string header(64, '\0');
+            memcpy(header.data(), GetParam().newer ? "DXO" : "TEPLI", GetParam().newer ? 3 : 5);
+            header[8] = 2;
+            header[10] = 1;
+            header[18] = 1; // the second of the driver's ports
+            memcpy(header.data() + 20, seen[i].header.data() + 20, 8);
+            EXPECT_EQ(seen[i].header, header);
+        }
+        if (!expected[i].record.empty())
+            EXPECT_EQ(seen[i].record, expected[i].record);
+    }
+    // REPORT LUNS to the second target.
+    std::string command(292, '\0');
+    command[4] = 1;
+    command[12] = 1;
+    command[13] = 12;
+    command[14] = '\xA0';
+    command[22] = 0x40;
+    command[31] = 1;
+    command[289] = 0x40;
+    EXPECT_EQ(seen.back().record.substr(0, 292), command);
+    EXPECT_EQ(seen.back().record.size(), native ? 262436U : 320U);
+    if (native)
+        EXPECT_EQ(seen.back().record.substr(292), std::string(262144, '\0'));
+    else
+        EXPECT_EQ(seen.back().record.substr(300), std::string(20, '\0'));
+}
+
+TEST_P(DriverTest, DiscoveryAsksInThisOrder)
+{
+    simulate(R"({"ports":[{"driver":"@","host_no":11},{"driver":"@","absent":true}]})");
+    auto &seen = watch();
+    uint32_t counter = 3;
+    EXPECT_EQ(discover(counter), 0U);
+    using enum request;
+    const std::vector<request> native = {hba_cnt, hostno, port_info, pci_info, hostno};
+    const std::vector<request> legacy = {hba_cnt, hostno, port_info, pci_info};
+    std::vector<request> asked;
+    for (const sent &s : seen)
+        asked.push_back(s.what);
+    EXPECT_EQ(asked, GetParam().native ? native : legacy);
+    EXPECT_EQ(counter, GetParam().native ? 1U : 4U);
+    const varnok_priv_db *const pdb = varnok_get_pdb_from_user_instance(0);
+    ASSERT_NE(pdb, nullptr);
+    EXPECT_EQ(pdb->hw_info->native_driver, GetParam().native ? 1 : 0);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(pdb->hw_info->phys_path)),
+              GetParam().native ? "" : std::string("/dev/char/vmkdriver/") + GetParam().driver);
+    EXPECT_EQ(pdb->hw_info->oshandle | pdb->hw_info->apihandle | pdb->hw_info->open_cnt, 0U);
+}
+
+TEST_P(DriverTest, DiscoveryKeepsDropsAndSkips)
+{
+    const bool native = GetParam().native;
+    const std::string find = GetParam().name("find_all_instances");
+    struct {
+        const char *scenario; // hosts 32, 33, 34, …
+        std::vector<uint32_t> legacy;
+        std::vector<uint32_t> native;
+    } const cases[] = {
+        {R"({"drivers":["@"]})", {}, {}},
+        {R"({"ports":[{"driver":"@"},{"driver":"@","absent":true},{"driver":"@"}]})",
+         {34, 32},
+         {32, 34}},
+        {R"({"ports":[{"driver":"@"},{"driver":"@"},{"driver":"@","device_id":"0x1234"},{"driver":"@"}]})",
+         {35, 32, 33},
+         {35, 32, 33}},
+        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
+             "faults":[{"driver":"@","request":"pci_info","nth":1,"status":9}]})",
+         {33},
+         {33}},
+        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
+             "faults":[{"driver":"@","request":"pci_info","nth":1,"errno":"EIO"}]})",
+         {33},
+         {33}},
+        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
+             "faults":[{"driver":"@","request":"port_info","nth":1,"status":5}]})",
+         {32, 33},
+         {33}},
+        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
+             "faults":[{"driver":"@","request":"port_info","nth":1,"errno":"EIO"}]})",
+         {32, 33},
+         {32, 33}},
+        {R"({"ports":[{"driver":"@","repeat":3}]})", {32, 33, 34}, {32, 33, 34}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.scenario);
+        simulate(c.scenario);
+        uint32_t counter = 5;
+        EXPECT_EQ(discover(counter), 0U);
+        EXPECT_EQ(hosts(), native ? c.native : c.legacy);
+        EXPECT_EQ(counter, native ? c.native.size() : 5 + c.legacy.size());
+        if (varnok_priv_database != nullptr)
+            varnok_free_all_pdb_mem();
+        if (varnok_phy_info != nullptr)
+            varnok_free_all_hw_info_mem();
+        expect_nothing_held();
+    }
+}
+
+TEST_P(DriverTest, APortWhoseDataFailedHasNoneOfIt)
+{
+    if (GetParam().native)
+        GTEST_SKIP() << "a native driver's port is skipped";
+    simulate(R"({"ports":[{"driver":"@"}]})");
+    // The driver fills the record and then fails the request.
+    host->on_answer = [](exchange &e) {
+        if (e.what != request::port_info)
+            return;
+        memset(e.record.data(), 'x', e.record.size());
+        e.status = 5;
+    };
+    uint32_t counter = 0;
+    ASSERT_EQ(discover(counter), 0U);
+    const varnok_priv_db *const pdb = varnok_get_pdb_from_user_instance(0);
+    ASSERT_NE(pdb, nullptr);
+    EXPECT_EQ(pdb->mtu | pdb->session_cnt | pdb->iqn[0] | pdb->hba_name[0], 0U);
+    EXPECT_EQ(pdb->hw_info->model_name[0], 0);
+    EXPECT_EQ(pdb->hw_info->mfw_version, 0U);
+    EXPECT_NE(pdb->hw_info->device_id, 0);
+    EXPECT_EQ(pdb->hw_info->driver_loaded, 1);
+}
+
+TEST_P(DriverTest, RecordsAreTakenOver)
+{
+    simulate(
+        R"({"ports":[{"driver":"@","vlan":"0xABCD1FFF","port_state":1,"port_speed":50000,"port_sup_speed":65535,
+        "manufacturer":"maker","model_name":"12345678901234567890123456789012","serial_num":"S","driver_loaded":0,
+        "is_dhcp":1,"function_num":6,"port_num":"0x1203","pcie_speed":22,"chip_rev_id":77,"mfw_version":"0x08140A00",
+        "subvendor_id":"0x1e2b","subsystem_id":"0x0136"}]})");
+    uint32_t counter = 0;
+    ASSERT_EQ(discover(counter), 0U);
+    const varnok_priv_db *const pdb = varnok_get_pdb_from_user_instance(0);
+    ASSERT_NE(pdb, nullptr);
+    const varnok_hw_info *const hw = pdb->hw_info;
+    EXPECT_EQ(pdb->vlan_id, 0x1FFF);
+    EXPECT_EQ(pdb->state, 1U);
+    EXPECT_EQ(pdb->port_speed, 50000U);
+    EXPECT_EQ(pdb->port_sup_speed, 65535U);
+    EXPECT_EQ(pdb->is_dhcp, 0);
+    EXPECT_EQ(text_of(hw->manufacturer), "maker");
+    EXPECT_EQ(text_of(hw->model_name), "12345678901234567890123456789012");
+    EXPECT_EQ(hw->driver_loaded, 1);
+    EXPECT_EQ(hw->chip_rev_id, 77U);
+    EXPECT_EQ(hw->mfw_version, 0x08140A00U);
+    EXPECT_EQ(hw->phy_port_number, 3) << "function 6 of a quad-port adapter, or port number 0x1203";
+}
+
+TEST_P(DriverTest, NewerGenerationPortsAreNumberedByFunction)
+{
+    struct {
+        int function;
+        const char *subsystem;
+        uint8_t newer;
+    } const cases[] = {
+        {6, "0x0136", 3}, {7, "0x0136", 4}, {6, "0x0001", 1}, {7, "0x0001", 2}, {258, "0x0001", 1}};
+    for (const auto &c : cases) {
+        simulate(R"({"ports":[{"driver":"@","device_id":"0x7a24","vendor_id":"0x1e2b","port_num":9,
+            "subvendor_id":"0x1e2b","subsystem_id":")" +
+                 std::string(c.subsystem) + R"(","function_num":)" + std::to_string(c.function) +
+                 "}]}");
+        uint32_t counter = 0;
+        ASSERT_EQ(discover(counter), 0U);
+        EXPECT_EQ(varnok_get_pdb_from_user_instance(0)->hw_info->phy_port_number,
+                  GetParam().newer ? c.newer : 9);
+        varnok_free_all_pdb_mem();
+        varnok_free_all_hw_info_mem();
+    }
+}
+
+TEST_P(DriverTest, ADriverThatCannotBeAsked)
+{
+    const std::string find = GetParam().name("find_all_instances");
+    const std::string node = std::string("/dev/char/vmkdriver/") + GetParam().driver;
+    struct {
+        const char *scenario;
+        std::string legacy;
+        std::string native;
+    } const cases[] = {
+        {R"({"drivers":[]})",
+         "varnok_charnode_exist: file open failed.\n" + find + ": not found: " + node + "\n",
+         find + ": vmk init failed. rc="},
+        {R"({"drivers":["@"],"faults":[{"driver":"@","request":"hba_cnt","status":4}]})",
+         GetParam().name("get_hba_count") + ": Get HBA Count ioctl failed, ioctl_status=4\n" +
+             find + ": hba count failed.\n",
+         find + ": get hba count failed.\n"},
+        {R"({"drivers":["@"],"faults":[{"driver":"@","request":"open","nth":2,"errno":"EACCES"},
+             {"driver":"@","request":"init","errno":"EIO"}]})",
+         find + ": char device open error.\n", find + ": vmk init failed. rc="},
+    };
+    for (const auto &c : cases) {
+        simulate(c.scenario);
+        uint32_t counter = 9;
+        const std::string log = log_of(4, [&] { EXPECT_EQ(discover(counter), 1U); });
+        if (GetParam().native)
+            EXPECT_EQ(log.substr(0, c.native.size()), c.native);
+        else
+            EXPECT_EQ(log, c.legacy);
+        EXPECT_EQ(counter, 9U);
+        expect_nothing_held();
+    }
+    // A count whose call fails: no port for a native driver, a failure for a legacy one.
+    simulate(
+        R"({"ports":[{"driver":"@"}],"faults":[{"driver":"@","request":"hba_cnt","errno":"EIO"}]})");
+    uint32_t counter = 9;
+    EXPECT_EQ(discover(counter), GetParam().native ? 0U : 1U);
+    EXPECT_EQ(counter, GetParam().native ? 0U : 9U);
+}
+
+TEST_P(DriverTest, CountsThatLie)
+{
+    struct {
+        int32_t count;
+        size_t kept;
+        size_t legacy_asked;
+    } const cases[] = {{-1, 0, 0}, {INT32_MIN, 0, 0}, {1, 1, 1}, {100, 2, 65536}};
+    for (const auto &c : cases) {
+        simulate(R"({"ports":[{"driver":"@","repeat":2}]})");
+        size_t asked = 0;
+        host->on_answer = [&](exchange &e) {
+            if (e.what == request::hba_cnt)
+                memcpy(e.record.data(), &c.count, sizeof c.count);
+            asked += e.what == request::hostno;
+        };
+        uint32_t counter = 0;
+        EXPECT_EQ(discover(counter), 0U);
+        EXPECT_EQ(counter, c.kept);
+        EXPECT_EQ(asked,
+                  GetParam().native ? static_cast<size_t>(std::max(c.count, 0)) : c.legacy_asked);
+        if (varnok_priv_database != nullptr) {
+            varnok_free_all_pdb_mem();
+            varnok_free_all_hw_info_mem();
+        }
+    }
+}
+
+// A query's status counts before its transport's result, and its record only when both are good.
+TEST_P(DriverTest, StatusComesBeforeTheCall)
+{
+    const bool native = GetParam().native;
+    simulate(R"({"ports":[{"driver":"@","sessions":[{}]}]})");
+    const uint32_t handle = load_and_open();
+    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(handle);
+    struct {
+        uint32_t status;
+        int err;
+        uint32_t result;
+    } const cases[] = {{0, 0, 0}, {7, 0, 1}, {7, EIO, 1}, {0, EIO, 1}, {0x80000000, 0, 1}};
+    for (const auto &c : cases) {
+        host->on_answer = [&](exchange &e) {
+            e.status = c.status;
+            e.transport_errno = c.err;
+        };
+        varnok_drv_session_info record = {};
+        record.sess_num = 0;
+        record.cid = 4711;
+        uint32_t stat = 99;
+        const std::string log = log_of(4, [&] {
+            const int fd = static_cast<int>(pdb->hw_info->oshandle);
+            uint32_t result = 0;
+            if (native)
+                result = GetParam().newer ? varnoknt_get_sess_info(pdb, &record, &stat)
+                                          : varnok_ryxnt_get_sess_info(pdb, &record, &stat);
+            else
+                result = GetParam().newer ? varnok_get_sess_info_zt(fd, pdb, &record, &stat)
+                                          : varnok_get_sess_info(fd, pdb, &record, &stat);
+            EXPECT_EQ(result, c.result);
+        });
+        EXPECT_EQ(stat, c.status);
+        if (native && c.result != 0)
+            EXPECT_EQ(record.cid, 4711U) << "the caller's record is as it was";
+        const std::string kind = native ? "native" : "ioctl";
+        const std::string line = GetParam().name("get_sess_info") + ": Get session info " + kind;
+        if (c.status != 0)
+            EXPECT_EQ(log, line + " failed, " + (native ? "status=" : "ioctl_status=") +
+                               std::to_string(c.status) + "\n");
+        else if (c.err != 0)
+            EXPECT_EQ(log, line + " function failed, errno=5\n");
+        else
+            EXPECT_EQ(log, "");
+    }
+}
+
+TEST(Twins, NativeSignatures)
+{
+    const uint32_t sizes[] = {8, 16, 72, 776, 1032, 392, 262444};
+    const std::pair<const vmk_MgmtApiSignature *, const char *> both[] = {
+        {&pelt_sig, "pelt"}, {&kx_iscsi_sig, "rovani"}};
+    for (const auto &[signature, name] : both) {
+        EXPECT_EQ(signature->version, 0x01000000U);
+        EXPECT_STREQ(signature->name.string, name);
+        EXPECT_STREQ(signature->vendor.string, "Molvar");
+        ASSERT_EQ(signature->numCallbacks, 7U);
+        for (uint32_t i = 0; i < 7; ++i) {
+            vmk_MgmtCallbackInfo expected = {};
+            expected.location = VMK_MGMT_CALLBACK_KERNEL;
+            expected.synchronous = 1;
+            expected.numParms = 1;
+            expected.parmTypes[0] = VMK_MGMT_PARMTYPE_INOUT;
+            expected.parmSizes[0] = sizes[i];
+            expected.callbackId = 16 + i;
+            EXPECT_EQ(bytes_of(signature->callbacks[i]), bytes_of(expected)) << i;
+        }
+    }
+    EXPECT_EQ(pelt_sig.callbacks, pelt_callbacks);
+    EXPECT_EQ(kx_iscsi_sig.callbacks, kx_iscsi_callbacks);
+}
+
+using CharnodeTest = HostTest;
+
+TEST_F(CharnodeTest, OnlyACharacterDeviceWillDo)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {nullptr, ": invalid char node file.\n"},
+        {"/", ": file not char node.\n"},
+        {"/etc/passwd", ": file not char node.\n"},
+        {"/nonexistent", ": file open failed.\n"}};
+    for (const auto &[path, text] : cases)
+        EXPECT_EQ(log_of(6, [&] { EXPECT_EQ(varnok_charnode_exist(path), 1); }),
+                  std::string("varnok_charnode_exist") + text);
+    EXPECT_EQ(log_of(6, [] { EXPECT_EQ(varnok_charnode_exist("/dev/null"), 0); }),
+              "varnok_charnode_exist: exiting.\n");
+    varnok_drv_ioctl header;
+    EXPECT_EQ(varnok_setup_ioctl_struct(0, nullptr, nullptr, nullptr), 1U);
+    EXPECT_EQ(varnok_setup_ioctl_struct_zt(0xABCD, &header, nullptr, &header), 0U);
+    EXPECT_EQ(header.subcode, 0xABCD);
+    EXPECT_EQ(header.ioctlstructaddr, reinterpret_cast<uintptr_t>(&header));
+}
+
+} // namespace

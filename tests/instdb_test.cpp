@@ -1,0 +1,231 @@
+// The instance database, the device rules and the byte utilities.
+#include "host_test.h"
+#include "peltl_core.h"
+#include "varnok_bytes.h"
+#include "varnok_core_ioctl.h"
+#include "varnok_device_rules.h"
+
+#include <cstring>
+
+namespace
+{
+
+struct InstdbTest : HostTest {
+    // A port with its physical function, known by the number.
+    static varnok_priv_db *add(uint32_t number)
+    {
+        varnok_priv_db *pdb = nullptr;
+        varnok_hw_info *hw = nullptr;
+        EXPECT_EQ(varnok_alloc_pdb_mem(&pdb), 0U);
+        EXPECT_EQ(varnok_alloc_hw_info_mem(&hw), 0U);
+        pdb->host_no = number;
+        pdb->hw_info = hw;
+        hw->apihandle = number;
+        hw->pci_bus = static_cast<uint16_t>(number);
+        return pdb;
+    }
+
+    static std::vector<uint32_t> order()
+    {
+        std::vector<uint32_t> numbers;
+        for (uint32_t i = 0; const varnok_priv_db *pdb = varnok_get_pdb_from_user_instance(i); ++i)
+            numbers.push_back(pdb->host_no);
+        return numbers;
+    }
+};
+
+TEST_F(InstdbTest, NothingIsFoundWithoutADatabase)
+{
+    varnok_priv_db record = {};
+    varnok_drv_pci_info pci = {};
+    uint32_t instance = 77;
+    const std::string log = log_of(4, [&] {
+        EXPECT_EQ(varnok_get_pdb_from_user_instance(0), nullptr);
+        EXPECT_EQ(varnok_get_pdb_from_user_handle(0), nullptr);
+        EXPECT_EQ(varnok_get_vn_pdb_from_user_handle(1, 0), nullptr);
+        EXPECT_EQ(varnok_get_instance_from_pdb(&record, &instance), 1U);
+        EXPECT_EQ(varnok_get_parent_port(&pci), nullptr);
+        EXPECT_EQ(varnok_get_hw_info_inst_zt(&pci), nullptr);
+        varnok_free_pdb_element(&record);
+        varnok_free_all_hw_info_mem();
+    });
+    EXPECT_EQ(instance, 77U);
+    EXPECT_EQ(log, "varnok_get_pdb_from_user_instance: no memory allocated for api_priv_data\n"
+                   "varnok_get_pdb_from_user_handle: no memory allocated for api_priv_data\n"
+                   "varnok_get_vn_pdb_from_user_handle: no memory allocated for api_priv_data\n"
+                   "varnok_get_instance_from_pdb: no memory allocated for api_priv_data\n"
+                   "varnok_get_parent_port: no memory allocated for api_priv_data\n"
+                   "varnok_get_hw_info_inst_zt: api_phy_info is NOT initialized. Exiting.\n"
+                   "varnok_free_pdb_element: no memory allocated for api_priv_data.\n"
+                   "varnok_free_all_hw_info_mem: no memory allocated for api_phy_info.\n");
+}
+
+TEST_F(InstdbTest, LookupsFindTheFirstMatchAndMoveTheCursor)
+{
+    varnok_priv_db *const ports[] = {add(5), add(6), add(7)};
+    uint32_t instance = 0;
+    EXPECT_EQ(varnok_get_pdb_from_user_instance(2), ports[2]);
+    EXPECT_EQ(varnok_get_pdb_from_user_instance(3), nullptr);
+    EXPECT_EQ(varnok_priv_database->marker, varnok_priv_database->head);
+    EXPECT_EQ(varnok_get_pdb_from_user_instance(UINT32_MAX), nullptr);
+    EXPECT_EQ(varnok_get_instance_from_pdb(ports[1], &instance), 0U);
+    EXPECT_EQ(instance, 1U);
+    EXPECT_EQ(varnok_priv_database->marker->data, ports[1]);
+    varnok_priv_db stranger = {};
+    EXPECT_EQ(varnok_get_instance_from_pdb(&stranger, &instance), 0U);
+    EXPECT_EQ(instance, 3U);
+    ports[0]->hw_info->apihandle = 0;
+    ports[1]->hw_info->apihandle = 7;
+    ports[1]->npiv_index = 9;
+    EXPECT_EQ(varnok_get_pdb_from_user_handle(0), nullptr);
+    EXPECT_EQ(varnok_get_pdb_from_user_handle(7), ports[1]);
+    EXPECT_EQ(varnok_get_vn_pdb_from_user_handle(7, 0), ports[2]);
+    EXPECT_EQ(varnok_get_vn_pdb_from_user_handle(7, 1), nullptr);
+    varnok_drv_pci_info pci = {};
+    pci.bus_num = 6;
+    EXPECT_EQ(varnok_get_hw_info_inst(&pci), ports[1]->hw_info);
+    EXPECT_EQ(varnok_get_parent_port_zt(&pci), ports[1]);
+    pci.function_num = 1;
+    EXPECT_EQ(varnok_get_parent_port(&pci), nullptr);
+    EXPECT_EQ(log_of(2, [] { varnok_get_pdb_from_user_handle(9); }),
+              "varnok_get_pdb_from_user_handle(9): entered.\nvarnok_get_pdb_from_user_handle(9): "
+              "exiting.\n");
+}
+
+TEST_F(InstdbTest, ADroppedLastPortSendsTheNextToTheFront)
+{
+    add(1);
+    add(2);
+    varnok_priv_db *const dropped = add(3);
+    varnok_free_hw_info_element(dropped->hw_info);
+    varnok_free_pdb_element(dropped);
+    EXPECT_EQ(varnok_priv_database->marker, varnok_priv_database->head);
+    add(4);
+    add(5);
+    EXPECT_EQ(order(), (std::vector<uint32_t>{4, 5, 1, 2}));
+    varnok_free_pdb_element(dropped);
+    EXPECT_EQ(order().size(), 4U) << "a record that is not there removes nothing";
+    varnok_free_pdb_element(varnok_get_pdb_from_user_instance(1));
+    EXPECT_EQ(static_cast<varnok_priv_db *>(varnok_dlist_mark(varnok_priv_database))->host_no, 1U);
+}
+
+TEST_F(InstdbTest, AFailedAllocationDiscardsTheList)
+{
+    struct {
+        long nth;
+        bool existing;
+        const char *log;
+    } const cases[] = {
+        {1, false, "varnok_alloc_pdb_mem: not enough memory for api_priv_data.\n"},
+        {1, true,
+         "varnok_alloc_pdb_mem: not enough memory for api_priv_data "
+         "instance.\nvarnok_alloc_pdb_mem: failed.\n"},
+        {2, true,
+         "varnok_alloc_pdb_mem: varnok_dlist_insert failed.\nvarnok_alloc_pdb_mem: failed.\n"},
+    };
+    // A log line allocates too: the failing run and the line are measured apart.
+    for (const auto &c : cases) {
+        if (c.existing)
+            add(1);
+        varnok_priv_db *pdb = nullptr;
+        platform::fail_allocation(c.nth);
+        EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(varnok_alloc_pdb_mem(&pdb), 1U); }), c.log);
+        EXPECT_EQ(pdb, nullptr);
+        EXPECT_EQ(varnok_priv_database, nullptr);
+    }
+}
+
+TEST_F(InstdbTest, Dump)
+{
+    varnok_priv_db *const pdb = add(258);
+    memcpy(pdb->iqn, "iqn.x", 6);
+    memcpy(pdb->ipv4addr, "\x0A\x00\xFF\x09", 4);
+    memset(pdb->hw_info->model_name, 'm', sizeof pdb->hw_info->model_name);
+    pdb->hw_info->driver_loaded = 1;
+    pdb->hw_info->vendor_id = 0x1E2B;
+    pdb->vlan_id = 4095;
+    pdb->port_speed = 10000;
+    const std::string dump = log_of(6, [&] { varnok_print_priv_data(pdb); });
+    const std::string zeros = "0:0:0:0:0:0:0:0:0:0:0:0:0:0:0:0\n";
+    EXPECT_EQ(
+        dump,
+        " API Private Data:\n phys_path: \n drvr_inst: 0\n host_no: 258\n iqn: iqn.x\n"
+        " mac: 0:0:0:0:0:0\n ipv4_port: 0\n ipv4addr: Ah:0:FFh:9\n subnet: 0:0:0:0\n"
+        " gateway: 0:0:0:0\n ipv6_port: 0\n ipv6addr: " +
+            zeros + " ipv6_linklocal: " + zeros + " ipv6_router: " + zeros +
+            " vlan_enabled: 0\n vlan_priority: 0\n vlan_id: 4095\n manufacturer: \n model_name: " +
+            std::string(32, 'm') +
+            "\n model_desc: \n serial_num: \n driver_version: \n driver_date: \n driver_name: \n"
+            " driver_loaded: 1\n fw_version: \n vendor_id: 1E2Bh\n device_id: 0\n ssvendor_id: 0\n"
+            " ssdevice_id: 0\n pci_domain: 0\n pci_bus: 102h\n pci_dev: 0\n pci_func: 0\n pci_rev: "
+            "0\n"
+            " port_sup_speed: 0\n port_speed: 2710h\n mtu: 0\n phy port_number: 0\n");
+    EXPECT_EQ(log_of(5, [&] { varnok_print_priv_data(pdb); }), "");
+}
+
+TEST_F(InstdbTest, DeviceRules)
+{
+    using varnok::backend;
+    struct {
+        uint16_t device_id;
+        bool admitted;
+        bool newer;
+    } const devices[] = {
+        {0x2E31, true, true},   {0x2E35, true, false}, {0x2E36, true, false},
+        {0x2E5D, true, false},  {0x2E61, true, false}, {0x2E74, true, false},
+        {0x2E75, true, false},  {0x2E77, true, false}, {0x2E78, true, false},
+        {0x2E81, true, false},  {0x7A24, true, true},  {0x7B24, true, true},
+        {0x7A2C, false, false}, {0, false, false},     {0xFFFF, false, false},
+        {0x2E76, false, false},
+    };
+    for (const auto &d : devices) {
+        varnok_hw_info hw = {};
+        hw.device_id = d.device_id;
+        EXPECT_EQ(varnok::is_admitted(d.device_id), d.admitted);
+        EXPECT_EQ(varnok::backend_of(&hw), d.newer ? backend::legacy_newer : backend::legacy_older);
+        hw.native_driver = 2;
+        EXPECT_EQ(varnok::backend_of(&hw), d.newer ? backend::legacy_newer : backend::legacy_older);
+        hw.native_driver = 1;
+        EXPECT_EQ(varnok::backend_of(&hw), d.newer ? backend::native_newer : backend::native_older);
+    }
+    const auto quad = [](uint16_t vendor, uint16_t device, uint16_t ssvendor, uint16_t ssdevice) {
+        varnok_hw_info hw = {};
+        hw.vendor_id = vendor;
+        hw.device_id = device;
+        hw.ssvendor_id = ssvendor;
+        hw.ssdevice_id = ssdevice;
+        return varnok_is_quad_port_zt(&hw);
+    };
+    EXPECT_EQ(quad(0x1E2B, 0x7A24, 0x1E2B, 0x0136), 0U);
+    EXPECT_EQ(quad(0x1E2B, 0x7A2C, 0x1D05, 0x6181), 0U);
+    EXPECT_EQ(quad(0x1E2B, 0x7A24, 0x1E2B, 0x0001), 1U);
+    EXPECT_EQ(quad(0x1E2B, 0x7A24, 0x1D05, 0x6181), 1U);
+    EXPECT_EQ(quad(0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF), 1U);
+}
+
+TEST_F(InstdbTest, ByteUtilities)
+{
+    struct {
+        const char *text;
+        uint32_t size;
+        const char *bytes; // of a destination of five 0xEE
+    } const cases[] = {
+        {"0x0A1b", 4, "\x0A\x1B\x00\x00\xEE"}, {"abc", 4, "\xAB\x00\x00\x00\xEE"},
+        {"A1B2C3", 2, "\xA1\xB2\xEE\xEE\xEE"}, {"1gg1FF", 3, "\x01\x00\xFF\xEE\xEE"},
+        {"0X", 2, "\x00\x00\xEE\xEE\xEE"},     {nullptr, 3, "\x00\x00\x00\xEE\xEE"},
+        {"0", 1, "\x00\xEE\xEE\xEE\xEE"},      {"FF", 0, "\xEE\xEE\xEE\xEE\xEE"},
+    };
+    for (const auto &c : cases) {
+        uint8_t bytes[5] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+        varnok_to_array_hex(bytes, c.text, c.size);
+        EXPECT_EQ(memcmp(bytes, c.bytes, 5), 0) << (c.text == nullptr ? "null" : c.text);
+    }
+    uint8_t reversed[3] = {};
+    varnok_revcpy(reversed, reinterpret_cast<const uint8_t *>("\1\2\3"), 3);
+    EXPECT_EQ(memcmp(reversed, "\3\2\1", 3), 0);
+    EXPECT_EQ(varnok_is_non_zero(reinterpret_cast<const uint8_t *>("\0\0\1\0"), 4), 1U);
+    EXPECT_EQ(varnok_is_non_zero(reinterpret_cast<const uint8_t *>("\0\0\1\0"), 2), 0U);
+    EXPECT_EQ(varnok_64bit_to_ptr(varnok_ptr_to_64bit(reversed)), reversed);
+}
+
+} // namespace

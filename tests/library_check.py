@@ -1,0 +1,85 @@
+"""What the built library promises besides behaviour: library_check.py SOURCE_DIR LIBRARY CC CXX SANITIZED"""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import unittest
+
+SOURCE, LIBRARY, CC, CXX, SANITIZED = sys.argv[1:6]
+ROOT = pathlib.Path(SOURCE) / "libvarnok"
+FOLDERS = ["include", "records", "support", "core", "backend", "api"]
+# Includes go from later to earlier; the core and the back-ends stand on one level.
+LEVELS = {"include": 0, "records": 1, "support": 2, "core": 3, "backend": 3, "api": 4}
+
+
+def output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def declared(mark):
+    names = set()
+    for header in ROOT.glob("*/*.h"):
+        text = re.sub(r"/\*.*?\*/|//[^\n]*|#define[^\n]*", "", header.read_text(), flags=re.S)
+        for declaration in re.findall(mark + r"\s([^;{]*);", text):
+            name = re.search(r"(\w+)\s*(?:\(.*\)|\[.*\])?$", " ".join(declaration.split()))
+            names.add(name.group(1))
+    return names
+
+
+def listed():
+    text = re.sub(r"/\*.*?\*/", "", (ROOT / "varnok.map").read_text(), flags=re.S)
+    nodes = re.findall(r"(VARNOK\w*\.?\w*\.\d) \{\s*global:(.*?)(?:local:\s*\*;\s*)?\}", text, re.S)
+    return {node: set(re.findall(r"\w+", names)) for node, names in nodes}
+
+
+class LibraryCheck(unittest.TestCase):
+    def test_exports(self):
+        script = listed()
+        self.assertEqual(declared("VARNOK_API"), script["VARNOK_5.0"])
+        self.assertEqual(declared("VARNOK_PRIVATE"), script["VARNOK_PRIVATE_5.0"])
+        exported = {}
+        for line in output("nm", "-D", "--defined-only", LIBRARY).splitlines():
+            name, _, node = line.split()[-1].partition("@@")
+            if node:
+                exported.setdefault(node, set()).add(name)
+        self.assertEqual({node: names - {node} for node, names in exported.items()}, script)
+
+    def test_needs(self):
+        dynamic = output("readelf", "-d", LIBRARY)
+        self.assertIn("soname: [libvarnok.so.5]", dynamic)
+        self.assertTrue(os.path.realpath(LIBRARY).endswith("libvarnok.so.5.0.2"))
+        needed = re.findall(r"NEEDED.*\[(.*)\]", dynamic)
+        if SANITIZED != "ON":
+            self.assertEqual(sorted(needed), ["libc.so.6", "libvarnok-vmkapi.so"])
+            self.assertNotRegex(output("nm", LIBRARY), r"_GLOBAL__sub_I|__cxa_guard|\b_Z\w*(new|delete)")
+        self.assertNotRegex(output("nm", "-D", "--undefined-only", LIBRARY), r"_chk@|open64|GLIBCXX|CXXABI")
+
+    def test_headers_stand_alone(self):
+        folders = [flag for folder in ("include", "records") for flag in ("-I", str(ROOT / folder))]
+        folders += ["-I", str(pathlib.Path(SOURCE) / "platform")]
+        strict = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror", "-fsyntax-only"]
+        headers = [ROOT / "include/varnok_mgmt.h", *(ROOT / "records").glob("*.h")]
+        self.assertGreaterEqual(len(headers), 8)
+        for header in headers:
+            include = f'#include "{header}"\nint nothing_else;\n'
+            for command in ([CC, "-std=c11", "-xc"], [CXX, "-std=c++20", "-xc++"]):
+                subprocess.run([*command, *strict, *folders, "-"], input=include, text=True, check=True)
+
+    def test_includes_go_one_way(self):
+        home = {file.name: folder for folder in FOLDERS for file in (ROOT / folder).glob("*.h")}
+        for folder in FOLDERS:
+            for file in (ROOT / folder).iterdir():
+                for name in re.findall(r'#include "(.*?)"', file.read_text()):
+                    if name in home:
+                        self.assertLessEqual(LEVELS[home[name]], LEVELS[folder], f"{file.name} includes {name}")
+
+    def test_files_are_short(self):
+        for file in pathlib.Path(SOURCE).glob("[!b]*/**/*"):
+            if file.suffix in {".cpp", ".c", ".h", ".py"}:
+                self.assertLessEqual(len(file.read_text().splitlines()), 420, file)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

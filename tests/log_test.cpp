@@ -1,0 +1,217 @@
+// The debug log and the semaphores.
+#include "host_test.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace
+{
+
+std::string file_text(const std::string &path)
+{
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+struct LogTest : HostTest {
+    static std::string print(const char *func, const std::string &text, uint64_t number,
+                             uint8_t radix)
+    {
+        return log_of(4, [&] { varnok_dbg_print(func, text.c_str(), number, radix, 1); });
+    }
+};
+
+TEST_F(LogTest, Numbers)
+{
+    struct {
+        uint64_t number;
+        uint8_t radix;
+        const char *text;
+    } const cases[] = {
+        {0, 10, "0"},     {0, 16, "0"},
+        {9, 16, "9"},     {10, 16, "Ah"},
+        {10, 10, "10"},   {31, 16, "1Fh"},
+        {255, 10, "255"}, {0x80000004, 16, "80000004h"},
+        {5, 0, ""},       {UINT64_MAX, 16, "FFFFFFFFFFFFFFFFh"},
+        {5, 2, "101"},    {UINT64_MAX, 10, "18446744073709551615"},
+        {5, 1, ""},       {5, 255, ""},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(print("f", ":n=", c.number, c.radix), std::string("f:n=") + c.text + "\n");
+    EXPECT_EQ(print(nullptr, " 100%s %n", 0, 0), " 100%s %n\n");
+}
+
+TEST_F(LogTest, LongLinesLeaveInPieces)
+{
+    for (size_t length : {249U, 250U, 251U, 252U, 300U, 600U}) {
+        const std::string text(length, 'x');
+        EXPECT_EQ(print(nullptr, text, 0, 0), text + "\n");
+        // What leaves early leaves in pieces of 251: an unfinished line shows how many went.
+        const std::string early =
+            log_of(4, [&] { varnok_dbg_print(nullptr, text.c_str(), 0, 0, 0); });
+        EXPECT_EQ(early.size(), length / 251 * 251) << length;
+        log_of(4, [] { varnok_dbg_print(nullptr, "", 0, 0, 1); });
+    }
+}
+
+TEST_F(LogTest, TheMaskFollowsTheEnvironment)
+{
+    struct {
+        const char *text;
+        uint32_t mask;
+    } const cases[] = {
+        {"6", 6},   {"0x4", 4}, {"4", 4},       {" 7", 7},        {"-1", 0xFFFFFFFF},
+        {"xyz", 0}, {"", 0},    {"0X1f", 0x1F}, {"100000006", 6},
+    };
+    for (const auto &c : cases) {
+        setenv("VARNOK_API_DEBUG", c.text, 1);
+        varnok_set_debug_level();
+        EXPECT_EQ(varnok_debug, c.mask) << c.text;
+    }
+    unsetenv("VARNOK_API_DEBUG");
+    varnok_debug = 6;
+    varnok_set_debug_level();
+    EXPECT_EQ(varnok_debug, 6U) << "an absent variable changes nothing";
+}
+
+TEST_F(LogTest, TheFileGetsTimeStampedLines)
+{
+    const std::string path = platform::private_path("/var/tmp/libvarnok.log");
+    remove(path.c_str());
+    const auto two_lines = [] {
+        varnok_dbg_print("f", "(", 3, 10, 0);
+        varnok_dbg_print(nullptr, "): entered.", 0, 0, 1);
+        varnok_dbg_print("g", ": x=", 17, 16, 1);
+    };
+    EXPECT_EQ(log_of(7, two_lines), "f(3): entered.\ng: x=11h\n");
+    EXPECT_STREQ(varnoklog_path, "/var/tmp/libvarnok.log");
+    EXPECT_TRUE(std::regex_match(
+        file_text(path),
+        std::regex("[A-Z][a-z]{2} \\d\\d \\d\\d:\\d\\d:\\d\\d: f\\(3\\): entered\\.\n"
+                   "[A-Z][a-z]{2} \\d\\d \\d\\d:\\d\\d:\\d\\d: g: x=11h\n")))
+        << file_text(path);
+    EXPECT_EQ(varnokdbg_fp, nullptr);
+    remove(path.c_str());
+
+    // Without a file: standard error alone. Without local time: the piece is dropped whole.
+    platform::fail_call("fopen", 1, EACCES);
+    EXPECT_EQ(log_of(7, [] { varnok_dbg_print("f", ": x", 0, 0, 1); }), "f: x\n");
+    platform::fail_call("localtime", 1, EINVAL);
+    EXPECT_EQ(log_of(7, two_lines), "f(g: x=11h\n");
+    platform::fail_allocation(1);
+    EXPECT_EQ(log_of(4, two_lines), "): entered.\ng: x=11h\n");
+    // A path that fills its array has no end.
+    memset(varnoklog_path, 'x', sizeof varnoklog_path);
+    EXPECT_EQ(varnok_dbg_get_fptr(), nullptr);
+    expect_nothing_held();
+}
+
+TEST_F(LogTest, ErrnoSurvivesALine)
+{
+    platform::fail_call("fopen", 1, EACCES);
+    log_of(7, [] {
+        errno = 1234;
+        varnok_dbg_print("f", ": x", 0, 0, 1);
+        EXPECT_EQ(errno, 1234);
+    });
+}
+
+// A print of a line takes the semaphore once for each piece; a failure on the log's own goes to
+// standard error, once for each print, and the line is written all the same.
+TEST_F(LogTest, AFailingLogSemaphoreDoesNotRecurse)
+{
+    const std::string wait =
+        "varnok_sem_wait:libvarnok: WARNING - semaphore wait operation failed. errno=16h\n";
+    const std::string signal =
+        "varnok_sem_signal:libvarnok: WARNING - semaphore signal operation failed. errno=4\n";
+    const auto line = [] { varnok_dbg_print("f", ": x", 0, 0, 1); };
+    platform::fail_call("semop", 1, EINVAL);
+    EXPECT_EQ(log_of(4, line), wait + "f: x\n");
+    platform::fail_call("semop", 2, EINTR);
+    EXPECT_EQ(log_of(4, line), "f: x\n" + signal);
+    EXPECT_EQ(platform::held_semaphores(), 0);
+    varnok_sem_del(varnok_dbg_sem_id);
+    varnok_dbg_sem_id = -1;
+    EXPECT_EQ(log_of(2, line), "f: x\n");
+    EXPECT_EQ(log_of(4, line), wait + "f: x\n");
+    // Another semaphore's failure goes through the log.
+    EXPECT_EQ(log_of(4, [] { varnok_sem_wait(12345678); }), wait + wait);
+}
+
+TEST_F(LogTest, GettingASemaphore)
+{
+    const key_t key = varnok_db_semkey;
+    platform::fail_call("semctl", 1, EPERM);
+    EXPECT_EQ(varnok_sem_get(key), -1) << "a set that cannot be set up is removed";
+    EXPECT_EQ(errno, EPERM);
+    const int32_t id = varnok_sem_get(key);
+    EXPECT_GE(id, 0);
+    EXPECT_EQ(varnok_sem_get(key), id);
+    EXPECT_EQ(varnok_sem_wait(id), 0);
+    EXPECT_EQ(varnok_sem_signal(id), 0);
+    varnok_sem_del(id);
+    platform::fail_call("semget", 2, ENOSPC);
+    EXPECT_EQ(varnok_sem_get(key), -1);
+}
+
+TEST_F(LogTest, Dump)
+{
+    const uint16_t words[] = {0x0001, 0x00AB, 0x1234};
+    uint8_t bytes[33];
+    for (size_t i = 0; i < sizeof bytes; ++i)
+        bytes[i] = static_cast<uint8_t>(i * 9);
+    const uint32_t longs[] = {1, 0xDEADBEEF, 10, 9, 0};
+    // At an odd address: the elements need no alignment.
+    uint8_t quads[17];
+    memset(quads, 0xFF, sizeof quads);
+    const std::string expected =
+        "title\n"
+        "   0      2      4      6      8      Ah     Ch     Eh\n" +
+        std::string(54, '-') +
+        "\n"
+        "   1     ABh  1234h  \n" +
+        std::string(54, '-') +
+        "\n"
+        " 0    1    2    3    4    5    6    7    8    9    Ah   Bh   Ch   Dh   Eh   Fh\n" +
+        std::string(78, '-') +
+        "\n"
+        " 0    9   12h  1Bh  24h  2Dh  36h  3Fh  48h  51h  5Ah  63h  6Ch  75h  7Eh  87h\n"
+        "90h  99h  A2h  ABh  B4h  BDh  C6h  CFh  D8h  E1h  EAh  F3h  FCh   5   Eh  17h\n"
+        "20h  \n" +
+        std::string(78, '-') +
+        "\n"
+        "       0          4          8          Ch\n" +
+        std::string(42, '-') +
+        "\n"
+        "       1   DEADBEEFh         Ah         9\n"
+        "       0   \n" +
+        std::string(42, '-') +
+        "\n"
+        "               0                  8\n" +
+        std::string(35, '-') +
+        "\n"
+        "FFFFFFFFFFFFFFFFh  FFFFFFFFFFFFFFFFh\n" +
+        std::string(35, '-') +
+        "\n"
+        "odd\n"
+        "   0      2      4      6      8      Ah     Ch     Eh\n" +
+        std::string(54, '-') + "\n" + std::string(54, '-') + "\n";
+    EXPECT_EQ(log_of(0,
+                     [&] {
+                         varnok_dbg_dump("title", words, 16, 3);
+                         varnok_dbg_dump("", bytes, 8, sizeof bytes);
+                         varnok_dbg_dump(nullptr, longs, 32, 5);
+                         varnok_dbg_dump("", quads + 1, 64, 2);
+                         varnok_dbg_dump("odd", words, 12, 3);
+                         varnok_dbg_dump("", words, 16, 0);
+                     }),
+              expected);
+}
+
+} // namespace

@@ -1,0 +1,86 @@
+// host_test.h - a test on a simulated host: fixed names made private, the log captured, and nothing
+// left behind.
+#pragma once
+
+#include "hostsim.h"
+#include "platform.h"
+#include "varnok_core.h"
+#include "varnok_dbg.h"
+#include "varnok_instdb.h"
+#include "varnok_mgmt.h"
+#include "varnok_sem.h"
+#include "varnok_shared_db.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+// The four back-ends, for suites that run over all of them.
+struct back_end {
+    const char *driver;
+    bool native;
+    bool newer;
+    const char *query_prefix; // of the names in its log lines
+    const char *query_suffix;
+
+    std::string name(const std::string &operation) const
+    {
+        return query_prefix + operation + query_suffix;
+    }
+};
+
+inline constexpr back_end back_ends[] = {
+    {"rovani", true, false, "varnok_ryxnt_", ""},
+    {"tepli", false, false, "varnok_", ""},
+    {"pelt", true, true, "varnoknt_", ""},
+    {"dxo", false, true, "varnok_", "_zt"},
+};
+
+void PrintTo(const back_end &b, std::ostream *out);
+
+class HostTest : public testing::Test
+{
+  protected:
+    HostTest();
+    ~HostTest() override;
+
+    // Every "@" in the scenario stands for the driver.
+    void simulate(std::string scenario, const char *driver = "");
+
+    // Runs it with the mask and gives what it wrote to standard error.
+    static std::string log_of(uint32_t mask, const std::function<void()> &run);
+
+    // Loads the library and opens the port.
+    static uint32_t load_and_open(uint32_t instance = 0);
+
+    // Everything given back: memory, descriptors, semaphores, lists.
+    static void expect_nothing_held();
+
+    std::unique_ptr<hostsim::host> host;
+};
+
+class BackEndTest : public HostTest, public testing::WithParamInterface<back_end>
+{
+  protected:
+    void simulate(const std::string &scenario) { HostTest::simulate(scenario, GetParam().driver); }
+};
+
+#define OVER_ALL_BACK_ENDS(suite)                                                                  \
+    INSTANTIATE_TEST_SUITE_P(All, suite, testing::ValuesIn(back_ends),                             \
+                             [](const auto &p) { return std::string(p.param.driver); })
+
+// The bytes of a record.
+template <class Record>
+std::string bytes_of(const Record &record)
+{
+    return {reinterpret_cast<const char *>(&record), sizeof record};
+}
+
+// A public record as text up to its NUL or its end.
+template <size_t Size>
+std::string text_of(const uint8_t (&field)[Size])
+{
+    return {reinterpret_cast<const char *>(field),
+            strnlen(reinterpret_cast<const char *>(field), Size)};
+}

@@ -1,0 +1,37 @@
+// platform.h - stands between the library and the platform: counts, records and fails the calls
+// that the library makes, and keeps account of what it holds. Calls of everything else pass through
+// untouched.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace platform
+{
+
+// Forgets counts, records and faults, and sends the library's fixed files to a private folder.
+void reset();
+
+// The n-th call (from 1, since the last of these) fails.
+void fail_allocation(long nth);
+void fail_call(long nth, int err);
+void fail_call(const std::string &name, long nth, int err);
+
+// Whether the fault has been met. A sweep ends with the first run that does not meet it.
+bool fault_met();
+
+// The calls since reset, in order: "open /tmp/varnok_shared.dat 2", "semop -1", "close".
+const std::vector<std::string> &calls();
+
+// What the library holds.
+long live_blocks();
+long open_descriptors();
+long held_semaphores();
+
+// Where a fixed file of the library really lies.
+std::string private_path(const std::string &path);
+
+// What the library's lsof pipeline shall print; without it the pipeline runs.
+void set_user_lines(const std::string &text);
+
+} // namespace platform

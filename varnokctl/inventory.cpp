@@ -1,0 +1,205 @@
+#include "inventory.h"
+
+#include <algorithm>
+#include <new>
+
+namespace ctl
+{
+namespace
+{
+
+class library
+{
+  public:
+    library() : status_(VARNOK_LoadLibrary()) {}
+    ~library() { VARNOK_FreeLibrary(); }
+    library(const library &) = delete;
+    library &operator=(const library &) = delete;
+
+    uint32_t status() const { return status_; }
+
+  private:
+    uint32_t status_;
+};
+
+// The library does not tell how many entries of an array it wrote: fewer than there is room for
+// when a list became shorter, or when an entry failed. Each entry therefore starts with a value
+// that the library never stores in it.
+constexpr uint8_t never8 = 0xFF;
+constexpr uint32_t never32 = 0xFFFFFFFF;
+
+void mark(VARNOK_ISCSI_PORTAL &entry) { entry.IsIPv4 = never8; }
+void mark(VARNOK_SESS_INFO &entry) { entry.TgtIsIPv4 = never8; }
+void mark(VARNOK_TGT_INFO &entry) { entry.ScsiTgtNum = never32; }
+void mark(VARNOK_LUN_INFO &entry) { entry.ScsiLunNum = entry.ScsiLunNumExt = never32; }
+
+bool marked(const VARNOK_ISCSI_PORTAL &entry) { return entry.IsIPv4 == never8; }
+bool marked(const VARNOK_SESS_INFO &entry) { return entry.TgtIsIPv4 == never8; }
+bool marked(const VARNOK_TGT_INFO &entry) { return entry.ScsiTgtNum == never32; }
+bool marked(const VARNOK_LUN_INFO &entry)
+{
+    return entry.ScsiLunNum == never32 && entry.ScsiLunNumExt == never32;
+}
+
+template <typename Record>
+Record blank()
+{
+    Record record{};
+    record.Version = VARNOK_RECORD_VERSION_2;
+    mark(record);
+    return record;
+}
+
+// Calls query(&count, &array) with room for count entries, and again with more room as long as the
+// library asks for it. The entries that were written stay in list, whatever the status.
+template <typename Record, typename Query>
+uint32_t read_list(std::vector<Record> &list, uint32_t count, const Query &query)
+try {
+    uint32_t room = 0;
+    uint32_t status = 0;
+    do {
+        room = count;
+        list.assign(room, blank<Record>());
+        Record *array = list.data();
+        status = query(&count, &array);
+    } while (status == VARNOK_STATUS_INSUFFICIENT_BUFFER && count > room);
+    list.erase(std::find_if(list.begin(), list.end(), [](const Record &r) { return marked(r); }),
+               list.end());
+    return status;
+} catch (const std::bad_alloc &) {
+    list.clear();
+    return VARNOK_STATUS_NO_MEMORY;
+}
+
+class reader
+{
+  public:
+    reader(const request &ask, host &host) : ask_(ask), host_(host) {}
+
+    void read_ports(uint32_t count)
+    {
+        // A number from the command line goes to the library as it is, which knows its ports best.
+        if (ask_.port)
+            return read_port(*ask_.port);
+        for (uint32_t instance = 0; instance < count; instance++)
+            read_port(instance);
+    }
+
+    bool good(const char *call, uint32_t status, std::optional<uint32_t> port = {},
+              std::optional<uint32_t> target = {})
+    {
+        if (status != VARNOK_STATUS_SUCCESS)
+            host_.failures.push_back({call, status, port, target});
+        return status == VARNOK_STATUS_SUCCESS;
+    }
+
+  private:
+    bool needs(unsigned what) const { return (ask_.needs & what) == what; }
+    bool wants_target(uint32_t number) const { return ask_.target.value_or(number) == number; }
+
+    void read_port(uint32_t instance)
+    {
+        uint32_t handle = 0;
+        const uint32_t status = VARNOK_OpenAdapter(instance, &handle);
+        if (status != VARNOK_STATUS_NOT_FOUND)
+            host_.ports.push_back({.instance = instance});
+        if (!good("VARNOK_OpenAdapter", status, instance))
+            return;
+        port &port = host_.ports.back();
+        if (read_info(port, handle)) {
+            if (needs(need_portals))
+                read_portal(port, handle);
+            if (needs(need_sessions))
+                read_sessions(port, handle);
+            if (needs(need_targets))
+                read_targets(port, handle);
+        }
+        good("VARNOK_CloseAdapter", VARNOK_CloseAdapter(handle), instance);
+    }
+
+    // Comes first: it also refreshes the session count that the later queries go by.
+    bool read_info(port &port, uint32_t handle)
+    {
+        VARNOK_PHY_PORT_INFO info{};
+        info.Version = VARNOK_RECORD_VERSION_2;
+        if (!good("VARNOK_GetPhyPortInfo", VARNOK_GetPhyPortInfo(handle, &info), port.instance))
+            return false;
+        port.info = info;
+        return true;
+    }
+
+    void read_portal(port &port, uint32_t handle)
+    {
+        std::vector<VARNOK_ISCSI_PORTAL> portals;
+        const auto query = [&](uint32_t *count, VARNOK_ISCSI_PORTAL **array) {
+            return VARNOK_GetIscsiPortal(handle, count, array);
+        };
+        good("VARNOK_GetIscsiPortal", read_list(portals, 0, query), port.instance);
+        if (!portals.empty())
+            port.portal = portals.front();
+    }
+
+    void read_sessions(port &port, uint32_t handle)
+    {
+        std::vector<VARNOK_SESS_INFO> list;
+        const auto query = [&](uint32_t *count, VARNOK_SESS_INFO **array) {
+            return VARNOK_GetSessionInfo(handle, count, array);
+        };
+        good("VARNOK_GetSessionInfo", read_list(list, 0, query), port.instance);
+        uint32_t target = 0; // a port lists its targets in the order of its sessions
+        for (const VARNOK_SESS_INFO &info : list) {
+            if (wants_target(target))
+                port.sessions.push_back({target, info});
+            target++;
+        }
+    }
+
+    void read_targets(port &port, uint32_t handle)
+    {
+        std::vector<VARNOK_TGT_INFO> list;
+        const auto query = [&](uint32_t *count, VARNOK_TGT_INFO **array) {
+            return VARNOK_GetTgtInfo(handle, count, array);
+        };
+        good("VARNOK_GetTgtInfo", read_list(list, 0, query), port.instance);
+        for (const VARNOK_TGT_INFO &info : list) {
+            if (!wants_target(info.ScsiTgtNum))
+                continue;
+            port.targets.push_back({info, {}});
+            if (needs(need_luns))
+                read_luns(port.targets.back(), port.instance, handle);
+        }
+    }
+
+    void read_luns(target &target, uint32_t instance, uint32_t handle)
+    {
+        constexpr uint32_t most = 2047; // a target may claim more, but no more are ever listed
+        const uint32_t number = target.info.ScsiTgtNum;
+        const uint32_t room = std::clamp(+target.info.LunCount, 1U, most);
+        const auto query = [&](uint32_t *count, VARNOK_LUN_INFO **array) {
+            return VARNOK_GetLunInfo(handle, number, count, array);
+        };
+        good("VARNOK_GetLunInfo", read_list(target.luns, room, query), instance, number);
+    }
+
+    const request &ask_;
+    host &host_;
+};
+
+} // namespace
+
+host read_host(const request &ask)
+{
+    host host;
+    reader reader(ask, host);
+    const library library;
+    if (!reader.good("VARNOK_LoadLibrary", library.status()))
+        return host;
+    uint32_t count = 0;
+    const uint32_t status = VARNOK_GetPortCount(&count);
+    // A load that found no adapter succeeds and leaves nothing loaded; this is how it shows.
+    if (status != VARNOK_STATUS_FAILED && reader.good("VARNOK_GetPortCount", status))
+        reader.read_ports(count);
+    return host;
+}
+
+} // namespace ctl

@@ -1,0 +1,147 @@
+// varnokctl - shows a host's iSCSI offload adapters.
+#include <clocale>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <langinfo.h>
+
+#include "inventory.h"
+#include "render.h"
+#include "table.h"
+#include "words.h"
+
+namespace
+{
+
+enum exit_status { all_well = 0, refused = 1, usage = 2 };
+
+struct options {
+    ctl::request ask;
+    ctl::style style;
+    bool ascii = false;
+};
+
+enum accepts : unsigned { port = 1, target = 2, bytes = 4, details = 8 };
+
+struct command {
+    const char *name;
+    const char *help;
+    unsigned accepts;
+    unsigned needs;
+    std::string (*render)(const ctl::host &, const ctl::style &);
+};
+
+constexpr command commands[] = {
+    {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes,
+     ctl::need_portals | ctl::need_sessions | ctl::need_luns, ctl::tree_text},
+    {"ports", "List the adapter ports", port | details, ctl::need_ports, ctl::ports_text},
+    {"portals", "List the ports' iSCSI portals", port, ctl::need_portals, ctl::portals_text},
+    {"sessions", "List the iSCSI sessions", port | target | details, ctl::need_sessions,
+     ctl::sessions_text},
+    {"targets", "List the iSCSI targets", port | target | details, ctl::need_targets,
+     ctl::targets_text},
+    {"luns", "List the LUNs behind the targets", port | target | bytes | details, ctl::need_luns,
+     ctl::luns_text},
+};
+
+constexpr const char *description =
+    "Shows a host's iSCSI offload adapters: ports, portals, sessions, targets and LUNs.";
+
+constexpr const char *footer =
+    "Exit status: 0 all well, 1 the library refused something or there is no such port\n"
+    "or target, 2 wrong usage. Set VARNOK_API_DEBUG=4 to see why the library refuses.";
+
+void add_options(CLI::App &app, const command &command, options &options)
+{
+    if ((command.accepts & port) != 0)
+        app.add_option("-p,--port", options.ask.port, "Only the port with this number");
+    if ((command.accepts & target) != 0)
+        app.add_option("-t,--target", options.ask.target, "Only targets with this number");
+    if ((command.accepts & bytes) != 0)
+        app.add_flag("-b,--bytes", options.style.bytes, "Show sizes in bytes too");
+    if ((command.accepts & details) != 0)
+        app.add_flag("-d,--details", options.style.details, "Show every field, a block a record");
+    app.add_flag("--ascii", options.ascii, "Use ASCII characters only");
+}
+
+void print_version()
+{
+    const uint32_t number = VARNOK_GetVersion(nullptr, 0);
+    fmt::print("varnokctl {}\n{} (0x{:08x})\n", VARNOKCTL_VERSION, varnok_version_description,
+               number);
+}
+
+bool missing_target(const ctl::host &host, const ctl::request &ask)
+{
+    size_t found = 0;
+    for (const auto &port : host.ports)
+        found += port.targets.size() + port.sessions.size();
+    return ask.target && found == 0 && host.failures.empty();
+}
+
+int show(const command &command, const options &options)
+{
+    ctl::request ask = options.ask;
+    ask.needs = command.needs;
+    const ctl::host host = ctl::read_host(ask);
+    if (host.ports.empty() && host.failures.empty()) {
+        fmt::print("no adapters found\n");
+        return all_well;
+    }
+    if (missing_target(host, ask)) {
+        fmt::print(stderr, "varnokctl: there is no target {}\n", *ask.target);
+        return refused;
+    }
+    if (!host.ports.empty())
+        fmt::print("{}", command.render(host, options.style));
+    std::fflush(stdout);
+    for (const auto &failure : host.failures)
+        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
+    return host.failures.empty() ? all_well : refused;
+}
+
+int run(int argc, char **argv)
+{
+    std::setlocale(LC_CTYPE, "");
+    options options;
+    const command *chosen = nullptr;
+
+    CLI::App app(description, "varnokctl");
+    app.footer(footer);
+    app.require_subcommand(1);
+    app.add_subcommand("version", "Show the versions of the tool and of the library");
+    for (const command &command : commands) {
+        CLI::App *sub = app.add_subcommand(command.name, command.help);
+        add_options(*sub, command, options);
+        sub->callback([&chosen, &command] { chosen = &command; });
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? all_well : usage;
+    }
+
+    options.style.utf8 = !options.ascii && std::string(nl_langinfo(CODESET)) == "UTF-8";
+    options.style.width = ctl::output_width();
+    if (chosen != nullptr)
+        return show(*chosen, options);
+    print_version();
+    return all_well;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+try {
+    const int status = run(argc, argv);
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    std::perror("varnokctl: output");
+    return refused;
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "varnokctl: %s\n", error.what());
+    return refused;
+}

@@ -1,0 +1,110 @@
+#include "table.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <numeric>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace ctl
+{
+namespace
+{
+
+constexpr std::string_view gap = "  ";
+constexpr size_t least_width = 8; // of a column that shrinks
+
+const std::string &shown(const std::string &cell)
+{
+    static const std::string nothing = "-";
+    return cell.empty() ? nothing : cell;
+}
+
+std::vector<size_t> natural_widths(const std::vector<column> &columns, const std::vector<row> &rows)
+{
+    std::vector<size_t> widths;
+    for (size_t at = 0; at < columns.size(); at++) {
+        size_t width = display_width(columns[at].title);
+        for (const row &row : rows)
+            width = std::max(width, display_width(shown(row[at])));
+        widths.push_back(width);
+    }
+    return widths;
+}
+
+void shrink(std::vector<size_t> &widths, const std::vector<column> &columns, size_t limit)
+{
+    size_t total = std::accumulate(widths.begin(), widths.end(), gap.size() * (widths.size() - 1));
+    for (; total > limit; total--) {
+        size_t widest = columns.size();
+        size_t width = least_width;
+        for (size_t at = 0; at < columns.size(); at++)
+            if (columns[at].shrinks && widths[at] > width)
+                width = widths[widest = at];
+        if (widest == columns.size())
+            return;
+        widths[widest]--;
+    }
+}
+
+void trim_end(std::string &line) { line.erase(line.find_last_not_of(' ') + 1); }
+
+std::string line_of(const row &cells, const std::vector<column> &columns,
+                    const std::vector<size_t> &widths, const style &style)
+{
+    std::string line;
+    for (size_t at = 0; at < cells.size(); at++) {
+        line += at == 0 ? "" : gap;
+        line +=
+            padded(shortened(shown(cells[at]), widths[at], style), widths[at], columns[at].right);
+    }
+    trim_end(line);
+    return line + '\n';
+}
+
+} // namespace
+
+std::string table_text(const std::vector<column> &columns, const std::vector<row> &rows,
+                       const style &style)
+{
+    std::vector<size_t> widths = natural_widths(columns, rows);
+    shrink(widths, columns, style.width);
+    row titles;
+    for (const column &column : columns)
+        titles.push_back(column.title);
+    std::string text = line_of(titles, columns, widths, style);
+    for (const row &row : rows)
+        text += line_of(row, columns, widths, style);
+    return text;
+}
+
+std::string sheets_text(const std::vector<column> &columns, const std::vector<row> &rows)
+{
+    size_t width = 0;
+    for (const column &column : columns)
+        width = std::max(width, display_width(column.title));
+    std::string text;
+    for (const row &row : rows) {
+        text += text.empty() ? "" : "\n";
+        for (size_t at = 0; at < columns.size(); at++)
+            text += padded(columns[at].title, width) + std::string(gap) + shown(row[at]) + '\n';
+    }
+    return text;
+}
+
+size_t output_width()
+{
+    constexpr size_t usual = 80;
+    size_t width = 0;
+    if (const char *columns = std::getenv("COLUMNS"))
+        std::from_chars(columns, columns + std::strlen(columns), width);
+    winsize window{};
+    if (width == 0 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0)
+        width = window.ws_col;
+    return width == 0 ? usual : width;
+}
+
+} // namespace ctl

@@ -1,0 +1,30 @@
+// Lays out aligned columns.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "text.h"
+
+namespace ctl
+{
+
+struct column {
+    std::string title;
+    bool right;   // for numbers
+    bool shrinks; // gives way when the table is too wide
+};
+
+using row = std::vector<std::string>;
+
+// A table with a heading. Empty cells show a dash.
+std::string table_text(const std::vector<column> &columns, const std::vector<row> &rows,
+                       const style &style);
+
+// The same, a block for each row and a line for each cell.
+std::string sheets_text(const std::vector<column> &columns, const std::vector<row> &rows);
+
+// The width of the terminal, or of what stands in for it.
+size_t output_width();
+
+} // namespace ctl

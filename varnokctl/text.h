@@ -1,0 +1,54 @@
+// Turns field bytes, addresses and sizes into text that is safe to print.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace ctl
+{
+
+// How output is to look.
+struct style {
+    bool utf8 = false;    // else plain ASCII
+    bool bytes = false;   // sizes in bytes too
+    bool details = false; // every field, not only those that fit a table
+    size_t width = 80;    // columns
+};
+
+// A text field: up to its NUL byte or its end, without trailing spaces. Whatever is not printable
+// is written as \xNN, a byte at a time, and so is the backslash; without UTF-8 all but ASCII is.
+std::string field_text(std::span<const uint8_t> field, const style &style);
+
+// Bytes as hexadecimal digits in lower case, with a separator between two bytes.
+std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator = "");
+
+// Both are empty for an address of zeros.
+std::string ip_address(std::span<const uint8_t, 4> address);
+std::string ip_address(std::span<const uint8_t, 16> address);
+
+// "10.0.0.1:3260" or "[fd00::1]:3260"; empty for an empty address.
+std::string endpoint(const std::string &address, uint16_t port);
+
+// The IPv4 endpoint, or the IPv6 one when there is no IPv4 address.
+std::string endpoint(std::span<const uint8_t, 4> ipv4, uint16_t ipv4_port,
+                     std::span<const uint8_t, 16> ipv6, uint16_t ipv6_port);
+
+// In binary units: "512 B", "2.0 TiB"; empty for 0.
+std::string size_text(uint64_t bytes);
+
+// "no LUNs", "1 LUN", "5 LUNs".
+std::string counted(size_t count, std::string_view noun);
+
+// Columns that a text takes, one a code point.
+size_t display_width(std::string_view text);
+
+// The text filled up with spaces, at its end or (right) at its start.
+std::string padded(const std::string &text, size_t width, bool right = false);
+
+// The text with its middle left out when it is wider than that: names differ at their end.
+std::string shortened(const std::string &text, size_t width, const style &style);
+
+} // namespace ctl

@@ -1,0 +1,176 @@
+#include "render.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "words.h"
+
+namespace ctl
+{
+namespace
+{
+
+struct node {
+    std::vector<std::string> facts; // empty ones are left out
+    std::vector<node> children;
+};
+
+constexpr std::string_view gap = "  "; // between two facts
+constexpr size_t least_width = 8;      // for a fact, however deep it stands
+
+bool is_blank(const std::string &fact) { return fact.find_first_not_of(' ') == std::string::npos; }
+
+struct lines {
+    const char *branch, *last_branch, *trunk, *blank;
+};
+constexpr lines box_lines = {"├─ ", "└─ ", "│  ", "   "};
+constexpr lines ascii_lines = {"|- ", "`- ", "|  ", "   "};
+
+class printer
+{
+  public:
+    explicit printer(const style &style)
+        : style_(style), lines_(style.utf8 ? box_lines : ascii_lines)
+    {
+    }
+
+    // first starts the node's first line, rest every other line of it and of its children.
+    void print(const node &node, const std::string &first, const std::string &rest)
+    {
+        const std::string below = rest + (node.children.empty() ? "" : lines_.trunk);
+        const size_t indent = display_width(first) + display_width(node.facts.front()) + gap.size();
+        print_facts(node.facts, first, padded(below, indent));
+        for (const auto &child : node.children) {
+            const bool last = &child == &node.children.back();
+            print(child, rest + (last ? lines_.last_branch : lines_.branch),
+                  rest + (last ? lines_.blank : lines_.trunk));
+        }
+    }
+
+    const std::string &text() const { return text_; }
+
+  private:
+    // Facts that do not fit a line go on the next one.
+    void print_facts(const std::vector<std::string> &facts, const std::string &first,
+                     const std::string &rest)
+    {
+        std::string line = first;
+        bool begun = false;
+        for (const std::string &fact : facts) {
+            const bool fits =
+                display_width(line) + gap.size() + display_width(fact) <= style_.width;
+            if (fact.empty() || (is_blank(fact) && !fits))
+                continue;
+            if (begun && !fits) {
+                end_line(line);
+                line = rest;
+                begun = false;
+            }
+            line += begun ? gap : "";
+            const size_t used = std::min(display_width(line), style_.width);
+            line += shortened(fact, std::max(style_.width - used, least_width), style_);
+            begun = true;
+        }
+        end_line(line);
+    }
+
+    void end_line(std::string line)
+    {
+        line.erase(line.find_last_not_of(' ') + 1);
+        text_ += line + '\n';
+    }
+
+    const style &style_;
+    const lines &lines_;
+    std::string text_;
+};
+
+std::string name_of(const VARNOK_LUN_INFO &lun, const style &style)
+{
+    const std::string vendor = field_text(lun.VendorName, style);
+    const std::string product = field_text(lun.ProductName, style);
+    return vendor + (vendor.empty() || product.empty() ? "" : " ") + product;
+}
+
+std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style)
+{
+    std::string size = size_text(lun.Capacity);
+    if (style.bytes && lun.Capacity >= 1024)
+        size += fmt::format(" ({} B)", +lun.Capacity);
+    return {fmt::format("LUN {}", lun_number(lun.ScsiLunNum, lun.ScsiLunNumExt)),
+            device_type(lun.DeviceType), size, name_of(lun, style)};
+}
+
+// The LUNs of a target stand below each other: their facts take equal widths.
+std::vector<node> lun_nodes(const target &target, const style &style)
+{
+    constexpr size_t size_fact = 2;
+    std::vector<node> nodes;
+    std::vector<size_t> widths;
+    for (const VARNOK_LUN_INFO &lun : target.luns) {
+        const node &added = nodes.emplace_back(node{lun_facts(lun, style), {}});
+        widths.resize(added.facts.size());
+        for (size_t at = 0; at < widths.size(); at++)
+            widths[at] = std::max(widths[at], display_width(added.facts[at]));
+    }
+    for (node &node : nodes)
+        for (size_t at = 0; at < widths.size(); at++)
+            node.facts[at] = padded(node.facts[at], widths[at], at == size_fact);
+    return nodes;
+}
+
+node target_node(const target &target, const port &port, const style &style)
+{
+    const uint32_t number = target.info.ScsiTgtNum;
+    const auto session = std::ranges::lower_bound(port.sessions, number, {}, &session::target);
+    const bool found = session != port.sessions.end() && session->target == number;
+    const std::string address =
+        found ? target_endpoint(session->info) : target_endpoint(target.info);
+    return {{fmt::format("Target {}", number), field_text(target.info.TargetName, style), address,
+             counted(target.info.LunCount, "LUN")},
+            lun_nodes(target, style)};
+}
+
+node port_node(const port &port, const style &style)
+{
+    node node{{fmt::format("Port {}", port.instance)}, {}};
+    if (!port.info) {
+        node.facts.emplace_back("not readable");
+        return node;
+    }
+    const VARNOK_PHY_PORT_INFO &info = *port.info;
+    for (const auto &fact :
+         {field_text(info.HbaName, style), field_text(info.ModelName, style),
+          port_speed(info.PortSpeed), port_state(info.PortState), hex_bytes(info.MAC, ":")})
+        node.facts.push_back(fact);
+    if (port.portal) {
+        node.facts.push_back(ip_address(port.portal->IPv4Addr));
+        node.facts.push_back(ip_address(port.portal->IPv6Addr));
+    }
+    for (const target &target : port.targets)
+        node.children.push_back(target_node(target, port, style));
+    return node;
+}
+
+} // namespace
+
+std::string tree_text(const host &host, const style &style)
+{
+    node top{{"Host", counted(host.ports.size(), "port")}, {}};
+    size_t targets = 0;
+    size_t luns = 0;
+    for (const port &port : host.ports) {
+        top.children.push_back(port_node(port, style));
+        targets += port.targets.size();
+        for (const target &target : port.targets)
+            luns += target.luns.size();
+    }
+    top.facts.push_back(counted(targets, "target"));
+    top.facts.push_back(counted(luns, "LUN"));
+    printer printer(style);
+    printer.print(top, "", "");
+    return printer.text();
+}
+
+} // namespace ctl
