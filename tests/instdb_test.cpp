@@ -163,31 +163,8 @@ TEST_F(InstdbTest, Dump)
     EXPECT_EQ(log_of(5, [&] { varnok_print_priv_data(pdb); }), "");
 }
 
-TEST_F(InstdbTest, DeviceRules)
+TEST_F(InstdbTest, QuadPortAdapters)
 {
-    using varnok::backend;
-    struct {
-        uint16_t device_id;
-        bool admitted;
-        bool newer;
-    } const devices[] = {
-        {0x2E31, true, true},   {0x2E35, true, false}, {0x2E36, true, false},
-        {0x2E5D, true, false},  {0x2E61, true, false}, {0x2E74, true, false},
-        {0x2E75, true, false},  {0x2E77, true, false}, {0x2E78, true, false},
-        {0x2E81, true, false},  {0x7A24, true, true},  {0x7B24, true, true},
-        {0x7A2C, false, false}, {0, false, false},     {0xFFFF, false, false},
-        {0x2E76, false, false},
-    };
-    for (const auto &d : devices) {
-        varnok_hw_info hw = {};
-        hw.device_id = d.device_id;
-        EXPECT_EQ(varnok::is_admitted(d.device_id), d.admitted);
-        EXPECT_EQ(varnok::backend_of(&hw), d.newer ? backend::legacy_newer : backend::legacy_older);
-        hw.native_driver = 2;
-        EXPECT_EQ(varnok::backend_of(&hw), d.newer ? backend::legacy_newer : backend::legacy_older);
-        hw.native_driver = 1;
-        EXPECT_EQ(varnok::backend_of(&hw), d.newer ? backend::native_newer : backend::native_older);
-    }
     const auto quad = [](uint16_t vendor, uint16_t device, uint16_t ssvendor, uint16_t ssdevice) {
         varnok_hw_info hw = {};
         hw.vendor_id = vendor;

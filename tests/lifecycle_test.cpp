@@ -228,28 +228,49 @@ TEST_P(OpenTest, UnloadClosesWhatWasOpenedAndNothingElse)
     }
 }
 
-// The back-end follows from the device alone, whichever pass found the port.
-TEST_F(LifecycleTest, QueriesFollowTheDevice)
+// Admission and the back-end follow from the device alone, whichever pass found the port.
+TEST_F(LifecycleTest, TheDeviceDecides)
 {
     struct {
-        const char *driver;
-        const char *device_id;
-        const char *query;
-    } const cases[] = {
-        {"rovani", "0x7a24", "varnoknt_get_port_info"},
-        {"pelt", "0x2e74", "varnok_ryxnt_get_port_info"},
-        {"tepli", "0x2e31", "varnok_get_port_info_zt"},
-        {"dxo", "0x2e74", "varnok_get_port_info"},
+        uint16_t id;
+        bool admitted;
+        bool newer;
+    } const devices[] = {
+        {0x2E31, true, true},   {0x2E35, true, false}, {0x2E36, true, false},
+        {0x2E5D, true, false},  {0x2E61, true, false}, {0x2E74, true, false},
+        {0x2E75, true, false},  {0x2E77, true, false}, {0x2E78, true, false},
+        {0x2E81, true, false},  {0x7A24, true, true},  {0x7B24, true, true},
+        {0x7A2C, false, false}, {0, false, false},     {0xFFFF, false, false},
+        {0x2E76, false, false},
     };
-    for (const auto &c : cases) {
-        simulate(R"({"ports":[{"driver":"@","device_id":")" + std::string(c.device_id) + "\"}]}",
-                 c.driver);
-        const uint32_t handle = load_and_open();
-        VARNOK_PHY_PORT_INFO port = {};
-        const std::string log = log_of(2, [&] { VARNOK_GetPhyPortInfo(handle, &port); });
-        EXPECT_NE(log.find(std::string(c.query) + "(1): entered."), std::string::npos) << log;
-        VARNOK_FreeLibrary();
-    }
+    for (const back_end &found_by : back_ends)
+        for (const auto &device : devices) {
+            simulate(R"({"drivers":["rovani"],"ports":[{"driver":"@","device_id":)" +
+                         std::to_string(device.id) + "}]}",
+                     found_by.driver);
+            // The older legacy driver is asked only when the native one fails.
+            platform::reset();
+            platform::set_user_lines("2\n");
+            if (std::string(found_by.driver) == "tepli")
+                platform::fail_call("vmk_init", 1, EIO);
+            ASSERT_EQ(VARNOK_LoadLibrary(), 0U);
+            ASSERT_EQ(varnok_priv_database != nullptr, device.admitted)
+                << found_by.driver << device.id;
+            if (!device.admitted)
+                continue;
+            uint32_t handle = 0;
+            ASSERT_EQ(VARNOK_OpenAdapter(0, &handle), 0U);
+            const auto *const serves =
+                std::find_if(std::begin(back_ends), std::end(back_ends), [&](const back_end &b) {
+                    return b.native == found_by.native && b.newer == device.newer;
+                });
+            VARNOK_PHY_PORT_INFO port = {};
+            const std::string log = log_of(2, [&] { VARNOK_GetPhyPortInfo(handle, &port); });
+            EXPECT_NE(log.find("\n" + serves->name("get_port_info") + "(1): entered.\n"),
+                      std::string::npos)
+                << log;
+            VARNOK_FreeLibrary();
+        }
 }
 
 } // namespace

@@ -103,7 +103,7 @@ TEST_F(LogTest, TheFileGetsTimeStampedLines)
     platform::fail_call("fopen", 1, EACCES);
     EXPECT_EQ(log_of(7, [] { varnok_dbg_print("f", ": x", 0, 0, 1); }), "f: x\n");
     platform::fail_call("localtime", 1, EINVAL);
-    EXPECT_EQ(log_of(7, two_lines), "f(g: x=11h\n");
+    EXPECT_EQ(log_of(7, two_lines), "f(3g: x=11h\n");
     platform::fail_allocation(1);
     EXPECT_EQ(log_of(4, two_lines), "): entered.\ng: x=11h\n");
     // A path that fills its array has no end.
@@ -182,7 +182,7 @@ TEST_F(LogTest, Dump)
         std::string(78, '-') +
         "\n"
         " 0    9   12h  1Bh  24h  2Dh  36h  3Fh  48h  51h  5Ah  63h  6Ch  75h  7Eh  87h\n"
-        "90h  99h  A2h  ABh  B4h  BDh  C6h  CFh  D8h  E1h  EAh  F3h  FCh   5   Eh  17h\n"
+        "90h  99h  A2h  ABh  B4h  BDh  C6h  CFh  D8h  E1h  EAh  F3h  FCh   5    Eh  17h\n"
         "20h  \n" +
         std::string(78, '-') +
         "\n"

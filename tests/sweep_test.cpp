@@ -29,7 +29,7 @@ class SweepTest : public BackEndTest
         const statuses driver = {VARNOK_STATUS_DRIVER_FAILED};
         steps = {
             {"load", VARNOK_LoadLibrary, {VARNOK_STATUS_FAILED}, {VARNOK_STATUS_FAILED}},
-            {"open", [this] { return VARNOK_OpenAdapter(0, &handle); }, {}, {EIO}},
+            {"open", [this] { return VARNOK_OpenAdapter(1, &handle); }, {}, {EIO}},
             {"port", [this] { return VARNOK_GetPhyPortInfo(handle, &port); }, memory, driver},
             {"sessions", [this] { return VARNOK_GetSessionInfo(handle, &(count = 2), &session); },
              memory, driver},

@@ -285,7 +285,7 @@ off_t lseek(int fd, off_t offset, int whence) noexcept
     return real<off_t(int, off_t, int)>("lseek")(fd, offset, whence);
 }
 
-int fsync(int fd)
+int fsync(int)
 {
     if (FROM_LIBRARY && fails("fsync"))
         return -1;
@@ -343,7 +343,17 @@ FILE *popen(const char *command, const char *mode)
         return call(command, mode);
     if (fails("popen", command))
         return nullptr;
-    return call(user_lines_set ? ("printf '" + user_lines + "'").c_str() : command, mode);
+    if (!user_lines_set)
+        return call(command, mode);
+    FILE *const lines = tmpfile();
+    fputs(user_lines.c_str(), lines);
+    rewind(lines);
+    return lines;
+}
+
+int pclose(FILE *stream)
+{
+    return FROM_LIBRARY && user_lines_set ? fclose(stream) : real<int(FILE *)>("pclose")(stream);
 }
 
 int uname(utsname *name) noexcept
