@@ -57,10 +57,7 @@ struct Dlist : testing::Test {
             varnok_dlist_push(list, new int(v));
     }
 
-    int marked()
-    {
-        return varnok_dlist_mark(list) == nullptr ? -1 : value(varnok_dlist_mark(list));
-    }
+    int marked() { return varnok_dlist_mark(list) == nullptr ? -1 : value(varnok_dlist_mark(list)); }
 };
 
 int32_t ascending(void *a, void *b) { return value(a) / 10 - value(b) / 10; }

@@ -120,8 +120,7 @@ TEST_F(InstdbTest, AFailedAllocationDiscardsTheList)
         {1, true,
          "varnok_alloc_pdb_mem: not enough memory for api_priv_data "
          "instance.\nvarnok_alloc_pdb_mem: failed.\n"},
-        {2, true,
-         "varnok_alloc_pdb_mem: varnok_dlist_insert failed.\nvarnok_alloc_pdb_mem: failed.\n"},
+        {2, true, "varnok_alloc_pdb_mem: varnok_dlist_insert failed.\nvarnok_alloc_pdb_mem: failed.\n"},
     };
     // A log line allocates too: the failing run and the line are measured apart.
     for (const auto &c : cases) {
@@ -147,19 +146,17 @@ TEST_F(InstdbTest, Dump)
     pdb->port_speed = 10000;
     const std::string dump = log_of(6, [&] { varnok_print_priv_data(pdb); });
     const std::string zeros = "0:0:0:0:0:0:0:0:0:0:0:0:0:0:0:0\n";
-    EXPECT_EQ(
-        dump,
-        " API Private Data:\n phys_path: \n drvr_inst: 0\n host_no: 258\n iqn: iqn.x\n"
-        " mac: 0:0:0:0:0:0\n ipv4_port: 0\n ipv4addr: Ah:0:FFh:9\n subnet: 0:0:0:0\n"
-        " gateway: 0:0:0:0\n ipv6_port: 0\n ipv6addr: " +
-            zeros + " ipv6_linklocal: " + zeros + " ipv6_router: " + zeros +
-            " vlan_enabled: 0\n vlan_priority: 0\n vlan_id: 4095\n manufacturer: \n model_name: " +
-            std::string(32, 'm') +
-            "\n model_desc: \n serial_num: \n driver_version: \n driver_date: \n driver_name: \n"
-            " driver_loaded: 1\n fw_version: \n vendor_id: 1E2Bh\n device_id: 0\n ssvendor_id: 0\n"
-            " ssdevice_id: 0\n pci_domain: 0\n pci_bus: 102h\n pci_dev: 0\n pci_func: 0\n pci_rev: "
-            "0\n"
-            " port_sup_speed: 0\n port_speed: 2710h\n mtu: 0\n phy port_number: 0\n");
+    EXPECT_EQ(dump, " API Private Data:\n phys_path: \n drvr_inst: 0\n host_no: 258\n iqn: iqn.x\n"
+                    " mac: 0:0:0:0:0:0\n ipv4_port: 0\n ipv4addr: Ah:0:FFh:9\n subnet: 0:0:0:0\n"
+                    " gateway: 0:0:0:0\n ipv6_port: 0\n ipv6addr: " +
+                        zeros + " ipv6_linklocal: " + zeros + " ipv6_router: " + zeros +
+                        " vlan_enabled: 0\n vlan_priority: 0\n vlan_id: 4095\n manufacturer: \n model_name: " +
+                        std::string(32, 'm') +
+                        "\n model_desc: \n serial_num: \n driver_version: \n driver_date: \n driver_name: \n"
+                        " driver_loaded: 1\n fw_version: \n vendor_id: 1E2Bh\n device_id: 0\n ssvendor_id: 0\n"
+                        " ssdevice_id: 0\n pci_domain: 0\n pci_bus: 102h\n pci_dev: 0\n pci_func: 0\n pci_rev: "
+                        "0\n"
+                        " port_sup_speed: 0\n port_speed: 2710h\n mtu: 0\n phy port_number: 0\n");
     EXPECT_EQ(log_of(5, [&] { varnok_print_priv_data(pdb); }), "");
 }
 

@@ -37,16 +37,15 @@ TEST_F(LifecycleTest, DiscoveryOrder)
         {R"({"drivers":["tepli"]})", 0, 0, "rovani tepli pelt dxo"},
         {R"({"drivers":["pelt"]})", failed, 0, "rovani tepli pelt"},
         {R"({"drivers":["dxo"]})", failed, 0, "rovani tepli pelt dxo"},
-        {R"({"drivers":["tepli","dxo","pelt","rovani"],"ports":[{"driver":"tepli"},{"driver":"dxo"}]})",
-         0, 0, "rovani pelt"},
+        {R"({"drivers":["tepli","dxo","pelt","rovani"],"ports":[{"driver":"tepli"},{"driver":"dxo"}]})", 0, 0,
+         "rovani pelt"},
         {R"({"ports":[{"driver":"rovani"},{"driver":"dxo"}]})", 0, 2, "rovani pelt dxo"},
         {R"({"ports":[{"driver":"tepli"},{"driver":"pelt"}]})", 0, 2, "rovani tepli pelt"},
         {R"({"ports":[{"driver":"dxo","repeat":3}]})", 0, 3, "rovani tepli pelt dxo"},
         {R"({"ports":[{"driver":"rovani","device_id":1}]})", 0, 0, "rovani pelt dxo"},
         {R"({"host":{"euid":1},"ports":[{"driver":"rovani"}]})", failed, 0, ""},
         {R"({"host":{"sysname":"Linux"},"ports":[{"driver":"rovani"}]})", failed, 0, ""},
-        {R"({"host":{"sysname":"xVMkernel7"},"ports":[{"driver":"rovani"}]})", 0, 1,
-         "rovani pelt dxo"},
+        {R"({"host":{"sysname":"xVMkernel7"},"ports":[{"driver":"rovani"}]})", 0, 1, "rovani pelt dxo"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.scenario);
@@ -70,11 +69,9 @@ TEST_F(LifecycleTest, LoadingTwiceAsksOnce)
     simulate(R"({"ports":[{"driver":"pelt"}]})");
     EXPECT_EQ(VARNOK_LoadLibrary(), 0U);
     const size_t calls = platform::calls().size();
-    EXPECT_EQ(log_of(4, [] { EXPECT_EQ(VARNOK_LoadLibrary(), 0U); }),
-              "VARNOK_LoadLibrary: already loaded.\n");
-    EXPECT_EQ(std::count(platform::calls().begin() + static_cast<long>(calls),
-                         platform::calls().end(), "vmk_init pelt"),
-              0);
+    EXPECT_EQ(log_of(4, [] { EXPECT_EQ(VARNOK_LoadLibrary(), 0U); }), "VARNOK_LoadLibrary: already loaded.\n");
+    EXPECT_EQ(
+        std::count(platform::calls().begin() + static_cast<long>(calls), platform::calls().end(), "vmk_init pelt"), 0);
     // Ports found before, but the shared database failed: the lists are gone and the next load
     // looks again.
     EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
@@ -97,21 +94,18 @@ TEST_F(LifecycleTest, CallsOutOfOrder)
     EXPECT_EQ(version[0], 0);
     EXPECT_EQ(VARNOK_GetVersion(version, 13), 0x05000200U);
     EXPECT_STREQ(reinterpret_cast<char *>(version), "v5.00 build2");
-    EXPECT_EQ(std::string(varnok_version_description),
-              "Molvar Halcyon iSCSI API library version v5.00 build2");
+    EXPECT_EQ(std::string(varnok_version_description), "Molvar Halcyon iSCSI API library version v5.00 build2");
     EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
     EXPECT_EQ(VARNOK_OpenAdapter(0, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
     EXPECT_EQ(VARNOK_OpenAdapter(0, &handle), VARNOK_STATUS_FAILED);
     EXPECT_EQ(VARNOK_CloseAdapter(0), VARNOK_STATUS_FAILED);
     EXPECT_EQ(VARNOK_GetPortCount(&count), VARNOK_STATUS_FAILED);
-    EXPECT_EQ(
-        log_of(6, [] { EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER); }),
-        "VARNOK_GetPortCount: invalid parameter.\n");
+    EXPECT_EQ(log_of(6, [] { EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER); }),
+              "VARNOK_GetPortCount: invalid parameter.\n");
     simulate(R"({"ports":[{"driver":"rovani"}]})");
     EXPECT_EQ(VARNOK_LoadLibrary(), 0U);
-    EXPECT_EQ(
-        log_of(4, [&] { EXPECT_EQ(VARNOK_OpenAdapter(1, &handle), VARNOK_STATUS_NOT_FOUND); }),
-        "VARNOK_OpenAdapter(1): pdb not found, exiting\n");
+    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_OpenAdapter(1, &handle), VARNOK_STATUS_NOT_FOUND); }),
+              "VARNOK_OpenAdapter(1): pdb not found, exiting\n");
     EXPECT_EQ(handle, 5U);
 }
 
@@ -174,8 +168,7 @@ TEST_P(OpenTest, Lines)
     EXPECT_EQ(log_of(6, [&] { EXPECT_EQ(VARNOK_OpenAdapter(1, &handle), 0U); }),
               "VARNOK_OpenAdapter(1): entered.\n" + lookup + open + ": entered.\n" +
                   (native ? open + ": exiting.\n"
-                          : instance + open + "(1): opened adapter instance.\n" + open +
-                                ": exiting, rval=0\n") +
+                          : instance + open + "(1): opened adapter instance.\n" + open + ": exiting, rval=0\n") +
                   "VARNOK_OpenAdapter(1): exiting, Return Handle=2 rval=0\n");
     EXPECT_EQ(log_of(6, [&] { EXPECT_EQ(VARNOK_CloseAdapter(2), 0U); }),
               "VARNOK_CloseAdapter(2): entered.\nvarnok_get_pdb_from_user_handle(2): entered.\n"
@@ -197,11 +190,9 @@ TEST_P(OpenTest, ADeviceThatDoesNotOpen)
     ASSERT_EQ(VARNOK_LoadLibrary(), 0U);
     platform::fail_call("open", 1, ENOENT);
     uint32_t handle = 9;
-    EXPECT_EQ(
-        log_of(4,
-               [&] { EXPECT_EQ(VARNOK_OpenAdapter(0, &handle), static_cast<uint32_t>(ENOENT)); }),
-        "varnok_open_adapter(0): error opening adapter=2, fd=18446744073709551615\n"
-        "VARNOK_OpenAdapter(0): open failed.\n");
+    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_OpenAdapter(0, &handle), static_cast<uint32_t>(ENOENT)); }),
+              "varnok_open_adapter(0): error opening adapter=2, fd=18446744073709551615\n"
+              "VARNOK_OpenAdapter(0): open failed.\n");
     EXPECT_EQ(handle, 9U);
     EXPECT_EQ(VARNOK_CloseAdapter(1), VARNOK_STATUS_FAILED);
 }
@@ -209,9 +200,7 @@ TEST_P(OpenTest, ADeviceThatDoesNotOpen)
 TEST_P(OpenTest, UnloadClosesWhatWasOpenedAndNothingElse)
 {
     simulate(R"({"ports":[{"driver":"@","repeat":3}]})");
-    const auto closes = [] {
-        return std::count(platform::calls().begin(), platform::calls().end(), "close");
-    };
+    const auto closes = [] { return std::count(platform::calls().begin(), platform::calls().end(), "close"); };
     for (uint32_t opened : {0U, 2U}) {
         ASSERT_EQ(VARNOK_LoadLibrary(), 0U);
         uint32_t handle = 0;
@@ -221,8 +210,7 @@ TEST_P(OpenTest, UnloadClosesWhatWasOpenedAndNothingElse)
         }
         const long before = closes();
         EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
-        EXPECT_EQ(closes() - before, 1 + (GetParam().native ? 0 : opened))
-            << "the shared file, and the devices";
+        EXPECT_EQ(closes() - before, 1 + (GetParam().native ? 0 : opened)) << "the shared file, and the devices";
         EXPECT_EQ(VARNOK_CloseAdapter(1), VARNOK_STATUS_FAILED);
         expect_nothing_held();
     }
@@ -236,17 +224,14 @@ TEST_F(LifecycleTest, TheDeviceDecides)
         bool admitted;
         bool newer;
     } const devices[] = {
-        {0x2E31, true, true},   {0x2E35, true, false}, {0x2E36, true, false},
-        {0x2E5D, true, false},  {0x2E61, true, false}, {0x2E74, true, false},
-        {0x2E75, true, false},  {0x2E77, true, false}, {0x2E78, true, false},
-        {0x2E81, true, false},  {0x7A24, true, true},  {0x7B24, true, true},
-        {0x7A2C, false, false}, {0, false, false},     {0xFFFF, false, false},
-        {0x2E76, false, false},
+        {0x2E31, true, true},   {0x2E35, true, false}, {0x2E36, true, false},  {0x2E5D, true, false},
+        {0x2E61, true, false},  {0x2E74, true, false}, {0x2E75, true, false},  {0x2E77, true, false},
+        {0x2E78, true, false},  {0x2E81, true, false}, {0x7A24, true, true},   {0x7B24, true, true},
+        {0x7A2C, false, false}, {0, false, false},     {0xFFFF, false, false}, {0x2E76, false, false},
     };
     for (const back_end &found_by : back_ends)
         for (const auto &device : devices) {
-            simulate(R"({"drivers":["rovani"],"ports":[{"driver":"@","device_id":)" +
-                         std::to_string(device.id) + "}]}",
+            simulate(R"({"drivers":["rovani"],"ports":[{"driver":"@","device_id":)" + std::to_string(device.id) + "}]}",
                      found_by.driver);
             // The older legacy driver is asked only when the native one fails.
             platform::reset();
@@ -254,21 +239,17 @@ TEST_F(LifecycleTest, TheDeviceDecides)
             if (std::string(found_by.driver) == "tepli")
                 platform::fail_call("vmk_init", 1, EIO);
             ASSERT_EQ(VARNOK_LoadLibrary(), 0U);
-            ASSERT_EQ(varnok_priv_database != nullptr, device.admitted)
-                << found_by.driver << device.id;
+            ASSERT_EQ(varnok_priv_database != nullptr, device.admitted) << found_by.driver << device.id;
             if (!device.admitted)
                 continue;
             uint32_t handle = 0;
             ASSERT_EQ(VARNOK_OpenAdapter(0, &handle), 0U);
-            const auto *const serves =
-                std::find_if(std::begin(back_ends), std::end(back_ends), [&](const back_end &b) {
-                    return b.native == found_by.native && b.newer == device.newer;
-                });
+            const auto *const serves = std::find_if(std::begin(back_ends), std::end(back_ends), [&](const back_end &b) {
+                return b.native == found_by.native && b.newer == device.newer;
+            });
             VARNOK_PHY_PORT_INFO port = {};
             const std::string log = log_of(2, [&] { VARNOK_GetPhyPortInfo(handle, &port); });
-            EXPECT_NE(log.find("\n" + serves->name("get_port_info") + "(1): entered.\n"),
-                      std::string::npos)
-                << log;
+            EXPECT_NE(log.find("\n" + serves->name("get_port_info") + "(1): entered.\n"), std::string::npos) << log;
             VARNOK_FreeLibrary();
         }
 }

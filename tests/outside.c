@@ -96,8 +96,7 @@ int vmk_MgmtUserInit(void *signature, uint64_t cookie, uint64_t *handle)
     return strcmp((const char *)signature + 4, "pelt") == 0 ? 0 : 1;
 }
 
-int vmk_MgmtUserCallbackInvokeInt(uint64_t handle, uint64_t instance, uint64_t id, uint32_t count,
-                                  ...)
+int vmk_MgmtUserCallbackInvokeInt(uint64_t handle, uint64_t instance, uint64_t id, uint32_t count, ...)
 {
     va_list list;
     va_start(list, count);
@@ -145,8 +144,7 @@ int ioctl(int fd, unsigned long code, ...)
 
 static void use_port(uint32_t instance)
 {
-    uint8_t port[431] = {2}, portal[29], session[614], target[304], lun[217] = {2},
-            command[292] = {0};
+    uint8_t port[431] = {2}, portal[29], session[614], target[304], lun[217] = {2}, command[292] = {0};
     uint8_t *array = portal;
     uint8_t data[8];
     uint32_t handle = 0, count = 0, length = sizeof data;

@@ -18,8 +18,7 @@ struct ScsiTest : BackEndTest {
 
     void one_lun(const char *size = "1 MiB")
     {
-        simulate(R"({"ports":[{"driver":"@","sessions":[{"luns":[{"size":")" + std::string(size) +
-                 "\"}]}]}]}");
+        simulate(R"({"ports":[{"driver":"@","sessions":[{"luns":[{"size":")" + std::string(size) + "\"}]}]}]}");
         handle = load_and_open();
         watch();
     }
@@ -65,13 +64,11 @@ TEST_P(ScsiTest, EveryFieldOfTheRecord)
         cmd.SenseLength = 0x1234;
         memset(cmd.Sense, 's', sizeof cmd.Sense);
         uint32_t length = sizeof data;
-        VARNOK_SendScsiCommand(handle, &cmd, c.length == 0 ? nullptr : &length,
-                               c.length == 0 ? nullptr : data);
+        VARNOK_SendScsiCommand(handle, &cmd, c.length == 0 ? nullptr : &length, c.length == 0 ? nullptr : data);
         std::string expected("\x44\x33\x22\x11\x88\x77\x66\x55\xCC\xBB\xAA\x99", 12);
         expected += static_cast<char>(c.sent);
         expected += '\6';
-        expected +=
-            std::string("\0\1\2\3\4\5\6\7\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f", native ? 6 : 16);
+        expected += std::string("\0\1\2\3\4\5\6\7\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f", native ? 6 : 16);
         expected.resize(30, '\0'); // a native driver receives the valid bytes of the CDB
         expected += "\x34\x12";
         expected.resize(288, '\0');
@@ -79,13 +76,11 @@ TEST_P(ScsiTest, EveryFieldOfTheRecord)
         EXPECT_EQ(last_sent.substr(0, 292), expected);
         if (native) {
             const std::string sent_data = c.sent == 2 ? std::string(300, 'd') : "";
-            EXPECT_EQ(last_sent.substr(292),
-                      sent_data + std::string(native_size - sent_data.size(), '\0'));
+            EXPECT_EQ(last_sent.substr(292), sent_data + std::string(native_size - sent_data.size(), '\0'));
         } else {
             const uint64_t address = c.length == 0 ? 0 : reinterpret_cast<uintptr_t>(data);
             EXPECT_EQ(last_sent.substr(292),
-                      std::string(reinterpret_cast<const char *>(&address), 8) +
-                          std::string(20, '\0'));
+                      std::string(reinterpret_cast<const char *>(&address), 8) + std::string(20, '\0'));
         }
         EXPECT_EQ(length, sizeof data);
         EXPECT_EQ(cmd.SenseLength, 0x1234);
@@ -138,10 +133,9 @@ TEST_P(ScsiTest, AFailingCommand)
 {
     const bool native = GetParam().native;
     one_lun();
-    const char *const failed = GetParam().newer ? (native ? "): scsi cmd callback failed, stat="
-                                                          : "): scsi cmd zt callback failed, stat=")
-                                                : (native ? "): scsi cmd ryx callback failed, stat="
-                                                          : "): scsi cmd ioctl failed, stat=");
+    const char *const failed =
+        GetParam().newer ? (native ? "): scsi cmd callback failed, stat=" : "): scsi cmd zt callback failed, stat=")
+                         : (native ? "): scsi cmd ryx callback failed, stat=" : "): scsi cmd ioctl failed, stat=");
     struct {
         uint32_t status;
         int err;
@@ -162,12 +156,10 @@ TEST_P(ScsiTest, AFailingCommand)
         std::vector<uint8_t> data(512, 'x');
         uint32_t length = 512;
         errno = 0;
-        const std::string log = log_of(4, [&] {
-            EXPECT_EQ(VARNOK_SendScsiCommand(handle, &cmd, &length, data.data()), c.result);
-        });
-        const std::string last = "VARNOK_SendScsiCommand(1" + std::string(failed) +
-                                 std::to_string(c.status) + " errno=" + std::to_string(c.err) +
-                                 "\n";
+        const std::string log =
+            log_of(4, [&] { EXPECT_EQ(VARNOK_SendScsiCommand(handle, &cmd, &length, data.data()), c.result); });
+        const std::string last = "VARNOK_SendScsiCommand(1" + std::string(failed) + std::to_string(c.status) +
+                                 " errno=" + std::to_string(c.err) + "\n";
         EXPECT_TRUE(log.ends_with(last)) << log;
         // Nothing of a failing native command comes back.
         const bool came_back = !native && c.status != 0;
@@ -185,15 +177,10 @@ TEST_P(ScsiTest, Arguments)
     std::vector<uint8_t> data(native_size + 1);
     uint32_t length = native_size + 1;
     EXPECT_EQ(VARNOK_SendScsiCommand(0, nullptr, nullptr, nullptr), VARNOK_STATUS_FAILED);
-    EXPECT_EQ(VARNOK_SendScsiCommand(handle, nullptr, nullptr, nullptr),
-              VARNOK_STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(VARNOK_SendScsiCommand(handle, nullptr, nullptr, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
     if (GetParam().native) {
         last_sent.clear();
-        EXPECT_EQ(log_of(4,
-                         [&] {
-                             EXPECT_EQ(VARNOK_SendScsiCommand(handle, &cmd, &length, data.data()),
-                                       0x80000004);
-                         }),
+        EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_SendScsiCommand(handle, &cmd, &length, data.data()), 0x80000004); }),
                   "VARNOK_SendScsiCommand(1): invalid parameter.\n");
         EXPECT_EQ(last_sent, "");
         length = native_size;
@@ -221,10 +208,7 @@ struct LunTest : ScsiTest {
         };
     }
 
-    uint32_t list(uint32_t *count, VARNOK_LUN_INFO *records)
-    {
-        return VARNOK_GetLunInfo(handle, 1, count, &records);
-    }
+    uint32_t list(uint32_t *count, VARNOK_LUN_INFO *records) { return VARNOK_GetLunInfo(handle, 1, count, &records); }
 };
 OVER_ALL_BACK_ENDS(LunTest);
 
@@ -297,17 +281,14 @@ TEST_P(LunTest, Counts)
     count = 2;
     EXPECT_EQ(list(&count, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
     EXPECT_EQ(cdbs.size(), 0U);
-    EXPECT_EQ(
-        log_of(4, [&] { EXPECT_EQ(list(&count, records), VARNOK_STATUS_INSUFFICIENT_BUFFER); }),
-        "VARNOK_GetLunInfo(1): invalid Lun Count value.\n");
+    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(list(&count, records), VARNOK_STATUS_INSUFFICIENT_BUFFER); }),
+              "VARNOK_GetLunInfo(1): invalid Lun Count value.\n");
     EXPECT_EQ(count, 3U);
     EXPECT_EQ(cdbs.size(), 1U);
     VARNOK_LUN_INFO *array = records;
-    const std::string log = log_of(
-        4, [&] { EXPECT_EQ(VARNOK_GetLunInfo(9, 1, &count, &array), VARNOK_STATUS_FAILED); });
-    EXPECT_TRUE(
-        log.ends_with("VARNOK_GetLunInfo(9): send scsi report luns cmd failed, rval=80000001h\n"))
-        << log;
+    const std::string log =
+        log_of(4, [&] { EXPECT_EQ(VARNOK_GetLunInfo(9, 1, &count, &array), VARNOK_STATUS_FAILED); });
+    EXPECT_TRUE(log.ends_with("VARNOK_GetLunInfo(9): send scsi report luns cmd failed, rval=80000001h\n")) << log;
 }
 
 // List lengths at the buffer's end and beyond it, and not a multiple of an entry.
@@ -367,17 +348,14 @@ TEST_P(LunTest, AFailingLunEndsTheCall)
     };
     for (const auto &c : cases) {
         host->on_answer = [&](exchange &e) {
-            if (e.what == request::scsi_cmd && e.record[14] == std::byte(c.operation) &&
-                e.record[8] == std::byte{11})
+            if (e.what == request::scsi_cmd && e.record[14] == std::byte(c.operation) && e.record[8] == std::byte{11})
                 e.status = 2;
         };
         VARNOK_LUN_INFO records[2] = {};
         uint32_t count = 2;
-        const std::string log =
-            log_of(4, [&] { EXPECT_EQ(list(&count, records), VARNOK_STATUS_DRIVER_2); });
+        const std::string log = log_of(4, [&] { EXPECT_EQ(list(&count, records), VARNOK_STATUS_DRIVER_2); });
         EXPECT_TRUE(log.ends_with(c.text)) << log;
-        EXPECT_EQ(log.find("): trying read capacity(16) cmd for lun=Bh\n") != std::string::npos,
-                  c.operation == 0x9E);
+        EXPECT_EQ(log.find("): trying read capacity(16) cmd for lun=Bh\n") != std::string::npos, c.operation == 0x9E);
         EXPECT_EQ(records[0].Capacity, 1U << 20);
         EXPECT_EQ(records[1].Capacity, 0U);
     }

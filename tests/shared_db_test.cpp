@@ -26,10 +26,7 @@ struct SharedDbTest : HostTest {
         remove(path.c_str());
     }
 
-    void write_file(const std::string &bytes) const
-    {
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
+    void write_file(const std::string &bytes) const { std::ofstream(path, std::ios::binary) << bytes; }
 
     std::string read_file() const
     {
@@ -57,18 +54,17 @@ struct SharedDbTest : HostTest {
 
 TEST_F(SharedDbTest, TheFirstOpenMakesTheFile)
 {
-    const std::vector<std::string> expected = {
-        "semget 1444",
-        "semget 932",
-        "semctl 16",
-        "semop -1",
-        "open /tmp/varnok_shared.dat " + std::to_string(O_RDWR),
-        "open /tmp/varnok_shared.dat " + std::to_string(O_RDWR | O_CREAT),
-        "write 163840",
-        "fsync",
-        "mmap",
-        "msync 4",
-        "semop 1"};
+    const std::vector<std::string> expected = {"semget 1444",
+                                               "semget 932",
+                                               "semctl 16",
+                                               "semop -1",
+                                               "open /tmp/varnok_shared.dat " + std::to_string(O_RDWR),
+                                               "open /tmp/varnok_shared.dat " + std::to_string(O_RDWR | O_CREAT),
+                                               "write 163840",
+                                               "fsync",
+                                               "mmap",
+                                               "msync 4",
+                                               "semop 1"};
     platform::reset();
     EXPECT_EQ(open(), 0U);
     EXPECT_EQ(platform::calls(), expected);
@@ -119,8 +115,7 @@ TEST_F(SharedDbTest, AShorterFileGrows)
         platform::reset();
         platform::set_user_lines("2\n");
         const std::string log = log_of(2, [] { EXPECT_EQ(open(), 0U); });
-        EXPECT_NE(log.find("varnok_open_database: done upgrading shared data file.\n"),
-                  std::string::npos);
+        EXPECT_NE(log.find("varnok_open_database: done upgrading shared data file.\n"), std::string::npos);
         std::string grown = old;
         grown.resize(file_size, '\0');
         std::string now = read_file();
@@ -148,13 +143,11 @@ TEST_F(SharedDbTest, FailingOpens)
          "most one time. errno=38\n",
          false},
         {"open", 2, EACCES, -1, ": Unable to create shared data file. errno=13\n", false},
-        {"write", 1, ENOSPC, -1, ": Unable to write completely to shared data file. errno=28\n",
-         false},
+        {"write", 1, ENOSPC, -1, ": Unable to write completely to shared data file. errno=28\n", false},
         {"fsync", 1, EIO, -1, ": fsync failed. errno=5\n", false},
         {"fstat", 1, EIO, 10, ": Unable to read shared data file. errno=5\n", true},
         {"read", 1, EIO, 10, ": Unable to read shared data file. errno=5\n", true},
-        {"lseek", 1, EINVAL, 10, ": Unable to seek to beginning of shared data file. errno=22\n",
-         true},
+        {"lseek", 1, EINVAL, 10, ": Unable to seek to beginning of shared data file. errno=22\n", true},
         {"write", 1, ENOSPC, 10, ": Unable to upgrade shared data file. errno=28\n", true},
         {"fsync", 1, EIO, 10, ": fsync failed for existing file. errno=5\n", true},
         {"mmap", 1, ENOMEM, 163840, ": Unable to map shared data file. errno=12\n", true},
@@ -175,10 +168,9 @@ TEST_F(SharedDbTest, FailingOpens)
     // of its own.
     remove(path.c_str());
     platform::fail_call("write", 1, 0);
-    EXPECT_NE(log_of(4, [] { EXPECT_EQ(open(), 1U); }).find(": Unable to write completely"),
-              std::string::npos);
-    const std::pair<long, const char *> allocations[] = {
-        {1, ": malloc failed=12\n"}, {2, ": Unable to alloc new shared data buf. errno=12\n"}};
+    EXPECT_NE(log_of(4, [] { EXPECT_EQ(open(), 1U); }).find(": Unable to write completely"), std::string::npos);
+    const std::pair<long, const char *> allocations[] = {{1, ": malloc failed=12\n"},
+                                                         {2, ": Unable to alloc new shared data buf. errno=12\n"}};
     for (const auto &[nth, line] : allocations) {
         write_file("short");
         platform::fail_allocation(nth);
@@ -217,11 +209,10 @@ TEST_F(SharedDbTest, ClosingByTheNumberOfUsers)
         remove(path.c_str());
         ASSERT_EQ(open(), 0U);
         platform::set_user_lines(c.lines);
-        const std::string file =
-            c.file_stays ? ": keeping shared db file.\n" : ": deleting shared db file.\n";
+        const std::string file = c.file_stays ? ": keeping shared db file.\n" : ": deleting shared db file.\n";
         EXPECT_EQ(log_of(4, [] { EXPECT_EQ(varnok_close_database(0), 0U); }),
-                  func + ": inst=0, going to clean up shared mem.\n" + c.line + func +
-                      ": close db file.\n" + func + file);
+                  func + ": inst=0, going to clean up shared mem.\n" + c.line + func + ": close db file.\n" + func +
+                      file);
         EXPECT_EQ(varnok_db_sem_id != -1, c.semaphore_stays);
         EXPECT_EQ(file_exists(), c.file_stays);
         if (c.file_stays)
@@ -234,14 +225,12 @@ TEST_F(SharedDbTest, ClosingByTheNumberOfUsers)
     }
     ASSERT_EQ(open(), 0U);
     platform::fail_call("popen", 1, EMFILE);
-    EXPECT_NE(log_of(4, [] { varnok_close_database(0); })
-                  .find("varnok_get_total_libinst_count: popen failed.\n"),
+    EXPECT_NE(log_of(4, [] { varnok_close_database(0); }).find("varnok_get_total_libinst_count: popen failed.\n"),
               std::string::npos);
     ASSERT_EQ(open(), 0U);
     platform::set_user_lines("2\n");
     platform::fail_call("remove", 1, EPERM);
-    EXPECT_NE(log_of(4, [] { varnok_close_database(0); })
-                  .find(func + ": Unable to remove shared data file. errno=1\n"),
+    EXPECT_NE(log_of(4, [] { varnok_close_database(0); }).find(func + ": Unable to remove shared data file. errno=1\n"),
               std::string::npos);
 }
 

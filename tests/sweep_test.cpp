@@ -31,15 +31,11 @@ class SweepTest : public BackEndTest
             {"load", VARNOK_LoadLibrary, {VARNOK_STATUS_FAILED}, {VARNOK_STATUS_FAILED}},
             {"open", [this] { return VARNOK_OpenAdapter(1, &handle); }, {}, {EIO}},
             {"port", [this] { return VARNOK_GetPhyPortInfo(handle, &port); }, memory, driver},
-            {"sessions", [this] { return VARNOK_GetSessionInfo(handle, &(count = 2), &session); },
-             memory, driver},
-            {"targets", [this] { return VARNOK_GetTgtInfo(handle, &(count = 2), &target); }, memory,
+            {"sessions", [this] { return VARNOK_GetSessionInfo(handle, &(count = 2), &session); }, memory, driver},
+            {"targets", [this] { return VARNOK_GetTgtInfo(handle, &(count = 2), &target); }, memory, driver},
+            {"luns", [this] { return VARNOK_GetLunInfo(handle, 0, &(count = 2), &lun); }, memory, driver},
+            {"write", [this] { return VARNOK_SendScsiCommand(handle, &command, &length, data.data()); }, memory,
              driver},
-            {"luns", [this] { return VARNOK_GetLunInfo(handle, 0, &(count = 2), &lun); }, memory,
-             driver},
-            {"write",
-             [this] { return VARNOK_SendScsiCommand(handle, &command, &length, data.data()); },
-             memory, driver},
             {"close", [this] { return VARNOK_CloseAdapter(handle); }, {}, {EIO}},
             {"free", VARNOK_FreeLibrary, {}, {}},
         };
@@ -69,8 +65,7 @@ class SweepTest : public BackEndTest
         arm(kind, nth);
         const uint32_t result = failing.run();
         const bool met = platform::fault_met();
-        const statuses &documented =
-            kind == fault::allocation ? failing.on_allocation : failing.on_call;
+        const statuses &documented = kind == fault::allocation ? failing.on_allocation : failing.on_call;
         EXPECT_TRUE(result == 0 || documented.count(result) == 1)
             << failing.name << " " << nth << " " << std::hex << result;
         platform::reset();

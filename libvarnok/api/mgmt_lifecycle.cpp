@@ -45,7 +45,6 @@ uint32_t VARNOK_FreeLibrary(void)
 
 uint32_t VARNOK_GetPortCount(uint32_t *pPortCount)
 {
-    // The others test their pointers before they look at anything; so does this one.
     if (pPortCount == nullptr) {
         LOG_ERROR(": invalid parameter.");
         return VARNOK_STATUS_INVALID_PARAMETER;
@@ -103,11 +102,9 @@ uint32_t VARNOK_OpenAdapter(uint32_t Instance, uint32_t *Handle)
 uint32_t VARNOK_CloseAdapter(uint32_t Handle)
 {
     LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
-    if (pdb == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    }
     const varnok::backend_operations &operations = operations_of(pdb);
     uint32_t err = 0;
     uint32_t rval = VARNOK_STATUS_SUCCESS;

@@ -137,7 +137,7 @@ uint32_t VARNOK_GetLunInfo(uint32_t Handle, uint32_t ScsiTgtNum, uint32_t *pLunC
         LOG_ERROR("(", dec(Handle), "): invalid parameter.");
         return VARNOK_STATUS_INVALID_PARAMETER;
     }
-    const heap_buffer<uint8_t> list(lun_list_size);
+    heap_buffer<uint8_t> list(lun_list_size);
     if (!list) {
         LOG_ERROR("(", dec(Handle), "): pdata alloc failed.");
         return VARNOK_STATUS_NO_MEMORY;
@@ -164,6 +164,7 @@ uint32_t VARNOK_GetLunInfo(uint32_t Handle, uint32_t ScsiTgtNum, uint32_t *pLunC
         if (status != 0)
             return status;
     }
+    list.release();
     LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
     return VARNOK_STATUS_SUCCESS;
 }

@@ -99,11 +99,9 @@ uint32_t VARNOK_GetPhyPortInfo(uint32_t Handle, VARNOK_PHY_PORT_INFO *pPhyPort)
         LOG_ERROR("(", dec(Handle), "): invalid parameter.");
         return VARNOK_STATUS_INVALID_PARAMETER;
     }
-    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
-    if (pdb == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    }
     const varnok::backend_operations &operations = varnok::operations_of(pdb);
     if (operations.port_info_trace != nullptr)
         LOG_TRACE("(", dec(Handle), operations.port_info_trace);
@@ -126,20 +124,15 @@ uint32_t VARNOK_GetIscsiPortal(uint32_t Handle, uint32_t *pPortalCount,
                                VARNOK_ISCSI_PORTAL **pPortal)
 {
     LOG_TRACE("(", dec(Handle), "): entered.");
-    const varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
-    if (pdb == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+    const varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    }
-    if (*pPortalCount == 0) {
-        LOG_ERROR("(", dec(Handle), "): API portal count > apps portal count.");
-        *pPortalCount = 1;
-        return VARNOK_STATUS_INSUFFICIENT_BUFFER;
-    }
-    if (*pPortal == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
+    constexpr uint32_t portals = 1;
+    constexpr varnok::list_texts texts = {nullptr, "): API portal count > apps portal count."};
+    const varnok::list_check check =
+        varnok::check_list(__func__, Handle, portals, pPortalCount, pPortal, texts);
+    if (check != varnok::list_check::fits)
+        return varnok::status_of(check);
     VARNOK_ISCSI_PORTAL &portal = **pPortal;
     portal.IsIPv4 = static_cast<uint8_t>(varnok_is_non_zero(pdb->ipv4addr, sizeof pdb->ipv4addr));
     copy_field(portal.IPv4Addr, pdb->ipv4addr);

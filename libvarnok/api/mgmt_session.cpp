@@ -11,6 +11,9 @@ namespace
 
 using varnok::copy_field;
 
+constexpr varnok::list_texts texts = {"): No sessions present.",
+                                      "): API sesion count > apps session count."};
+
 void fill_session(VARNOK_SESS_INFO &session, const varnok_drv_session_info &info)
 {
     session.SessionNum = info.sess_num;
@@ -45,31 +48,20 @@ void fill_session(VARNOK_SESS_INFO &session, const varnok_drv_session_info &info
 uint32_t VARNOK_GetSessionInfo(uint32_t Handle, uint32_t *pSessCount, VARNOK_SESS_INFO **pSessInfo)
 {
     LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
-    if (pdb == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    }
     const uint32_t capacity = *pSessCount;
-    if (pdb->session_cnt == 0) {
-        LOG_ERROR("(", dec(Handle), "): No sessions present.");
-        *pSessCount = 0;
-        return VARNOK_STATUS_SUCCESS;
-    }
-    if (pdb->session_cnt > capacity) {
-        LOG_ERROR("(", dec(Handle), "): API sesion count > apps session count.");
-        *pSessCount = pdb->session_cnt;
-        return VARNOK_STATUS_INSUFFICIENT_BUFFER;
-    }
-    if (*pSessInfo == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
-    const varnok::heap_buffer<varnok_drv_session_info> info;
+    const varnok::list_check check =
+        varnok::check_list(__func__, Handle, pdb->session_cnt, pSessCount, pSessInfo, texts);
+    if (check != varnok::list_check::fits)
+        return varnok::status_of(check);
+    varnok::heap_buffer<varnok_drv_session_info> info;
     if (!info) {
         LOG_ERROR("(", dec(Handle), varnok::operations_of(pdb).session_alloc_failed);
         return VARNOK_STATUS_NO_MEMORY;
     }
+    // The count is read again at every turn, and must not outgrow the array.
     for (uint32_t i = 0; i < pdb->session_cnt && i < capacity; ++i) {
         *info = {};
         info->sess_num = i;
@@ -81,6 +73,7 @@ uint32_t VARNOK_GetSessionInfo(uint32_t Handle, uint32_t *pSessCount, VARNOK_SES
         }
         fill_session((*pSessInfo)[i], *info);
     }
+    info.release();
     LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
     return VARNOK_STATUS_SUCCESS;
 }

@@ -31,6 +31,6 @@ uint32_t varnok_xlate_err(uint32_t stat)
         VARNOK_STATUS_NO_MEMORY,         VARNOK_STATUS_DRIVER_FAILED,
         VARNOK_STATUS_DRIVER_12,         VARNOK_STATUS_DRIVER_13,
     };
-    // A request that failed without a status says nothing.
+    // 0 and anything above 13 is no status that a caller could use.
     return stat >= 1 && stat <= 13 ? codes[stat] : VARNOK_STATUS_DRIVER_FAILED;
 }

@@ -12,6 +12,9 @@ namespace
 
 using varnok::copy_field;
 
+constexpr varnok::list_texts texts = {"): No targets present.",
+                                      "): API tgt count greater than apps tgt count."};
+
 void fill_target(VARNOK_TGT_INFO &target, uint32_t number, const varnok_drv_tgt_info &info,
                  const uint8_t *lun_list)
 {
@@ -35,37 +38,26 @@ void fill_target(VARNOK_TGT_INFO &target, uint32_t number, const varnok_drv_tgt_
 uint32_t VARNOK_GetTgtInfo(uint32_t Handle, uint32_t *pTgtCount, VARNOK_TGT_INFO **pTgtInfo)
 {
     LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(Handle);
-    if (pdb == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): get pdb failed.");
+    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    }
     const uint32_t capacity = *pTgtCount;
-    if (pdb->session_cnt == 0) {
-        LOG_ERROR("(", dec(Handle), "): No targets present.");
-        *pTgtCount = 0;
-        return VARNOK_STATUS_SUCCESS;
-    }
-    if (pdb->session_cnt > capacity) {
-        LOG_ERROR("(", dec(Handle), "): API tgt count greater than apps tgt count.");
-        *pTgtCount = pdb->session_cnt;
-        return VARNOK_STATUS_INSUFFICIENT_BUFFER;
-    }
-    if (*pTgtInfo == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
+    const varnok::list_check check =
+        varnok::check_list(__func__, Handle, pdb->session_cnt, pTgtCount, pTgtInfo, texts);
+    if (check != varnok::list_check::fits)
+        return varnok::status_of(check);
     uint32_t list_size = varnok::lun_list_size;
-    const varnok::heap_buffer<uint8_t> lun_list(list_size);
+    varnok::heap_buffer<uint8_t> lun_list(list_size);
     if (!lun_list) {
         LOG_ERROR("(", dec(Handle), "): pdata alloc failed.");
         return VARNOK_STATUS_NO_MEMORY;
     }
-    const varnok::heap_buffer<varnok_drv_tgt_info> info;
+    varnok::heap_buffer<varnok_drv_tgt_info> info;
     if (!info) {
         LOG_ERROR("(", dec(Handle), varnok::operations_of(pdb).target_alloc_failed);
         return VARNOK_STATUS_NO_MEMORY;
     }
+    // The count is read again at every turn, and must not outgrow the array.
     for (uint32_t i = 0; i < pdb->session_cnt && i < capacity; ++i) {
         *info = {};
         info->scsi_tgt_num = i;
@@ -83,6 +75,8 @@ uint32_t VARNOK_GetTgtInfo(uint32_t Handle, uint32_t *pTgtCount, VARNOK_TGT_INFO
             LOG_ERROR("(", dec(Handle), "): send scsi cmd failed, rval=", hex(rval));
         fill_target((*pTgtInfo)[i], i, *info, lun_list.get());
     }
+    lun_list.release();
+    info.release();
     LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
     return VARNOK_STATUS_SUCCESS;
 }

@@ -4,22 +4,24 @@
 
 #include "heap_buffer.h"
 #include "varnok_bytes.h"
+#include "varnok_log.h"
 #include "varnok_mgmt_internal.h"
 
-#include <type_traits>
+#include <cerrno>
+#include <cstring>
 
 namespace varnok
 {
 
 inline void attach_data(varnok_drv_scsi_cmd_ioctl &record, const scsi_call &call)
 {
-    if (record.direction != VARNOK_SCSI_NO_DATA)
+    if (call.direction != VARNOK_SCSI_NO_DATA)
         record.data_addr = varnok_ptr_to_64bit(call.data);
 }
 
 inline void attach_data(varnok_drv_scsi_cmd_native &record, const scsi_call &call)
 {
-    if (record.direction == VARNOK_SCSI_DATA_OUT && call.data_len > 0)
+    if (call.direction == VARNOK_SCSI_DATA_OUT && call.data_len > 0)
         memcpy(record.data_buffer, call.data, call.data_len);
 }
 
@@ -29,7 +31,7 @@ inline void fetch_data(const varnok_drv_scsi_cmd_ioctl &, const scsi_call &) {}
 inline void fetch_data(const varnok_drv_scsi_cmd_native &record, const scsi_call &call)
 {
     const size_t size = smaller(record.data_len, call.data_len);
-    if (call.command->Direction == VARNOK_SCSI_DATA_IN && size > 0)
+    if (call.direction == VARNOK_SCSI_DATA_IN && size > 0)
         memcpy(call.data, record.data_buffer, size);
 }
 
@@ -40,8 +42,7 @@ void fill_command(Record &record, const scsi_call &call)
     record.lun_ext = command.ScsiLunNumExt;
     record.tgt = command.ScsiTgtNum;
     record.lun = command.ScsiLunNum;
-    if (command.Direction == VARNOK_SCSI_DATA_IN || command.Direction == VARNOK_SCSI_DATA_OUT)
-        record.direction = command.Direction;
+    record.direction = call.direction;
     record.cdb_len = command.CDBLength;
     copy_field(record.cdb, command.CDB);
     record.sense_len = command.SenseLength;
@@ -54,17 +55,24 @@ template <class Record, uint32_t (*Send)(varnok_priv_db *, Record *, uint32_t *)
 scsi_outcome send_in_form(const scsi_call &call)
 {
     const heap_buffer<Record> record;
-    if (!record)
-        return {false, 1, 0};
+    if (!record) {
+        LOG_ERROR_AS(call.func, "(", dec(call.handle), call.operations.scsi_alloc_failed);
+        return {false, VARNOK_STATUS_NO_MEMORY};
+    }
     fill_command(*record, call);
-    scsi_outcome outcome = {true, 0, 0};
-    outcome.result = Send(call.pdb, record.get(), &outcome.stat);
-    if (outcome.result == 0 && outcome.stat == 0)
+    uint32_t rval = VARNOK_STATUS_SUCCESS;
+    uint32_t stat = 0;
+    if (Send(call.pdb, record.get(), &stat) != 0 || stat != 0) {
+        LOG_ERROR_AS(call.func, "(", dec(call.handle), call.operations.scsi_failed, dec(stat),
+                     " errno=", dec(errno));
+        rval = varnok_xlate_err(stat);
+    } else {
         fetch_data(*record, call);
+    }
     VARNOK_SCSI_CMND &command = *call.command;
     const size_t sense = smaller(record->sense_len, command.SenseLength);
     memcpy(command.Sense, record->sense, smaller(sense, sizeof command.Sense));
-    return outcome;
+    return {true, rval};
 }
 
 } // namespace varnok

@@ -8,7 +8,51 @@
 namespace varnok
 {
 
-// Every operation of one driver, for the shared discovery pass.
+// What makes one request: its number, and the lines for a driver's failure and for a failure of the
+// call.
+struct legacy_request {
+    varnok_drv_request number;
+    const char *status_line;
+    const char *call_line;
+};
+
+inline constexpr legacy_request ask_hba_count = {
+    VARNOK_DRV_REQUEST_HBA_CNT,
+    ": Get HBA Count ioctl failed, ioctl_status=",
+    ": Get HBA Count ioctl function failed, errno=",
+};
+inline constexpr legacy_request ask_hostno = {
+    VARNOK_DRV_REQUEST_HOSTNO,
+    ": Get Host number ioctl failed, ioctl_status=",
+    ": Get Host number ioctl function failed, errno=",
+};
+inline constexpr legacy_request ask_pci_info = {
+    VARNOK_DRV_REQUEST_PCI_INFO,
+    ": Get pci info ioctl failed, ioctl_status=",
+    ": Get pci info ioctl function failed, errno=",
+};
+inline constexpr legacy_request ask_port_info = {
+    VARNOK_DRV_REQUEST_PORT_INFO,
+    ": Get port info ioctl failed, ioctl_status=",
+    ": Get port info ioctl function failed, errno=",
+};
+inline constexpr legacy_request ask_sess_info = {
+    VARNOK_DRV_REQUEST_SESS_INFO,
+    ": Get session info ioctl failed, ioctl_status=",
+    ": Get session info ioctl function failed, errno=",
+};
+inline constexpr legacy_request ask_tgt_info = {
+    VARNOK_DRV_REQUEST_TGT_INFO,
+    ": Get tgt info ioctl failed, ioctl_status=",
+    ": Get tgt info ioctl function failed, errno=",
+};
+inline constexpr legacy_request ask_scsi_cmd = {
+    VARNOK_DRV_REQUEST_SCSI_CMD,
+    ": send scsi cmd ioctl failed, ioctl_status=",
+    ": send scsi cmd ioctl function failed, errno=",
+};
+
+// What one driver is known by, and the operations that its discovery pass needs.
 struct legacy_driver {
     const char *signature;
     uint32_t ioctl_base;
@@ -21,9 +65,10 @@ struct legacy_driver {
                               uint32_t *stat);
 };
 
-// Each takes the name that its log lines carry.
+// 1 when the header is null.
 uint32_t legacy_setup_header(const legacy_driver &driver, uint16_t subcmd, void *payload,
                              const varnok_priv_db *pdb, varnok_drv_ioctl *header);
+// func is the name in the log lines, here and below.
 uint32_t legacy_hba_count(const legacy_driver &driver, const char *func, int32_t handle,
                           int32_t *count);
 uint32_t legacy_hostno(const legacy_driver &driver, const char *func, varnok_priv_db *pdb,
@@ -31,7 +76,7 @@ uint32_t legacy_hostno(const legacy_driver &driver, const char *func, varnok_pri
 
 // A request about a port. The driver fills the record in place; stat receives its status on failure
 // too.
-uint32_t legacy_query(const legacy_driver &driver, const char *func, varnok_drv_request request,
+uint32_t legacy_query(const legacy_driver &driver, const char *func, const legacy_request &request,
                       int32_t handle, varnok_priv_db *pdb, void *record, uint32_t *stat);
 
 // Adds every admitted port of the driver to the instance database. The low 16 bits of *start_inst

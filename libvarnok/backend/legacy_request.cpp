@@ -4,58 +4,28 @@
 #include "varnok_log.h"
 
 #include <cerrno>
+#include <cstring>
 #include <sys/ioctl.h>
 
 namespace
 {
 
-struct request_texts {
-    varnok_drv_request request;
-    const char *status_line;
-    const char *call_line;
-};
-
-constexpr request_texts texts[] = {
-    {VARNOK_DRV_REQUEST_HBA_CNT, ": Get HBA Count ioctl failed, ioctl_status=",
-     ": Get HBA Count ioctl function failed, errno="},
-    {VARNOK_DRV_REQUEST_HOSTNO, ": Get Host number ioctl failed, ioctl_status=",
-     ": Get Host number ioctl function failed, errno="},
-    {VARNOK_DRV_REQUEST_PCI_INFO,
-     ": Get pci info ioctl failed, ioctl_status=", ": Get pci info ioctl function failed, errno="},
-    {VARNOK_DRV_REQUEST_PORT_INFO, ": Get port info ioctl failed, ioctl_status=",
-     ": Get port info ioctl function failed, errno="},
-    {VARNOK_DRV_REQUEST_SESS_INFO, ": Get session info ioctl failed, ioctl_status=",
-     ": Get session info ioctl function failed, errno="},
-    {VARNOK_DRV_REQUEST_TGT_INFO,
-     ": Get tgt info ioctl failed, ioctl_status=", ": Get tgt info ioctl function failed, errno="},
-    {VARNOK_DRV_REQUEST_SCSI_CMD, ": send scsi cmd ioctl failed, ioctl_status=",
-     ": send scsi cmd ioctl function failed, errno="},
-};
-
-const request_texts &texts_of(varnok_drv_request request)
-{
-    const request_texts *row = texts;
-    while (row->request != request)
-        ++row;
-    return *row;
-}
-
 // The driver's status counts before the result of the call.
 uint32_t call_driver(const varnok::legacy_driver &driver, const char *func,
-                     varnok_drv_request request, int32_t handle, const varnok_priv_db *pdb,
-                     void *payload, uint32_t *stat)
+                     const varnok::legacy_request &request, int32_t handle,
+                     const varnok_priv_db *pdb, void *payload, uint32_t *stat)
 {
     varnok_drv_ioctl header;
     varnok::legacy_setup_header(driver, 0, payload, pdb, &header);
     const int result =
-        ioctl(handle, static_cast<unsigned long>(driver.ioctl_base) + request, &header);
+        ioctl(handle, static_cast<unsigned long>(driver.ioctl_base) + request.number, &header);
     *stat = header.status;
     if (*stat != 0) {
-        LOG_ERROR_AS(func, texts_of(request).status_line, dec(*stat));
+        LOG_ERROR_AS(func, request.status_line, dec(*stat));
         return 1;
     }
     if (result != 0) {
-        LOG_ERROR_AS(func, texts_of(request).call_line, dec(errno));
+        LOG_ERROR_AS(func, request.call_line, dec(errno));
         return 1;
     }
     return 0;
@@ -85,8 +55,7 @@ uint32_t varnok::legacy_hba_count(const legacy_driver &driver, const char *func,
     LOG_TRACE_AS(func, ": entered.");
     varnok_drv_hba_cnt payload = {};
     uint32_t stat = 0;
-    if (call_driver(driver, func, VARNOK_DRV_REQUEST_HBA_CNT, handle, nullptr, &payload, &stat) !=
-        0)
+    if (call_driver(driver, func, ask_hba_count, handle, nullptr, &payload, &stat) != 0)
         return 1;
     *count = payload.hba_cnt;
     LOG_TRACE_AS(func, ": exiting.");
@@ -99,7 +68,7 @@ uint32_t varnok::legacy_hostno(const legacy_driver &driver, const char *func, va
     LOG_TRACE_AS(func, "(", dec(pdb->drvr_inst), "): entered.");
     varnok_drv_hostno payload = {};
     uint32_t stat = 0;
-    if (call_driver(driver, func, VARNOK_DRV_REQUEST_HOSTNO, handle, pdb, &payload, &stat) != 0)
+    if (call_driver(driver, func, ask_hostno, handle, pdb, &payload, &stat) != 0)
         return 1;
     *host_no = payload.host_no;
     LOG_TRACE_AS(func, "(", dec(pdb->drvr_inst), "): exiting.");
@@ -107,8 +76,8 @@ uint32_t varnok::legacy_hostno(const legacy_driver &driver, const char *func, va
 }
 
 uint32_t varnok::legacy_query(const legacy_driver &driver, const char *func,
-                              varnok_drv_request request, int32_t handle, varnok_priv_db *pdb,
-                              void *record, uint32_t *stat)
+                              const varnok::legacy_request &request, int32_t handle,
+                              varnok_priv_db *pdb, void *record, uint32_t *stat)
 {
     // Discovery asks before the port has a physical-function record.
     const uint32_t apihandle = pdb->hw_info == nullptr ? 0 : pdb->hw_info->apihandle;

@@ -5,6 +5,7 @@
 #include "varnok_log.h"
 
 #include <cerrno>
+#include <cstring>
 
 namespace
 {
@@ -101,7 +102,7 @@ uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pd
 {
     const uint32_t apihandle = pdb->hw_info->apihandle;
     LOG_TRACE_AS(func, "(", dec(apihandle), "): entered.");
-    const heap_buffer<typename Request::envelope> envelope;
+    heap_buffer<typename Request::envelope> envelope;
     if (!envelope) {
         LOG_ERROR_AS(func, "(", dec(apihandle), Request::texts.no_memory);
         *stat = status_no_memory;
@@ -121,6 +122,7 @@ uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pd
         memcpy(record, &Request::record(*envelope), sizeof *record);
         result = 0;
     }
+    envelope.release();
     if constexpr (Request::traces_result)
         LOG_TRACE_AS(func, "(", dec(apihandle), "): exiting. ret=", dec(result));
     else

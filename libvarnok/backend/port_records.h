@@ -11,7 +11,7 @@ namespace varnok
 // sessions.
 void refresh_port(varnok_priv_db *pdb, const varnok_drv_port_info &info);
 
-// Stores all that the driver says of a port.
+// Stores what belongs to the port record.
 void fill_port(varnok_priv_db *pdb, const varnok_drv_port_info &info);
 
 // Stores where the function lies and what it is. After this the device rules can judge it.

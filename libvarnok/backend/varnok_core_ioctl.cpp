@@ -32,36 +32,36 @@ uint32_t varnok_get_hostno(varnok_priv_db *pdb, int32_t handle, uint32_t *host_n
 uint32_t varnok_get_pci_info(int32_t handle, varnok_priv_db *pdb, tepli_pci_info *record,
                              uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, VARNOK_DRV_REQUEST_PCI_INFO, handle, pdb,
-                                record, stat);
+    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_pci_info, handle, pdb, record,
+                                stat);
 }
 
 uint32_t varnok_get_port_info(int32_t handle, varnok_priv_db *pdb, tepli_port_info *record,
                               uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, VARNOK_DRV_REQUEST_PORT_INFO, handle, pdb,
-                                record, stat);
+    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_port_info, handle, pdb, record,
+                                stat);
 }
 
 uint32_t varnok_get_sess_info(int32_t handle, varnok_priv_db *pdb, tepli_session_info *record,
                               uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, VARNOK_DRV_REQUEST_SESS_INFO, handle, pdb,
-                                record, stat);
+    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_sess_info, handle, pdb, record,
+                                stat);
 }
 
 uint32_t varnok_get_tgt_info(int32_t handle, varnok_priv_db *pdb, tepli_tgt_info *record,
                              uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, VARNOK_DRV_REQUEST_TGT_INFO, handle, pdb,
-                                record, stat);
+    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_tgt_info, handle, pdb, record,
+                                stat);
 }
 
 uint32_t varnok_send_scsi_cmd(int32_t handle, varnok_priv_db *pdb, tepli_scsi_cmd *record,
                               uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, VARNOK_DRV_REQUEST_SCSI_CMD, handle, pdb,
-                                record, stat);
+    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_scsi_cmd, handle, pdb, record,
+                                stat);
 }
 
 uint32_t varnok_find_all_instances(const char *driver_name, uint32_t *start_inst)

@@ -62,14 +62,18 @@ bool lies_at(const varnok_hw_info *hw, const varnok_drv_pci_info &location)
 
 uint32_t varnok_get_instance_from_pdb(varnok_priv_db *pdb, uint32_t *instance)
 {
-    const lookup_scope scope(__func__, pdb->hw_info == nullptr ? 0 : pdb->hw_info->apihandle);
+    const bool known = pdb != nullptr && pdb->hw_info != nullptr;
+    const lookup_scope scope(__func__, known ? pdb->hw_info->apihandle : 0);
     if (varnok_priv_database == nullptr) {
         LOG_ERROR(no_database);
         return 1;
     }
     uint32_t position = 0;
     find<varnok_priv_db>(varnok_priv_database, [pdb, &position](const varnok_priv_db *record) {
-        return record == pdb || (++position, false);
+        if (record == pdb)
+            return true;
+        ++position;
+        return false;
     });
     *instance = position;
     return 0;

@@ -3,6 +3,8 @@
 #include "varnok_instdb.h"
 #include "varnok_log.h"
 
+#include <cstring>
+
 namespace
 {
 
@@ -20,7 +22,9 @@ void text_line(const char *label, const uint8_t (&field)[Size])
 template <size_t Size>
 void bytes_line(const char *label, const uint8_t (&bytes)[Size])
 {
-    for (size_t i = 0; i < Size && (varnok_debug & VARNOK_DBG_TRACE) != 0; ++i)
+    if ((varnok_debug & VARNOK_DBG_TRACE) == 0)
+        return;
+    for (size_t i = 0; i < Size; ++i)
         varnok_dbg_print(nullptr, i == 0 ? label : ":", bytes[i], 16, i + 1 == Size ? 1 : 0);
 }
 

@@ -13,7 +13,6 @@
 namespace
 {
 
-constexpr const char *func = "varnok_open_database";
 constexpr size_t file_size = sizeof(varnok_shared_db);
 constexpr mode_t file_mode = 0644;
 
@@ -25,7 +24,7 @@ bool wrote_all(int fd, const uint8_t *bytes)
 enum class outcome { good, failed, withdrawn };
 
 // Fills a new file with zeros. A file that cannot be filled is withdrawn: closed and deleted.
-outcome fill_new(int fd)
+outcome fill_new(const char *func, int fd)
 {
     const varnok::heap_buffer<uint8_t> zeros(file_size);
     if (!zeros) {
@@ -45,7 +44,7 @@ outcome fill_new(int fd)
 }
 
 // Keeps the bytes that are there at their offsets and adds zeros.
-outcome grow(int fd, size_t size)
+outcome grow(const char *func, int fd, size_t size)
 {
     const varnok::heap_buffer<uint8_t> old(size == 0 ? 1 : size);
     if (!old) {
@@ -78,7 +77,7 @@ outcome grow(int fd, size_t size)
     return outcome::good;
 }
 
-outcome check_existing(int fd)
+outcome check_existing(const char *func, int fd)
 {
     struct stat status = {};
     if (fstat(fd, &status) != 0) {
@@ -87,24 +86,24 @@ outcome check_existing(int fd)
     }
     if (status.st_size >= static_cast<off_t>(file_size))
         return outcome::good;
-    return grow(fd, static_cast<size_t>(status.st_size));
+    return grow(func, fd, static_cast<size_t>(status.st_size));
 }
 
 } // namespace
 
-int varnok::open_shared_file()
+int varnok::open_shared_file(const char *func)
 {
     outcome result = outcome::failed;
     int fd = open(varnok_db_fname, O_RDWR, file_mode);
     if (fd >= 0) {
-        result = check_existing(fd);
+        result = check_existing(func, fd);
     } else {
         fd = open(varnok_db_fname, O_CREAT | O_RDWR, file_mode);
         if (fd < 0) {
             LOG_ERROR_AS(func, ": Unable to create shared data file. errno=", dec(errno));
             return -1;
         }
-        result = fill_new(fd);
+        result = fill_new(func, fd);
     }
     if (result == outcome::good)
         return fd;

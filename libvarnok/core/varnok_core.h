@@ -12,7 +12,7 @@ extern "C" {
 VARNOK_PRIVATE extern uint8_t varnok_os_type;
 
 // Checks the user and the host, asks the four drivers and joins the shared database. 0 on success
-// and when an older-family driver answered that it has no port; nothing is loaded then.
+// and when an older-family driver answered and no port was kept; nothing is loaded then.
 VARNOK_PRIVATE uint32_t varnok_load_lib(void);
 
 // Closes every device, leaves the shared database, forgets every port. Returns 0.

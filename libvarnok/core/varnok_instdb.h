@@ -2,8 +2,9 @@
 // physical-function record for every port that discovery kept.
 //
 // An instance number is a port's position in varnok_priv_database, a handle that number plus 1.
-// Statuses are 0 for success, 1 for failure. Lookups walk the list, and leave its cursor on the
-// record they found or on the sentinel. Nothing here is guarded against two threads.
+// Statuses are 0 for success, 1 for failure. Lookups walk the
+// list and leave its cursor on the record they found or on the sentinel. Nothing here is guarded
+// against two threads.
 #pragma once
 
 #include "peltl_ioctl.h"
@@ -88,7 +89,8 @@ VARNOK_PRIVATE uint32_t varnok_alloc_pdb_mem(varnok_priv_db **pdb);
 VARNOK_PRIVATE uint32_t varnok_alloc_hw_info_mem(varnok_hw_info **hw_info);
 
 // Remove and free one record. The cursor goes to the record after it, or to the sentinel: the next
-// record then becomes the first.
+// record added then becomes the first. A record that is not in the list removes nothing and leaves
+// the cursor on the sentinel.
 VARNOK_PRIVATE void varnok_free_pdb_element(varnok_priv_db *pdb);
 VARNOK_PRIVATE void varnok_free_hw_info_element(varnok_hw_info *hw_info);
 

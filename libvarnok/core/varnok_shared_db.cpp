@@ -57,13 +57,12 @@ void remove_semaphore()
     varnok_db_sem_id = -1;
 }
 
-bool map_file(int fd)
+bool map_file(const char *func, int fd)
 {
     void *const mapping =
         mmap(nullptr, sizeof(varnok_shared_db), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (mapping == MAP_FAILED) {
-        LOG_ERROR_AS("varnok_open_database",
-                     ": Unable to map shared data file. errno=", dec(errno));
+        LOG_ERROR_AS(func, ": Unable to map shared data file. errno=", dec(errno));
         return false;
     }
     varnok_shared_data = static_cast<varnok_shared_db *>(mapping);
@@ -133,7 +132,7 @@ bool leave_slot(const char *func)
         hold.release();
         LOG_TRACE_AS(func, ": keeping semaphore.");
     }
-    return last && users == 1;
+    return users == 1;
 }
 
 } // namespace
@@ -161,8 +160,8 @@ uint32_t varnok_open_database(int32_t *ret_handle)
     LOG_TRACE(": got varnok_db_sem_id=", dec(varnok_db_sem_id));
 
     semaphore_hold hold;
-    const int fd = varnok::open_shared_file();
-    if (fd < 0 || !map_file(fd)) {
+    const int fd = varnok::open_shared_file(__func__);
+    if (fd < 0 || !map_file(__func__, fd)) {
         if (fd >= 0)
             close(fd);
         hold.release();

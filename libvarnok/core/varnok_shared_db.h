@@ -42,8 +42,9 @@ VARNOK_PRIVATE extern uint8_t varnok_library_instance; // this process's slot; 8
 // Joins the shared database; ret_handle receives the file's descriptor, 0 on failure. 0 or 1.
 VARNOK_PRIVATE uint32_t varnok_open_database(int32_t *ret_handle);
 
-// Gives the slot back; the last user removes the semaphore and the file. Harmless when nothing is
-// open. Works from the process's state and needs no descriptor. Returns 0.
+// Gives the slot back. The last user removes the semaphore, unless somebody waits on it, and the
+// file, if exactly one user was counted. Harmless when nothing is open. Works from the process's
+// state and needs no descriptor. Returns 0.
 VARNOK_PRIVATE uint32_t varnok_close_database(int32_t fildes);
 
 // How many processes have the library loaded, by the host's lsof; 0 when that cannot be had.
@@ -60,6 +61,7 @@ bool shared_db_is_set_up();
 
 // Creates the shared file or brings an older, shorter one to its size; the descriptor, or -1 with
 // nothing open.
-int open_shared_file();
+// func stands in its log lines.
+int open_shared_file(const char *func);
 
 } // namespace varnok

@@ -258,9 +258,9 @@ VARNOK_API uint32_t VARNOK_GetVersion(uint8_t *pVersion, uint32_t VersionSize);
 
 /* Discovers the host's ports and joins the shared database. Root only, ESXi only.
  *
- * Returns 0 when ports were found, when the library was loaded already, and also when a driver
- * answered that it has no port: then nothing stays loaded, and the next call looks again.
- * VARNOK_STATUS_FAILED otherwise. Reads VARNOK_API_DEBUG. */
+ * Returns 0 when ports were found, when the library was loaded already, and also when a driver of
+ * the older family answered and no port was found: then nothing stays loaded, and the next call
+ * looks again. VARNOK_STATUS_FAILED otherwise. Reads VARNOK_API_DEBUG. */
 VARNOK_API uint32_t VARNOK_LoadLibrary(void);
 
 /* Closes every open port whatever its open count, leaves the shared database and forgets all ports.

@@ -105,7 +105,7 @@ typedef struct varnok_drv_session_info {
     uint16_t tgt_ipv6_port;      /* 560: target IPv6 TCP port */
     uint8_t tgt_ipv6addr[16];    /* 562: target IPv6 address */
     uint8_t tgt_mac[6];          /* 578: driver value */
-    uint8_t isid[13];            /* 584: ISID, hexadecimal text */
+    uint8_t isid[13];            /* 584: driver value, text */
     uint32_t state;              /* 597: session state code (low 8 bits kept) */
     uint64_t recovery_state;     /* 601: driver value */
     uint64_t old_recovery_state; /* 609: driver value */

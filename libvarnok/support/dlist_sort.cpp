@@ -2,8 +2,6 @@
 // relinks nodes between the list and a helper list.
 #include "dlist_links.h"
 
-#include <cstdlib>
-
 using namespace varnok;
 
 void *varnok_dlist_insert_sorted(varnok_Dlist *list, void *data, varnok_dlist_compare sorter)
@@ -117,8 +115,11 @@ void varnok_dlist_filter_sort(varnok_Dlist *list, int32_t (*filter)(void *),
         varnok_DL_node *next = nullptr;
         for (varnok_DL_node *node = first_node(list); node != list->head; node = next) {
             next = node->next;
-            if (filter(node->data) == 0)
-                list->del_func(_varnok_dlist_remove(list, node, 0));
+            if (filter(node->data) != 0)
+                continue;
+            void *const data = _varnok_dlist_remove(list, node, 0);
+            if (data != nullptr)
+                list->del_func(data);
         }
     }
     varnok_dlist_sort_custom(list, compare);

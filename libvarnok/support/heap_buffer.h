@@ -17,10 +17,14 @@ class heap_buffer
     explicit heap_buffer(size_t count = 1) : data_(static_cast<T *>(calloc(count, sizeof(T)))) {}
     heap_buffer(const heap_buffer &) = delete;
     heap_buffer &operator=(const heap_buffer &) = delete;
-    ~heap_buffer()
+    ~heap_buffer() { release(); }
+
+    // Gives the memory back before the scope ends.
+    void release()
     {
         const errno_keeper keeper;
         free(data_);
+        data_ = nullptr;
     }
 
     explicit operator bool() const { return data_ != nullptr; }

@@ -4,9 +4,10 @@
 
 #include <cstdlib>
 
-namespace varnok
+namespace
 {
 
+// Links a node after (forward) or before the marker and puts the marker on it.
 void link_at_marker(varnok_Dlist *list, varnok_DL_node *node, bool forward)
 {
     varnok_DL_node *const head = list->head;
@@ -25,6 +26,7 @@ void link_at_marker(varnok_Dlist *list, varnok_DL_node *node, bool forward)
     list->marker = node;
 }
 
+// Moves the marker off a node that is about to go.
 void leave_node(varnok_Dlist *list, varnok_DL_node *node, bool forward)
 {
     varnok_DL_node *const neighbour = forward ? node->next : node->prev;
@@ -32,6 +34,7 @@ void leave_node(varnok_Dlist *list, varnok_DL_node *node, bool forward)
         list->marker = neighbour;
 }
 
+// Joins a node's neighbours. The last one out leaves the sentinel linked to itself.
 void unlink_node(varnok_Dlist *list, varnok_DL_node *node)
 {
     node->prev->next = node->next;
@@ -39,9 +42,16 @@ void unlink_node(varnok_Dlist *list, varnok_DL_node *node)
     --list->count;
 }
 
-} // namespace varnok
+// An insertion into a list that nobody has walked yet starts at the sentinel.
+void place_marker(varnok_Dlist *list)
+{
+    if (list->marker == nullptr)
+        list->marker = list->head;
+}
 
-using namespace varnok;
+} // namespace
+
+using varnok::first_node;
 
 varnok_Dlist *varnok_dlist_new(size_t datasize)
 {
@@ -94,8 +104,7 @@ void *varnok_dlist_insert(varnok_Dlist *list, void *data, int32_t direction)
 {
     if (list == nullptr || data == nullptr)
         return nullptr;
-    if (list->marker == nullptr)
-        list->marker = list->head;
+    place_marker(list);
     auto *node = static_cast<varnok_DL_node *>(calloc(1, sizeof(varnok_DL_node)));
     if (node == nullptr)
         return nullptr;
@@ -109,8 +118,7 @@ varnok_DL_node *_varnok_dlist_insert_dlnode(varnok_Dlist *list, varnok_DL_node *
 {
     if (list == nullptr || new_node == nullptr)
         return nullptr;
-    if (list->marker == nullptr)
-        list->marker = list->head;
+    place_marker(list);
     link_at_marker(list, new_node, direction != 0);
     return new_node;
 }

@@ -84,7 +84,7 @@ VARNOK_PRIVATE void *varnok_dlist_find_custom(varnok_Dlist *list, void *target,
 VARNOK_PRIVATE void varnok_dlist_transform(varnok_Dlist *list, void (*node_operation)(void *));
 
 // Ordered insertion before the first element for which sorter(new, element) is nonzero, else at the
-// end.
+// end. Null, with nothing done, when list or data is null.
 VARNOK_PRIVATE void *varnok_dlist_insert_sorted(varnok_Dlist *list, void *data,
                                                 varnok_dlist_compare sorter);
 VARNOK_PRIVATE void varnok_dlist_unshift_sorted(varnok_Dlist *list, void *data,

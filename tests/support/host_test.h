@@ -24,10 +24,7 @@ struct back_end {
     const char *query_prefix; // of the names in its log lines
     const char *query_suffix;
 
-    std::string name(const std::string &operation) const
-    {
-        return query_prefix + operation + query_suffix;
-    }
+    std::string name(const std::string &operation) const { return query_prefix + operation + query_suffix; }
 };
 
 inline constexpr back_end back_ends[] = {
@@ -66,8 +63,8 @@ class BackEndTest : public HostTest, public testing::WithParamInterface<back_end
     void simulate(const std::string &scenario) { HostTest::simulate(scenario, GetParam().driver); }
 };
 
-#define OVER_ALL_BACK_ENDS(suite)                                                                  \
-    INSTANTIATE_TEST_SUITE_P(All, suite, testing::ValuesIn(back_ends),                             \
+#define OVER_ALL_BACK_ENDS(suite)                                                                                      \
+    INSTANTIATE_TEST_SUITE_P(All, suite, testing::ValuesIn(back_ends),                                                 \
                              [](const auto &p) { return std::string(p.param.driver); })
 
 // The bytes of a record.
@@ -81,6 +78,5 @@ std::string bytes_of(const Record &record)
 template <size_t Size>
 std::string text_of(const uint8_t (&field)[Size])
 {
-    return {reinterpret_cast<const char *>(field),
-            strnlen(reinterpret_cast<const char *>(field), Size)};
+    return {reinterpret_cast<const char *>(field), strnlen(reinterpret_cast<const char *>(field), Size)};
 }

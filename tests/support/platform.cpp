@@ -160,10 +160,7 @@ void platform::fail_allocation(long nth)
 
 void platform::fail_call(long nth, int err) { fail_call("", nth, err); }
 
-void platform::fail_call(const std::string &name, long nth, int err)
-{
-    call_fault = {name, nth, err, false};
-}
+void platform::fail_call(const std::string &name, long nth, int err) { call_fault = {name, nth, err, false}; }
 
 bool platform::fault_met() { return call_fault.met || allocation_met; }
 
@@ -303,8 +300,7 @@ void *mmap(void *address, size_t size, int protection, int flags, int fd, off_t 
 {
     if (FROM_LIBRARY && fails("mmap"))
         return MAP_FAILED;
-    return real<void *(void *, size_t, int, int, int, off_t)>("mmap")(address, size, protection,
-                                                                      flags, fd, offset);
+    return real<void *(void *, size_t, int, int, int, off_t)>("mmap")(address, size, protection, flags, fd, offset);
 }
 
 int msync(void *address, size_t size, int flags)
@@ -417,8 +413,8 @@ int vmk_MgmtUserInit(vmk_MgmtApiSignature *signature, vmk_uint64, vmk_MgmtUserHa
     return hostsim::calls::mgmt_init(signature, handle);
 }
 
-int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance,
-                                  vmk_uint64 callback_id, vmk_uint32 parm_count, ...)
+int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 callback_id,
+                                  vmk_uint32 parm_count, ...)
 {
     va_list arguments;
     va_start(arguments, parm_count);
