@@ -61,9 +61,7 @@ int run(const std::string &scenario, const std::vector<std::string> &program)
     return complain(exit_not_started, program[0], std::strerror(errno));
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int start(int argc, char **argv)
 {
     CLI::App app("Runs programs on a simulated host.", "varnok-host");
     app.require_subcommand(1);
@@ -77,10 +75,18 @@ int main(int argc, char **argv)
 
     try {
         app.parse(argc, argv);
-        return run(scenario, program);
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? 0 : exit_usage;
-    } catch (const std::exception &e) {
-        return complain(exit_usage, scenario, e.what());
     }
+    return run(scenario, program);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+try {
+    return start(argc, argv);
+} catch (const std::exception &e) {
+    std::fprintf(stderr, "varnok-host: %s\n", e.what());
+    return exit_usage;
 }

@@ -31,7 +31,7 @@ long held_semaphores();
 // Where a fixed file of the library really lies.
 std::string private_path(const std::string &path);
 
-// What the library's lsof pipeline shall print; without it the pipeline runs.
+// What the library's lsof pipeline prints: "2\n" after reset.
 void set_user_lines(const std::string &text);
 
 } // namespace platform
