@@ -162,10 +162,14 @@ int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope
 
 int machine::carry(exchange &e, size_t status_offset)
 {
-    // A call that fails leaves everything as it was sent.
+    // A call that fails leaves everything as it was sent. Only an observer lets it fail after the
+    // answer.
     const std::span<std::byte> header = e.header, record = e.record;
-    const std::vector<std::byte> sent_header(header.begin(), header.end());
-    const std::vector<std::byte> sent_record(record.begin(), record.end());
+    std::vector<std::byte> sent_header, sent_record;
+    if (on_request || on_answer) {
+        sent_header.assign(header.begin(), header.end());
+        sent_record.assign(record.begin(), record.end());
+    }
 
     if (on_request)
         on_request(e);

@@ -18,10 +18,8 @@ using hostsim::exchange;
 using hostsim::request;
 
 struct sent {
-    request what;
     uint64_t code;
-    std::string header;
-    std::string record;
+    std::string header, record;
 };
 
 class DriverTest : public BackEndTest
@@ -34,23 +32,17 @@ class DriverTest : public BackEndTest
             const auto text = [](std::span<std::byte> s) {
                 return std::string(reinterpret_cast<const char *>(s.data()), s.size());
             };
-            seen_.push_back({e.what, e.code, text(e.header), text(e.record)});
+            seen_.push_back({e.code, text(e.header), text(e.record)});
         };
         return seen_;
     }
 
     uint32_t discover(uint32_t &counter)
     {
-        switch (GetParam().native * 2 + GetParam().newer) {
-        case 0:
-            return varnok_find_all_instances("tepli", &counter);
-        case 1:
-            return varnok_find_all_instances_zt("dxo", &counter);
-        case 2:
-            return varnok_ryxnt_find_all_instances("rovani", &counter);
-        default:
-            return varnoknt_find_all_instances("pelt", &counter);
-        }
+        const auto pass = GetParam().native
+                              ? (GetParam().newer ? varnoknt_find_all_instances : varnok_ryxnt_find_all_instances)
+                              : (GetParam().newer ? varnok_find_all_instances_zt : varnok_find_all_instances);
+        return pass(GetParam().driver, &counter);
     }
 
     static void forget_ports()
@@ -72,137 +64,85 @@ class DriverTest : public BackEndTest
 };
 OVER_ALL_BACK_ENDS(DriverTest);
 
-// The record as the library sends it: zeros but for the number at the offset.
-std::string zeros_but(size_t size, size_t offset, uint32_t number)
+// The record as the library sends it: zeros but for what selects an instance, a session or a target.
+std::string record_sent(bool native, uint32_t number, uint32_t selector)
 {
-    std::string record(size, '\0');
-    memcpy(record.data() + offset, &number, sizeof number);
+    const size_t sizes[] = {0, 8, native ? 16U : 8U, 64, 768, 1024, 384};
+    std::string record(sizes[number], '\0');
+    if (number == 5 || (native && number == 2))
+        record.replace(0, 4, bytes_of(selector));
+    if (number == 6)
+        record.replace(4, 4, bytes_of(selector));
     return record;
 }
 
-TEST_P(DriverTest, EveryByteThatIsSent)
+TEST_P(DriverTest, EveryByteThatIsSentInOrder)
 {
-    simulate(R"({"ports":[{"driver":"@","host_no":11},
-        {"driver":"@","host_no":66,"sessions":[{},{"luns":[{"size":"1 MiB"}]}]}]})");
-    const uint32_t handle = load_and_open(1);
+    simulate(R"({"ports":[{"driver":"@","host_no":11},{"driver":"@","host_no":66,"sessions":[{},{}]}]})");
     auto &seen = watch();
+    const uint32_t handle = load_and_open(1);
     VARNOK_PHY_PORT_INFO port = {};
-    EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
-    std::vector<VARNOK_SESS_INFO> sessions(2);
-    VARNOK_SESS_INFO *session = sessions.data();
+    VARNOK_SESS_INFO sessions[2], *session = sessions;
+    VARNOK_TGT_INFO targets[2], *target = targets;
     uint32_t count = 2;
+    EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
     EXPECT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), 0U);
-    std::vector<VARNOK_TGT_INFO> targets(2);
-    VARNOK_TGT_INFO *target = targets.data();
     EXPECT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), 0U);
-
     const bool native = GetParam().native;
     const struct {
-        request what;
-        uint32_t ioctl_number;
-        uint32_t callback;
-        std::string record; // empty: a SCSI command
-    } expected[] = {
-        {request::port_info, 4, 19, std::string(768, '\0')},
-        {request::sess_info, 5, 20, zeros_but(1024, 0, 0)},
-        {request::sess_info, 5, 20, zeros_but(1024, 0, 1)},
-        {request::tgt_info, 6, 21, zeros_but(384, 4, 0)},
-        {request::scsi_cmd, 8, 22, ""},
-        {request::tgt_info, 6, 21, zeros_but(384, 4, 1)},
-        {request::scsi_cmd, 8, 22, ""},
-    };
+        uint32_t number, instance, selector;
+    } expected[] = {{1, 0, 0}, {2, 0, 0}, {4, 0, 0}, {3, 0, 0}, {2, 1, 1}, {4, 1, 0}, {3, 1, 0}, // discovery
+                    {4, 1, 0}, {5, 1, 0}, {5, 1, 1}, {6, 1, 0}, {8, 1, 0}, {6, 1, 1}, {8, 1, 0}};
     ASSERT_EQ(seen.size(), std::size(expected));
     for (size_t i = 0; i < seen.size(); ++i) {
         SCOPED_TRACE(i);
-        EXPECT_EQ(seen[i].what, expected[i].what);
+        const auto &[number, instance, selector] = expected[i];
         if (native) {
-            EXPECT_EQ(seen[i].code, expected[i].callback);
-            EXPECT_EQ(seen[i].header.substr(0, 8), std::string("\x42\0\0\0\0\0\0\0", 8));
+            EXPECT_EQ(seen[i].code, number == 8 ? 22 : 15 + number);
+            if (number > 2)
+                EXPECT_EQ(seen[i].header.substr(0, 8), (instance == 0 ? '\x0B' : '\x42') + std::string(7, '\0'));
         } else {
-            EXPECT_EQ(seen[i].code, (GetParam().newer ? 0xC0406400 : 0xC0407400) + expected[i].ioctl_number);
-            std::string header(64, '\0');
-            memcpy(header.data(), GetParam().newer ? "DXO" : "TEPLI", GetParam().newer ? 3 : 5);
+            EXPECT_EQ(seen[i].code, (GetParam().newer ? 0xC0406400 : 0xC0407400) + number);
+            std::string header = GetParam().newer ? "DXO" : "TEPLI";
+            header.resize(64, '\0');
             header[8] = 2;
             header[10] = 1;
-            header[18] = 1; // the second of the driver's ports
-            memcpy(header.data() + 20, seen[i].header.data() + 20, 8);
-            EXPECT_EQ(seen[i].header, header);
+            header[18] = static_cast<char>(instance);
+            EXPECT_EQ(seen[i].header, header.replace(20, 8, seen[i].header.substr(20, 8)));
         }
-        if (!expected[i].record.empty())
-            EXPECT_EQ(seen[i].record, expected[i].record);
+        if (number != 8)
+            EXPECT_EQ(seen[i].record, record_sent(native, number, selector));
     }
-    // REPORT LUNS to the second target.
-    std::string command(292, '\0');
-    command[4] = 1;
-    command[12] = 1;
-    command[13] = 12;
-    command[14] = '\xA0';
-    command[22] = 0x40;
-    command[31] = 1;
-    command[289] = 0x40;
-    EXPECT_EQ(seen.back().record.substr(0, 292), command);
-    EXPECT_EQ(seen.back().record.size(), native ? 262436U : 320U);
-    if (native)
-        EXPECT_EQ(seen.back().record.substr(292), std::string(262144, '\0'));
-    else
-        EXPECT_EQ(seen.back().record.substr(300), std::string(20, '\0'));
-}
-
-TEST_P(DriverTest, DiscoveryAsksInThisOrder)
-{
-    simulate(R"({"ports":[{"driver":"@","host_no":11},{"driver":"@","absent":true}]})");
-    auto &seen = watch();
-    uint32_t counter = 3;
-    EXPECT_EQ(discover(counter), 0U);
-    using enum request;
-    const std::vector<request> native = {hba_cnt, hostno, port_info, pci_info, hostno};
-    const std::vector<request> legacy = {hba_cnt, hostno, port_info, pci_info};
-    std::vector<request> asked;
-    for (const sent &s : seen)
-        asked.push_back(s.what);
-    EXPECT_EQ(asked, GetParam().native ? native : legacy);
-    EXPECT_EQ(counter, GetParam().native ? 1U : 4U);
 }
 
 TEST_P(DriverTest, DiscoveryKeepsDropsAndSkips)
 {
-    const bool native = GetParam().native;
-    const std::string find = GetParam().name("find_all_instances");
     struct {
-        const char *scenario; // hosts 32, 33, 34, …
-        std::vector<uint32_t> legacy;
-        std::vector<uint32_t> native;
+        std::string ports; // "#" is the driver; hosts 32, 33, 34, …
+        const char *first_fails;
+        std::vector<uint32_t> legacy, native;
     } const cases[] = {
-        {R"({"drivers":["@"]})", {}, {}},
-        {R"({"ports":[{"driver":"@"},{"driver":"@","absent":true},{"driver":"@"}]})", {34, 32}, {32, 34}},
-        {R"({"ports":[{"driver":"@"},{"driver":"@"},{"driver":"@","device_id":"0x1234"},{"driver":"@"}]})",
-         {35, 32, 33},
-         {35, 32, 33}},
-        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
-             "faults":[{"driver":"@","request":"pci_info","nth":1,"status":9}]})",
-         {33},
-         {33}},
-        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
-             "faults":[{"driver":"@","request":"pci_info","nth":1,"errno":"EIO"}]})",
-         {33},
-         {33}},
-        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
-             "faults":[{"driver":"@","request":"port_info","nth":1,"status":5}]})",
-         {32, 33},
-         {33}},
-        {R"({"ports":[{"driver":"@"},{"driver":"@"}],
-             "faults":[{"driver":"@","request":"port_info","nth":1,"errno":"EIO"}]})",
-         {32, 33},
-         {32, 33}},
-        {R"({"ports":[{"driver":"@","repeat":3}]})", {32, 33, 34}, {32, 33, 34}},
+        {"", "", {}, {}},
+        {R"({#},{#,"absent":true},{#})", "", {34, 32}, {32, 34}},
+        {R"({#},{#},{#,"device_id":"0x1234"},{#})", "", {35, 32, 33}, {35, 32, 33}},
+        {"{#},{#}", R"("request":"pci_info","status":9)", {33}, {33}},
+        {"{#},{#}", R"("request":"pci_info","errno":"EIO")", {33}, {33}},
+        {"{#},{#}", R"("request":"port_info","status":5)", {32, 33}, {33}},
+        {"{#},{#}", R"("request":"port_info","errno":"EIO")", {32, 33}, {32, 33}},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.scenario);
-        simulate(c.scenario);
+        SCOPED_TRACE(c.ports + c.first_fails);
+        std::string scenario = R"({"drivers":["@"],"ports":[)" + c.ports + "]";
+        if (*c.first_fails != '\0')
+            scenario += std::string(R"(,"faults":[{#,)") + c.first_fails + "}]";
+        for (size_t at = 0; (at = scenario.find('#')) != std::string::npos;)
+            scenario.replace(at, 1, R"("driver":"@")");
+        simulate(scenario + "}");
         uint32_t counter = 5;
         EXPECT_EQ(discover(counter), 0U);
-        EXPECT_EQ(hosts(), native ? c.native : c.legacy);
-        EXPECT_EQ(counter, native ? c.native.size() : 5 + c.legacy.size());
+        const std::vector<uint32_t> &kept = GetParam().native ? c.native : c.legacy;
+        EXPECT_EQ(hosts(), kept);
+        EXPECT_EQ(counter, kept.size() + (GetParam().native ? 0 : 5));
         forget_ports();
         expect_nothing_held();
     }
@@ -336,53 +276,6 @@ TEST_P(DriverTest, CountsThatLie)
         EXPECT_EQ(counter, c.kept);
         EXPECT_EQ(asked, GetParam().native ? static_cast<size_t>(std::max(c.count, 0)) : c.legacy_asked);
         forget_ports();
-    }
-}
-
-// A query's status counts before its transport's result, and its record only when both are good.
-TEST_P(DriverTest, StatusComesBeforeTheCall)
-{
-    const bool native = GetParam().native;
-    simulate(R"({"ports":[{"driver":"@","sessions":[{}]}]})");
-    const uint32_t handle = load_and_open();
-    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(handle);
-    struct {
-        uint32_t status;
-        int err;
-        uint32_t result;
-    } const cases[] = {{0, 0, 0}, {7, 0, 1}, {7, EIO, 1}, {0, EIO, 1}, {0x80000000, 0, 1}};
-    for (const auto &c : cases) {
-        host->on_answer = [&](exchange &e) {
-            e.status = c.status;
-            e.transport_errno = c.err;
-        };
-        varnok_drv_session_info record = {};
-        record.sess_num = 0;
-        record.cid = 4711;
-        uint32_t stat = 99;
-        const std::string log = log_of(4, [&] {
-            const int fd = static_cast<int>(pdb->hw_info->oshandle);
-            uint32_t result = 0;
-            if (native)
-                result = GetParam().newer ? varnoknt_get_sess_info(pdb, &record, &stat)
-                                          : varnok_ryxnt_get_sess_info(pdb, &record, &stat);
-            else
-                result = GetParam().newer ? varnok_get_sess_info_zt(fd, pdb, &record, &stat)
-                                          : varnok_get_sess_info(fd, pdb, &record, &stat);
-            EXPECT_EQ(result, c.result);
-        });
-        EXPECT_EQ(stat, c.status);
-        if (native && c.result != 0)
-            EXPECT_EQ(record.cid, 4711U) << "the caller's record is as it was";
-        const std::string kind = native ? "native" : "ioctl";
-        const std::string line = GetParam().name("get_sess_info") + ": Get session info " + kind;
-        if (c.status != 0)
-            EXPECT_EQ(log,
-                      line + " failed, " + (native ? "status=" : "ioctl_status=") + std::to_string(c.status) + "\n");
-        else if (c.err != 0)
-            EXPECT_EQ(log, line + " function failed, errno=5\n");
-        else
-            EXPECT_EQ(log, "");
     }
 }
 

@@ -269,9 +269,15 @@ TEST_F(CallerTest, OnlyKnownOnesAreAnswered)
     EXPECT_EQ(hostsim::open_devices(), 1);
     EXPECT_EQ(error(open("/dev/char/vmkdriver/tepli", O_RDWR)), EBUSY);
     EXPECT_EQ(error(open("/dev/char/vmkdriver/dxo", O_RDWR)), ENOENT);
-    varnok_drv_ioctl header = {};
-    EXPECT_EQ(error(ioctl(fd, TEPLI_IOCTL_BASE + 4, &header)), EINVAL);
-    EXPECT_EQ(error(ioctl(fd, 0xC0406404, &header)), ENOTTY);
+    std::pair<int32_t, int32_t> count = {-1, -1};
+    varnok_drv_ioctl header = {{'T', 'E', 'P', 'L', 'I'}, 2, 2, 0, 0, 0, reinterpret_cast<uintptr_t>(&count), {}};
+    EXPECT_EQ(error(ioctl(fd, TEPLI_IOCTL_BASE + 1, &header)), EINVAL);
+    header.version = 1;
+    EXPECT_EQ(error(ioctl(fd, 0xC0406401, &header)), ENOTTY);
+    // A call that fails leaves everything as it was sent.
+    host->on_answer = [](exchange &e) { e.transport_errno = ENODEV; };
+    EXPECT_EQ(error(ioctl(fd, TEPLI_IOCTL_BASE + 1, &header)), ENODEV);
+    EXPECT_EQ(count, std::make_pair(-1, -1));
     EXPECT_EQ(close(fd), 0);
     EXPECT_EQ(hostsim::open_devices(), 0);
 
@@ -281,10 +287,7 @@ TEST_F(CallerTest, OnlyKnownOnesAreAnswered)
     ++size;
     EXPECT_EQ(vmk_MgmtUserInit(&kx_iscsi_sig, 701, &handle), 0);
     EXPECT_EQ(vmk_MgmtUserInit(&kx_iscsi_sig, 701, &handle), 5) << "the fault";
-    std::pair<int32_t, int32_t> count = {-1, -1};
     EXPECT_EQ(vmk_MgmtUserCallbackInvokeInt(handle + 99, 0, 16, 1, &count), -1);
-    // A call that fails leaves everything as it was sent.
-    host->on_answer = [](exchange &e) { e.transport_errno = ENODEV; };
     EXPECT_EQ(error(vmk_MgmtUserCallbackInvokeInt(handle, 0, 16, 1, &count)), ENODEV);
     EXPECT_EQ(count, std::make_pair(-1, -1));
     host->on_answer = nullptr;

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <sstream>
+#include <tuple>
 
 namespace
 {
@@ -14,9 +14,7 @@ namespace
 std::string file_text(const std::string &path)
 {
     std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 struct LogTest : HostTest {
@@ -28,11 +26,7 @@ struct LogTest : HostTest {
 
 TEST_F(LogTest, Numbers)
 {
-    struct {
-        uint64_t number;
-        uint8_t radix;
-        const char *text;
-    } const cases[] = {
+    const std::tuple<uint64_t, uint8_t, std::string> cases[] = {
         {0, 10, "0"},     {0, 16, "0"},
         {9, 16, "9"},     {10, 16, "Ah"},
         {10, 10, "10"},   {31, 16, "1Fh"},
@@ -41,8 +35,8 @@ TEST_F(LogTest, Numbers)
         {5, 2, "101"},    {UINT64_MAX, 10, "18446744073709551615"},
         {5, 1, ""},       {5, 255, ""},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(print("f", ":n=", c.number, c.radix), std::string("f:n=") + c.text + "\n");
+    for (const auto &[number, radix, text] : cases)
+        EXPECT_EQ(print("f", ":n=", number, radix), "f:n=" + text + "\n");
     EXPECT_EQ(print(nullptr, " 100%s %n", 0, 0), " 100%s %n\n");
 }
 
@@ -60,17 +54,14 @@ TEST_F(LogTest, LongLinesLeaveInPieces)
 
 TEST_F(LogTest, TheMaskFollowsTheEnvironment)
 {
-    struct {
-        const char *text;
-        uint32_t mask;
-    } const cases[] = {
+    const std::pair<const char *, uint32_t> cases[] = {
         {"6", 6},   {"0x4", 4}, {"4", 4},       {" 7", 7},        {"-1", 0xFFFFFFFF},
         {"xyz", 0}, {"", 0},    {"0X1f", 0x1F}, {"100000006", 6},
     };
-    for (const auto &c : cases) {
-        setenv("VARNOK_API_DEBUG", c.text, 1);
+    for (const auto &[text, mask] : cases) {
+        setenv("VARNOK_API_DEBUG", text, 1);
         varnok_set_debug_level();
-        EXPECT_EQ(varnok_debug, c.mask) << c.text;
+        EXPECT_EQ(varnok_debug, mask) << text;
     }
     unsetenv("VARNOK_API_DEBUG");
     varnok_debug = 6;
@@ -96,7 +87,9 @@ TEST_F(LogTest, TheFileGetsTimeStampedLines)
 
     // Without a file: standard error alone. Without local time: the piece is dropped whole.
     platform::fail_call("fopen", 1, EACCES);
+    errno = 1234;
     EXPECT_EQ(log_of(7, [] { varnok_dbg_print("f", ": x", 0, 0, 1); }), "f: x\n");
+    EXPECT_EQ(errno, 1234);
     platform::fail_call("localtime", 1, EINVAL);
     EXPECT_EQ(log_of(7, two_lines), "f(3g: x=11h\n");
     platform::fail_allocation(1);
@@ -105,16 +98,6 @@ TEST_F(LogTest, TheFileGetsTimeStampedLines)
     memset(varnoklog_path, 'x', sizeof varnoklog_path);
     EXPECT_EQ(varnok_dbg_get_fptr(), nullptr);
     expect_nothing_held();
-}
-
-TEST_F(LogTest, ErrnoSurvivesALine)
-{
-    platform::fail_call("fopen", 1, EACCES);
-    log_of(7, [] {
-        errno = 1234;
-        varnok_dbg_print("f", ": x", 0, 0, 1);
-        EXPECT_EQ(errno, 1234);
-    });
 }
 
 // A print of a line takes the semaphore once for each piece; a failure on the log's own goes to
@@ -156,54 +139,33 @@ TEST_F(LogTest, GettingASemaphore)
 TEST_F(LogTest, Dump)
 {
     const uint16_t words[] = {0x0001, 0x00AB, 0x1234};
+    const uint32_t longs[] = {1, 0xDEADBEEF, 10, 9, 0};
     uint8_t bytes[33];
     for (size_t i = 0; i < sizeof bytes; ++i)
         bytes[i] = static_cast<uint8_t>(i * 9);
-    const uint32_t longs[] = {1, 0xDEADBEEF, 10, 9, 0};
-    // At an odd address: the elements need no alignment.
-    uint8_t quads[17];
-    memset(quads, 0xFF, sizeof quads);
-    const std::string expected = "title\n"
-                                 "   0      2      4      6      8      Ah     Ch     Eh\n" +
-                                 std::string(54, '-') +
-                                 "\n"
-                                 "   1     ABh  1234h  \n" +
-                                 std::string(54, '-') +
-                                 "\n"
-                                 " 0    1    2    3    4    5    6    7    8    9    Ah   Bh   Ch   Dh   Eh   Fh\n" +
-                                 std::string(78, '-') +
-                                 "\n"
-                                 " 0    9   12h  1Bh  24h  2Dh  36h  3Fh  48h  51h  5Ah  63h  6Ch  75h  7Eh  87h\n"
-                                 "90h  99h  A2h  ABh  B4h  BDh  C6h  CFh  D8h  E1h  EAh  F3h  FCh   5    Eh  17h\n"
-                                 "20h  \n" +
-                                 std::string(78, '-') +
-                                 "\n"
-                                 "       0          4          8          Ch\n" +
-                                 std::string(42, '-') +
-                                 "\n"
-                                 "       1   DEADBEEFh         Ah         9\n"
-                                 "       0   \n" +
-                                 std::string(42, '-') +
-                                 "\n"
-                                 "               0                  8\n" +
-                                 std::string(35, '-') +
-                                 "\n"
-                                 "FFFFFFFFFFFFFFFFh  FFFFFFFFFFFFFFFFh\n" +
-                                 std::string(35, '-') +
-                                 "\n"
-                                 "odd\n"
-                                 "   0      2      4      6      8      Ah     Ch     Eh\n" +
-                                 std::string(54, '-') + "\n" + std::string(54, '-') + "\n";
-    EXPECT_EQ(log_of(0,
-                     [&] {
-                         varnok_dbg_dump("title", words, 16, 3);
-                         varnok_dbg_dump("", bytes, 8, sizeof bytes);
-                         varnok_dbg_dump(nullptr, longs, 32, 5);
-                         varnok_dbg_dump("", quads + 1, 64, 2);
-                         varnok_dbg_dump("odd", words, 12, 3);
-                         varnok_dbg_dump("", words, 16, 0);
-                     }),
-              expected);
+    const std::string quads(17, '\xFF');
+    const auto table = [](const std::string &columns, size_t width, const std::string &elements) {
+        const std::string rule = std::string(width, '-') + "\n";
+        return columns + "\n" + rule + elements + rule;
+    };
+    const char *const columns_16 = "   0      2      4      6      8      Ah     Ch     Eh";
+    const std::pair<std::tuple<const char *, const void *, uint32_t, uint64_t>, std::string> cases[] = {
+        {{"title", words, 16, 3}, "title\n" + table(columns_16, 54, "   1     ABh  1234h  \n")},
+        {{"", bytes, 8, sizeof bytes},
+         table(" 0    1    2    3    4    5    6    7    8    9    Ah   Bh   Ch   Dh   Eh   Fh", 78,
+               " 0    9   12h  1Bh  24h  2Dh  36h  3Fh  48h  51h  5Ah  63h  6Ch  75h  7Eh  87h\n"
+               "90h  99h  A2h  ABh  B4h  BDh  C6h  CFh  D8h  E1h  EAh  F3h  FCh   5    Eh  17h\n20h  \n")},
+        {{nullptr, longs, 32, 5},
+         table("       0          4          8          Ch", 42,
+               "       1   DEADBEEFh         Ah         9\n       0   \n")},
+        // At an odd address: the elements need no alignment.
+        {{"", quads.data() + 1, 64, 2},
+         table("               0                  8", 35, "FFFFFFFFFFFFFFFFh  FFFFFFFFFFFFFFFFh\n")},
+        {{"odd", words, 12, 3}, "odd\n"},
+        {{"", words, 16, 0}, table(columns_16, 54, "")},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(log_of(0, [&] { std::apply(varnok_dbg_dump, c.first); }), c.second);
 }
 
 } // namespace

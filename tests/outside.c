@@ -1,5 +1,6 @@
 /* A program from outside: it declares what it needs itself, links the library, and answers for the
  * platform. */
+#undef NDEBUG
 #include <assert.h>
 #include <fcntl.h>
 #include <stdarg.h>
@@ -10,19 +11,10 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#undef NDEBUG
-#include <assert.h>
-
-uint32_t VARNOK_GetVersion(uint8_t *, uint32_t);
-uint32_t VARNOK_LoadLibrary(void);
-uint32_t VARNOK_FreeLibrary(void);
-uint32_t VARNOK_GetPortCount(uint32_t *);
-uint32_t VARNOK_OpenAdapter(uint32_t, uint32_t *);
-uint32_t VARNOK_CloseAdapter(uint32_t);
-uint32_t VARNOK_GetPhyPortInfo(uint32_t, void *);
-uint32_t VARNOK_GetIscsiPortal(uint32_t, uint32_t *, void *);
-uint32_t VARNOK_GetSessionInfo(uint32_t, uint32_t *, void *);
-uint32_t VARNOK_GetTgtInfo(uint32_t, uint32_t *, void *);
+uint32_t VARNOK_LoadLibrary(void), VARNOK_FreeLibrary(void), VARNOK_GetVersion(uint8_t *, uint32_t);
+uint32_t VARNOK_GetPortCount(uint32_t *), VARNOK_OpenAdapter(uint32_t, uint32_t *), VARNOK_CloseAdapter(uint32_t);
+uint32_t VARNOK_GetPhyPortInfo(uint32_t, void *), VARNOK_GetIscsiPortal(uint32_t, uint32_t *, void *);
+uint32_t VARNOK_GetSessionInfo(uint32_t, uint32_t *, void *), VARNOK_GetTgtInfo(uint32_t, uint32_t *, void *);
 uint32_t VARNOK_SendScsiCommand(uint32_t, void *, uint32_t *, uint8_t *);
 uint32_t VARNOK_GetLunInfo(uint32_t, uint32_t, uint32_t *, void *);
 extern const char varnok_version_description[128];
@@ -41,49 +33,30 @@ static uint64_t get(const uint8_t *at, size_t size)
 /* One LUN of 4 MiB, whatever is asked. */
 static void answer_scsi(const uint8_t *command, uint8_t *data)
 {
-    switch (command[14]) {
-    case 0xA0:
+    if (command[14] == 0xA0)
         data[3] = 8;
-        break;
-    case 0x12:
+    else if (command[14] == 0x12)
         memcpy(data + 8, "OUTSIDE A DISK          1.00", 28);
-        break;
-    case 0x25:
-        data[2] = 0x1F;
-        data[3] = 0xFF;
-        data[6] = 2;
-        break;
-    default:
-        break;
-    }
+    else if (command[14] == 0x25)
+        memcpy(data, "\0\0\x1F\xFF\0\0\2", 7);
 }
 
 /* Both drivers know one port with one session; request numbers as the native driver has them. */
-static void answer(int number, uint16_t device_id, uint8_t *record)
+static void answer(uint64_t number, uint16_t device_id, uint8_t *record)
 {
-    switch (number) {
-    case 18:
+    if (number == 18)
         put(record + 2, device_id, 2);
-        break;
-    case 19:
+    if (number == 19) {
         memcpy(record + 64, "an outside adapter", 19);
         put(record + 704, 1, 4);
-        break;
-    case 20:
-        memcpy(record + 298, "iqn.outside", 12);
-        break;
-    case 21:
-        memcpy(record + 8, "iqn.outside", 12);
-        break;
-    default:
-        break;
     }
+    if (number == 20 || number == 21)
+        memcpy(record + (number == 20 ? 298 : 8), "iqn.outside", 12);
 }
 
 int uname(struct utsname *name)
 {
-    memset(name, 0, sizeof *name);
-    strcpy(name->sysname, "VMkernel");
+    *name = (struct utsname){.sysname = "VMkernel"};
     return 0;
 }
 
@@ -112,9 +85,8 @@ int vmk_MgmtUserCallbackInvokeInt(uint64_t handle, uint64_t instance, uint64_t i
     if (id == 22) {
         answer_scsi(envelope + 8, envelope + 8 + 292);
         put(envelope + 8 + 30, 0, 2);
-    } else if (id >= 18) {
-        answer((int)id, 0x7A24, envelope + 8);
-    }
+    } else if (id >= 18)
+        answer(id, 0x7A24, envelope + 8);
     return 0;
 }
 
@@ -132,7 +104,7 @@ int ioctl(int fd, unsigned long code, ...)
     va_end(list);
     assert(fd > 2 && (code & ~15UL) == 0xC0407400 && memcmp(header, "TEPLI\0\0", 8) == 0);
     uint8_t *const record = (uint8_t *)(uintptr_t)get(header + 20, 8);
-    const int number = (int)(code & 15);
+    const unsigned long number = code & 15;
     if (number == 1)
         put(record, 1, 4);
     else if (number == 8)
@@ -144,25 +116,20 @@ int ioctl(int fd, unsigned long code, ...)
 
 static void use_port(uint32_t instance)
 {
-    uint8_t port[431] = {2}, portal[29], session[614], target[304], lun[217] = {2}, command[292] = {0};
-    uint8_t *array = portal;
-    uint8_t data[8];
+    uint8_t port[431] = {2}, portal[29], session[614], target[304], lun[217] = {2}, command[292] = {0}, data[8];
+    uint8_t *arrays[] = {portal, session, target, lun};
     uint32_t handle = 0, count = 0, length = sizeof data;
     assert(VARNOK_OpenAdapter(instance, &handle) == 0 && handle == instance + 1);
     assert(VARNOK_GetPhyPortInfo(handle, port) == 0);
     assert(strcmp((char *)port + 4, "an outside adapter") == 0 && get(port + 339, 4) == 1);
-    assert(VARNOK_GetIscsiPortal(handle, &count, &array) == 0x80000009 && count == 1);
-    assert(VARNOK_GetIscsiPortal(handle, &count, &array) == 0);
-    array = session;
-    assert(VARNOK_GetSessionInfo(handle, &count, &array) == 0);
+    assert(VARNOK_GetIscsiPortal(handle, &count, &arrays[0]) == 0x80000009 && count == 1);
+    assert(VARNOK_GetIscsiPortal(handle, &count, &arrays[0]) == 0);
+    assert(VARNOK_GetSessionInfo(handle, &count, &arrays[1]) == 0);
     assert(strcmp((char *)session + 299, "iqn.outside") == 0);
-    array = target;
-    assert(VARNOK_GetTgtInfo(handle, &count, &array) == 0 && get(target + 300, 4) == 1);
-    array = lun;
-    assert(VARNOK_GetLunInfo(handle, 0, &count, &array) == 0);
+    assert(VARNOK_GetTgtInfo(handle, &count, &arrays[2]) == 0 && get(target + 300, 4) == 1);
+    assert(VARNOK_GetLunInfo(handle, 0, &count, &arrays[3]) == 0);
     assert(get(lun + 9, 8) == 4 << 20 && memcmp(lun + 17, "OUTSIDE ", 8) == 0);
-    command[16] = 1;
-    command[17] = 6;
+    put(command + 16, 0x0601, 2);
     assert(VARNOK_SendScsiCommand(handle, command, &length, data) == 0);
     assert(VARNOK_CloseAdapter(handle) == 0);
     assert(VARNOK_CloseAdapter(handle) == 0x80000001);

@@ -46,6 +46,8 @@ struct {
     uint32_t status;
     int err;
     uint32_t result;
+
+    std::string tail() const { return std::to_string(status) + " errno=" + std::to_string(err); }
 } const failures[] = {
     {1, 0, 0x80000001},   {13, 0, 0x8000000D},  {14, 0, 0x8000000B},
     {0, EIO, 0x8000000B}, {7, EIO, 0x80000007}, {0xFFFFFFFF, 0, 0x8000000B},
@@ -152,11 +154,9 @@ TEST_P(QueryTest, PhyPortFailures)
     for (const auto &f : failures) {
         answer(request::port_info, f.status, f.err);
         errno = 0;
-        const std::string log = log_of(4, [&] { EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), f.result); });
-        const std::string last =
-            line("GetPhyPortInfo", handle,
-                 "): get port info failed. stat=" + std::to_string(f.status) + " errno=" + std::to_string(f.err));
-        EXPECT_TRUE(log.ends_with(last)) << log;
+        EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), f.result); }),
+                  request_failed("get_port_info", "Get port info", f.status, f.err) +
+                      line("GetPhyPortInfo", handle, "): get port info failed. stat=" + f.tail()));
         EXPECT_EQ(bytes_of(port), before);
         EXPECT_EQ(varnok_get_pdb_from_user_handle(handle)->session_cnt, 3U);
     }
@@ -200,7 +200,7 @@ TEST_P(QueryTest, Portal)
 TEST_P(QueryTest, SessionFields)
 {
     simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]}]})");
-    std::string drivers = pattern(1024, 4);
+    std::string drivers = pattern(1024, 4).replace(840, 1, 1, '\xFF'); // a connection identifier with its top bit
     host->on_answer = [&](exchange &e) {
         if (e.what == request::sess_info)
             memcpy(e.record.data(), drivers.data(), drivers.size());
@@ -226,85 +226,91 @@ TEST_P(QueryTest, SessionFields)
     }
 }
 
-TEST_P(QueryTest, SessionAndTargetCounts)
-{
-    simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]},{"driver":"@"}]})");
-    const uint32_t handle = load_and_open();
-    std::vector<VARNOK_SESS_INFO> sessions(10, marked<VARNOK_SESS_INFO>(0));
-    std::vector<VARNOK_TGT_INFO> targets(10, marked<VARNOK_TGT_INFO>(0));
-    VARNOK_SESS_INFO *session = nullptr;
-    VARNOK_TGT_INFO *target = nullptr;
-    uint32_t count = 2;
-    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), 0x80000009); }),
-              line("GetSessionInfo", handle, "): API sesion count > apps session count."));
-    EXPECT_EQ(count, 3U);
-    EXPECT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), VARNOK_STATUS_INVALID_PARAMETER);
-    count = 0;
-    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), 0x80000009); }),
-              line("GetTgtInfo", handle, "): API tgt count greater than apps tgt count."));
-    EXPECT_EQ(count, 3U);
-    EXPECT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), VARNOK_STATUS_INVALID_PARAMETER);
-    session = sessions.data();
-    target = targets.data();
-    count = 10;
-    EXPECT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), 0U);
-    EXPECT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), 0U);
-    EXPECT_EQ(count, 10U);
-    EXPECT_EQ(sessions[2].SessionNum, 2U);
-    EXPECT_EQ(targets[2].ScsiTgtNum, 2U);
-    EXPECT_EQ(bytes_of(sessions[3]), bytes_of(marked<VARNOK_SESS_INFO>(0)));
-    EXPECT_EQ(bytes_of(targets[3]), bytes_of(marked<VARNOK_TGT_INFO>(0)));
+// The session and the target query treat their callers alike.
+template <class Record>
+struct list_query {
+    const char *name;
+    uint32_t (*call)(uint32_t, uint32_t *, Record **);
+    const char *empty, *too_short, *failed;
+    request what;
+    const char *operation, *driver_text;
+};
 
-    // The second port has none, and the array is not looked at.
-    uint32_t second = 0;
-    ASSERT_EQ(VARNOK_OpenAdapter(1, &second), 0U);
-    session = nullptr;
-    target = nullptr;
-    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_GetSessionInfo(second, &count, &session), 0U); }),
-              line("GetSessionInfo", second, "): No sessions present."));
-    EXPECT_EQ(count, 0U);
-    count = 4;
-    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_GetTgtInfo(second, &count, &target), 0U); }),
-              line("GetTgtInfo", second, "): No targets present."));
-    EXPECT_EQ(count, 0U);
-    for (uint32_t bad : {0U, 3U}) {
-        EXPECT_EQ(VARNOK_GetSessionInfo(bad, &count, &session), VARNOK_STATUS_FAILED);
-        EXPECT_EQ(VARNOK_GetTgtInfo(bad, &count, &target), VARNOK_STATUS_FAILED);
-    }
-}
+constexpr list_query<VARNOK_SESS_INFO> session_query = {"GetSessionInfo",
+                                                        VARNOK_GetSessionInfo,
+                                                        "): No sessions present.",
+                                                        "): API sesion count > apps session count.",
+                                                        "): session info ioctl failed, stat=",
+                                                        request::sess_info,
+                                                        "get_sess_info",
+                                                        "Get session info"};
+constexpr list_query<VARNOK_TGT_INFO> target_query = {"GetTgtInfo",
+                                                      VARNOK_GetTgtInfo,
+                                                      "): No targets present.",
+                                                      "): API tgt count greater than apps tgt count.",
+                                                      "): tgt info failed, stat=",
+                                                      request::tgt_info,
+                                                      "get_tgt_info",
+                                                      "Get tgt info"};
 
-TEST_P(QueryTest, EntriesBeforeAFailureStay)
-{
-    simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]}]})");
-    const uint32_t handle = load_and_open();
-    for (const auto &f : failures) {
-        int asked = 0;
-        host->on_answer = [&](exchange &e) {
-            if ((e.what == request::sess_info || e.what == request::tgt_info) && asked++ == 1) {
-                e.status = f.status;
-                e.transport_errno = f.err;
-            }
-        };
-        std::vector<VARNOK_SESS_INFO> sessions(3, marked<VARNOK_SESS_INFO>(0));
-        VARNOK_SESS_INFO *session = sessions.data();
-        uint32_t count = 3;
-        errno = 0;
-        std::string log = log_of(4, [&] { EXPECT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), f.result); });
-        const std::string tail = std::to_string(f.status) + " errno=" + std::to_string(f.err);
-        EXPECT_TRUE(log.ends_with(line("GetSessionInfo", handle, "): session info ioctl failed, stat=" + tail))) << log;
-        EXPECT_EQ(sessions[0].SessionNum, 0U);
-        EXPECT_EQ(bytes_of(sessions[1]), bytes_of(marked<VARNOK_SESS_INFO>(0)));
-        asked = 0;
-        std::vector<VARNOK_TGT_INFO> targets(3, marked<VARNOK_TGT_INFO>(0));
-        VARNOK_TGT_INFO *target = targets.data();
-        errno = 0;
-        log = log_of(4, [&] { EXPECT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), f.result); });
-        EXPECT_TRUE(log.ends_with(line("GetTgtInfo", handle, "): tgt info failed, stat=" + tail))) << log;
-        EXPECT_EQ(targets[0].ScsiTgtNum, 0U);
-        EXPECT_EQ(bytes_of(targets[1]), bytes_of(marked<VARNOK_TGT_INFO>(0)));
-        EXPECT_EQ(count, 3U);
+struct ListQueryTest : QueryTest {
+    template <class Record>
+    void run(const list_query<Record> &query)
+    {
+        // Ports of three sessions and of none. A count of 0 asks for the number, with or without an array.
+        simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]},{"driver":"@"}]})");
+        const uint32_t handle = load_and_open(0);
+        const uint32_t empty = load_and_open(1);
+        const std::string blank = bytes_of(marked<Record>(0));
+        const struct {
+            uint32_t handle, room, result, count;
+            bool array;
+            const char *text;
+        } calls[] = {{handle, 0, 0x80000009, 3, false, query.too_short},
+                     {handle, 2, 0x80000009, 3, true, query.too_short},
+                     {handle, 3, 0x80000004, 3, false, "): invalid parameter."},
+                     {handle, 10, 0, 10, true, nullptr},
+                     {empty, 4, 0, 0, false, query.empty},
+                     {empty, 0, 0, 0, false, query.empty},
+                     {9, 4, 0x80000001, 4, true, "): get pdb failed."},
+                     {handle, 3, 0, 3, true, nullptr}};
+        for (const auto &c : calls) {
+            std::vector<Record> records(10, marked<Record>(0));
+            Record *array = c.array ? records.data() : nullptr;
+            uint32_t count = c.room;
+            EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(query.call(c.handle, &count, &array), c.result); }),
+                      c.text == nullptr ? "" : line(query.name, c.handle, c.text));
+            EXPECT_EQ(count, c.count);
+            for (size_t i = 0; i < records.size(); ++i)
+                EXPECT_EQ(bytes_of(records[i]) == blank, c.text != nullptr || i >= 3);
+        }
+        // The entries before a failure stay written.
+        for (const auto &f : failures) {
+            int asked = 0;
+            host->on_answer = [&](exchange &e) {
+                if (e.what == query.what && asked++ == 1) {
+                    e.status = f.status;
+                    e.transport_errno = f.err;
+                }
+            };
+            std::vector<Record> records(3, marked<Record>(0));
+            Record *array = records.data();
+            uint32_t count = 3;
+            errno = 0;
+            EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(query.call(handle, &count, &array), f.result); }),
+                      request_failed(query.operation, query.driver_text, f.status, f.err) +
+                          line(query.name, handle, query.failed + f.tail()));
+            for (size_t i = 0; i < 3; ++i)
+                EXPECT_EQ(bytes_of(records[i]) == blank, i > 0);
+            EXPECT_EQ(count, 3U);
+        }
     }
-}
+};
+OVER_ALL_BACK_ENDS(ListQueryTest);
+
+TEST_P(ListQueryTest, Sessions) { run(session_query); }
+
+TEST_P(ListQueryTest, Targets) { run(target_query); }
 
 TEST_P(QueryTest, TargetFields)
 {

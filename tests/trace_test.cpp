@@ -2,8 +2,8 @@
 // golden/DRIVER.log. VARNOK_GOLDEN=write writes the files anew.
 #include "host_test.h"
 
+#include <cstring>
 #include <fstream>
-#include <regex>
 
 namespace
 {
@@ -37,7 +37,11 @@ TEST_P(TraceTest, AWholeLife)
     });
     unsetenv("VARNOK_API_DEBUG");
     // Identifiers and descriptors are the system's choice.
-    log = std::regex_replace(log, std::regex("(sem_id|shm_fildes|closing handle)=[0-9]+"), "$1=N");
+    for (const char *key : {"sem_id=", "shm_fildes=", "closing handle="}) {
+        const size_t at = log.find(key);
+        if (at != std::string::npos)
+            log.replace(at + strlen(key), log.find('\n', at) - at - strlen(key), "N");
+    }
     const std::string path = std::string(GOLDEN) + "/" + GetParam().driver + ".log";
     if (getenv("VARNOK_GOLDEN") != nullptr)
         std::ofstream(path) << log;

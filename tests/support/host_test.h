@@ -61,6 +61,17 @@ class BackEndTest : public HostTest, public testing::WithParamInterface<back_end
 {
   protected:
     void simulate(const std::string &scenario) { HostTest::simulate(scenario, GetParam().driver); }
+
+    // The back-end's own line about a request that failed. The driver's status counts before the call's result.
+    static std::string request_failed(const std::string &operation, const std::string &text, uint32_t status, int err)
+    {
+        const bool native = GetParam().native;
+        const std::string kind = native && operation == "get_port_info" ? " callback" : native ? " native" : " ioctl";
+        return GetParam().name(operation) + ": " + text + kind +
+               (status != 0 ? (native ? " failed, status=" : " failed, ioctl_status=") + std::to_string(status)
+                            : " function failed, errno=" + std::to_string(err)) +
+               "\n";
+    }
 };
 
 #define OVER_ALL_BACK_ENDS(suite)                                                                                      \

@@ -52,16 +52,22 @@ bool fails(const char *name, const std::string &arguments = "")
     return (call_fault.name.empty() || call_fault.name == name) && call_fault.strikes();
 }
 
+// Out of line: the sanitizers allocate before they can guard a stack frame.
+[[gnu::noinline]] void *keep_block(void *block)
+{
+    if (block != nullptr)
+        blocks.insert(block);
+    return block;
+}
+[[gnu::noinline]] void drop_block(void *block) { blocks.erase(block); }
+
 template <class... Size>
 void *allocate(void *caller, void *(*sanitizers)(Size...), void *(*libc)(Size...), Size... size)
 {
     const auto call = sanitizers != nullptr ? sanitizers : libc;
     if (!from_library(caller))
         return call(size...);
-    void *const block = allocation_fault.strikes() ? nullptr : call(size...);
-    if (block != nullptr)
-        blocks.insert(block);
-    return block;
+    return allocation_fault.strikes() ? nullptr : keep_block(call(size...));
 }
 
 struct private_folder {
@@ -139,7 +145,7 @@ void *calloc(size_t n, size_t size) { return allocate(CALLER, __interceptor_call
 void free(void *block)
 {
     if (FROM_LIBRARY)
-        blocks.erase(block);
+        drop_block(block);
     (__interceptor_free != nullptr ? __interceptor_free : __libc_free)(block);
 }
 
