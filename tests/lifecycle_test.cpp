@@ -181,6 +181,19 @@ TEST_P(OpenTest, UnloadClosesWhatWasOpenedAndNothingElse)
     }
 }
 
+TEST_P(OpenTest, CleanupLeavesEveryPortClosed)
+{
+    load(2);
+    load_and_open(1);
+    varnok_cleanup_hbas();
+    for (const uint32_t i : {0U, 1U}) {
+        const varnok_hw_info *const hw = varnok_get_pdb_from_user_instance(i)->hw_info;
+        EXPECT_EQ(hw->oshandle, 0xFFFFFFFFU);
+        EXPECT_EQ(hw->apihandle + hw->open_cnt + hw->phys_path[0], 0U);
+    }
+    EXPECT_EQ(hostsim::open_devices(), 0);
+}
+
 // Admission and the back-end follow from the device alone, whichever pass found the port.
 TEST_F(LifecycleTest, TheDeviceDecides)
 {
@@ -204,7 +217,10 @@ TEST_F(LifecycleTest, TheDeviceDecides)
             if (!admitted)
                 continue;
             VARNOK_PHY_PORT_INFO port = {};
-            const std::string log = log_of(2, [&] { VARNOK_GetPhyPortInfo(load_and_open(), &port); });
+            const uint32_t handle = load_and_open();
+            if (!found_by.native) // anything but 1 is legacy
+                varnok_get_pdb_from_user_handle(handle)->hw_info->native_driver = 2;
+            const std::string log = log_of(2, [&] { VARNOK_GetPhyPortInfo(handle, &port); });
             for (const back_end &b : back_ends)
                 EXPECT_EQ(log.find("\n" + b.name("get_port_info") + "(1): entered.\n") != std::string::npos,
                           b.native == found_by.native && b.newer == newer);

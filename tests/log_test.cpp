@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <tuple>
 
+#include <sys/sem.h>
+
 namespace
 {
 
@@ -128,6 +130,7 @@ TEST_F(LogTest, GettingASemaphore)
     EXPECT_EQ(errno, EPERM);
     const int32_t id = varnok_sem_get(key);
     EXPECT_GE(id, 0);
+    EXPECT_EQ(semctl(id, 0, GETVAL), 1);
     EXPECT_EQ(varnok_sem_get(key), id);
     EXPECT_EQ(varnok_sem_wait(id), 0);
     EXPECT_EQ(varnok_sem_signal(id), 0);

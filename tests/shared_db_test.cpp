@@ -174,7 +174,7 @@ TEST_F(SharedDbTest, ClosingByTheNumberOfUsers)
                       "\n" + func + "close db file.\n" + func + (file_stays ? "keeping" : "deleting") +
                       " shared db file.\n");
         EXPECT_EQ(varnok_db_sem_id != -1, left > 0);
-        EXPECT_EQ(read_file(), file_stays ? flags({}) : "");
+        EXPECT_EQ(read_file(), file_stays ? flags({0}) : "");
         EXPECT_EQ(varnok_library_instance, 0);
         EXPECT_EQ(varnok_shm_fildes, -1);
         EXPECT_EQ(varnok_close_database(0), 0U) << "again: harmless";
