@@ -21,6 +21,7 @@ HostTest::HostTest()
 
 HostTest::~HostTest()
 {
+    varnok_debug = 0;
     platform::reset();
     platform::set_user_lines("2\n");
     VARNOK_FreeLibrary();
