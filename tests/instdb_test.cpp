@@ -121,32 +121,6 @@ TEST_F(InstdbTest, AFailedAllocationDiscardsTheList)
     }
 }
 
-TEST_F(InstdbTest, Dump)
-{
-    varnok_priv_db *const pdb = add(258);
-    memcpy(pdb->iqn, "iqn.x", 6);
-    memcpy(pdb->ipv4addr, "\x0A\x00\xFF\x09", 4);
-    memset(pdb->hw_info->model_name, 'm', sizeof pdb->hw_info->model_name);
-    pdb->hw_info->driver_loaded = 1;
-    pdb->hw_info->vendor_id = 0x1E2B;
-    pdb->vlan_id = 4095;
-    pdb->port_speed = 10000;
-    std::string text =
-        " API Private Data:\n phys_path: \n drvr_inst: 0\n host_no: 258\n iqn: iqn.x\n mac: 0:0:0:0:0:0\n ipv4_port: "
-        "0\n"
-        " ipv4addr: Ah:0:FFh:9\n subnet: 0:0:0:0\n gateway: 0:0:0:0\n ipv6_port: 0\n ipv6addr: @ ipv6_linklocal: @"
-        " ipv6_router: @ vlan_enabled: 0\n vlan_priority: 0\n vlan_id: 4095\n manufacturer: \n"
-        " model_name: mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm\n model_desc: \n serial_num: \n driver_version: \n driver_date: "
-        "\n"
-        " driver_name: \n driver_loaded: 1\n fw_version: \n vendor_id: 1E2Bh\n device_id: 0\n ssvendor_id: 0\n"
-        " ssdevice_id: 0\n pci_domain: 0\n pci_bus: 102h\n pci_dev: 0\n pci_func: 0\n pci_rev: 0\n port_sup_speed: 0\n"
-        " port_speed: 2710h\n mtu: 0\n phy port_number: 0\n";
-    for (size_t at; (at = text.find('@')) != std::string::npos;)
-        text.replace(at, 1, "0:0:0:0:0:0:0:0:0:0:0:0:0:0:0:0\n");
-    EXPECT_EQ(log_of(6, [&] { varnok_print_priv_data(pdb); }), text);
-    EXPECT_EQ(log_of(5, [&] { varnok_print_priv_data(pdb); }), "");
-}
-
 TEST_F(InstdbTest, QuadPortAdapters)
 {
     const std::tuple<uint16_t, uint16_t, uint16_t, uint16_t, uint32_t> cases[] = {

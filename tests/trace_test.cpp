@@ -14,7 +14,8 @@ OVER_ALL_BACK_ENDS(TraceTest);
 
 TEST_P(TraceTest, AWholeLife)
 {
-    simulate(R"({"ports":[{"driver":"@","device_id":1},{"driver":"@","host_no":40,"vendor_id":"0x1e2b",
+    simulate(
+        R"({"ports":[{"driver":"@","device_id":1},{"driver":"@","host_no":40,"vendor_id":"0x1e2b","model_name":"a model name that fills a field.",
         "sessions":[{"luns":[{"lun":12,"size":"3 TiB"}]}]}]})");
     setenv("VARNOK_API_DEBUG", "6", 1);
     std::string log = log_of(6, [] {

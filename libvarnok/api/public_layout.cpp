@@ -1,11 +1,7 @@
 // The records that callers compile into their programs: a field that moves here corrupts data
 // there.
+#include "layout_assert.h"
 #include "varnok_mgmt.h"
-
-#include <cstddef>
-
-#define SIZE(record, size) static_assert(sizeof(record) == (size))
-#define AT(record, field, offset) static_assert(offsetof(record, field) == (offset))
 
 SIZE(VARNOK_ISCSI_PORTAL, 29);
 AT(VARNOK_ISCSI_PORTAL, Version, 0);

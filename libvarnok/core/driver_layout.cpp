@@ -1,15 +1,12 @@
 // The drivers' side of every record is compiled elsewhere: a field that moves here corrupts data
 // there.
+#include "layout_assert.h"
 #include "varnok_driver_records.h"
 
 #include <bit>
-#include <cstddef>
 
 static_assert(std::endian::native == std::endian::little,
               "records travel in the host's byte order");
-
-#define SIZE(record, size) static_assert(sizeof(record) == (size))
-#define AT(record, field, offset) static_assert(offsetof(record, field) == (offset))
 
 SIZE(varnok_drv_pci_info, 64);
 AT(varnok_drv_pci_info, vendor_id, 0);
