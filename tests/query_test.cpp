@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 
 namespace
 {
@@ -167,62 +168,33 @@ TEST_P(QueryTest, PhyPortFailures)
 
 TEST_P(QueryTest, Portal)
 {
-    simulate(
-        R"({"ports":[{"driver":"@","ipv4addr":"10.1.2.3","ipv4_port":3260,"ipv6addr":"fe80::1","ipv6_port":860},
-                          {"driver":"@","ipv4addr":"0.0.0.0","ipv6addr":"fe80::2"}]})");
-    const uint32_t handle = load_and_open();
-    VARNOK_ISCSI_PORTAL none[2] = {marked<VARNOK_ISCSI_PORTAL>(9), marked<VARNOK_ISCSI_PORTAL>(9)};
-    VARNOK_ISCSI_PORTAL *portals = nullptr;
-    uint32_t count = 0;
-    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_GetIscsiPortal(handle, &count, &portals), 0x80000009); }),
-              line("GetIscsiPortal", handle, "): API portal count > apps portal count."));
-    EXPECT_EQ(count, 1U);
-    EXPECT_EQ(VARNOK_GetIscsiPortal(handle, &count, &portals), VARNOK_STATUS_INVALID_PARAMETER);
-    portals = none;
-    count = 2;
-    EXPECT_EQ(VARNOK_GetIscsiPortal(handle, &count, &portals), 0U);
-    EXPECT_EQ(count, 2U);
-    EXPECT_EQ(none[0].Version, 9U);
-    EXPECT_EQ(none[0].IsIPv4, 1);
-    EXPECT_EQ(bytes_of(none[0].IPv4Addr), "\x0A\x01\x02\x03");
-    EXPECT_EQ(none[0].IPv4PortNum, 3260);
-    EXPECT_EQ(none[0].IPv6Addr[15], 1);
-    EXPECT_EQ(none[0].IPv6PortNum, 860);
-    EXPECT_EQ(none[1].IsIPv4, untouched);
-    uint32_t second = 0;
-    ASSERT_EQ(VARNOK_OpenAdapter(1, &second), 0U);
-    EXPECT_EQ(VARNOK_GetIscsiPortal(second, &count, &portals), 0U);
-    EXPECT_EQ(none[0].IsIPv4, 0);
-    EXPECT_EQ(none[0].IPv6Addr[15], 2);
-    EXPECT_EQ(VARNOK_GetIscsiPortal(3, &count, &portals), VARNOK_STATUS_FAILED);
-}
-
-TEST_P(QueryTest, SessionFields)
-{
-    simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]}]})");
-    std::string drivers = pattern(1024, 4).replace(840, 1, 1, '\xFF'); // a connection identifier with its top bit
-    host->on_answer = [&](exchange &e) {
-        if (e.what == request::sess_info)
-            memcpy(e.record.data(), drivers.data(), drivers.size());
-    };
-    const uint32_t handle = load_and_open();
-    std::vector<VARNOK_SESS_INFO> sessions(3, marked<VARNOK_SESS_INFO>(7));
-    VARNOK_SESS_INFO *session = sessions.data();
-    uint32_t count = 3;
+    simulate(R"({"ports":[{"driver":"@"}]})");
     for (const bool is_ipv4 : {true, false}) {
-        if (!is_ipv4) // whole fields of zeros, with the bytes around them as they were
-            drivers = moved(drivers, "", {}).replace(270, 4, 4, '\0').replace(556, 4, 4, '\0');
-        ASSERT_EQ(VARNOK_GetSessionInfo(handle, &count, &session), 0U);
-        std::string expected =
-            moved(bytes_of(marked<VARNOK_SESS_INFO>(7)), drivers,
-                  {{4, 0, 4},      {8, 4, 8},     {16, 597, 1},    {17, 12, 256}, {275, 270, 4}, {279, 268, 2},
-                   {281, 276, 16}, {297, 274, 2}, {299, 298, 256}, {556, 556, 4}, {560, 554, 2}, {562, 562, 16},
-                   {578, 560, 2},  {580, 717, 1}, {581, 725, 1},   {582, 749, 1}, {583, 745, 1}, {584, 721, 4},
-                   {588, 729, 4},  {592, 753, 4}, {596, 837, 8, 4}});
-        expected.replace(273, 2, std::string{is_ipv4, '\0'});
-        expected[555] = is_ipv4;
-        for (const VARNOK_SESS_INFO &s : sessions)
-            EXPECT_EQ(bytes_of(s), expected);
+        const std::string drivers = pattern(768, 6).replace(634, 4, 4, is_ipv4 ? '\1' : '\0');
+        host->on_answer = [&](exchange &e) {
+            if (e.what == request::port_info)
+                memcpy(e.record.data(), drivers.data(), drivers.size());
+        };
+        const uint32_t handle = load_and_open();
+        const std::string blank = bytes_of(marked<VARNOK_ISCSI_PORTAL>(9));
+        std::string expected = moved(blank, drivers, {{5, 634, 4}, {9, 631, 2}, {11, 648, 16}, {27, 646, 2}});
+        expected[4] = is_ipv4 ? 1 : 0;
+        const std::tuple<uint32_t, uint32_t, bool, uint32_t, uint32_t, std::string> calls[] = {
+            {handle, 0, false, 0x80000009, 1, "): API portal count > apps portal count."},
+            {handle, 1, false, 0x80000004, 1, "): invalid parameter."},
+            {2, 4, true, 0x80000001, 4, "): get pdb failed."},
+            {handle, 4, true, 0, 4, ""}};
+        for (const auto &[of, room, array, result, count, text] : calls) {
+            VARNOK_ISCSI_PORTAL portals[2] = {marked<VARNOK_ISCSI_PORTAL>(9), marked<VARNOK_ISCSI_PORTAL>(9)};
+            VARNOK_ISCSI_PORTAL *portal = array ? portals : nullptr;
+            uint32_t now = room;
+            const std::string log = log_of(
+                4, [&, of = of, result = result] { EXPECT_EQ(VARNOK_GetIscsiPortal(of, &now, &portal), result); });
+            EXPECT_EQ(log, text.empty() ? "" : line("GetIscsiPortal", of, text));
+            EXPECT_EQ(now, count);
+            EXPECT_EQ(bytes_of(portals), (result == 0 ? expected : blank) + blank);
+        }
+        VARNOK_FreeLibrary();
     }
 }
 

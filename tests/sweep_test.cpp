@@ -58,7 +58,6 @@ class SweepTest : public BackEndTest
     bool fail_within(size_t at, fault kind, long nth)
     {
         platform::reset();
-        platform::set_user_lines("2\n");
         for (size_t i = 0; i < at; ++i)
             EXPECT_EQ(steps[i].run(), 0U) << steps[i].name;
         const step &failing = steps[at];
@@ -69,7 +68,6 @@ class SweepTest : public BackEndTest
         EXPECT_TRUE(result == 0 || documented.count(result) == 1)
             << failing.name << " " << nth << " " << std::hex << result;
         platform::reset();
-        platform::set_user_lines("2\n");
         EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
         expect_nothing_held();
         return met;

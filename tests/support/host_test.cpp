@@ -11,7 +11,6 @@ HostTest::HostTest()
 {
     unsetenv("VARNOK_API_DEBUG");
     platform::reset();
-    platform::set_user_lines("2\n");
     varnok_debug = 0;
     varnok_db_semkey = 0x10000 + getpid();
     varnok_dbg_semkey = 0x20000000 + getpid();
@@ -23,7 +22,6 @@ HostTest::~HostTest()
 {
     varnok_debug = 0;
     platform::reset();
-    platform::set_user_lines("2\n");
     VARNOK_FreeLibrary();
     expect_nothing_held();
     hostsim::install(nullptr);
