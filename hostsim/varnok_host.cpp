@@ -31,7 +31,8 @@ fs::path preload_object()
 {
     std::error_code none;
     const fs::path own_folder = fs::read_symlink("/proc/self/exe", none).parent_path();
-    for (const fs::path &folder : {own_folder.parent_path() / "lib", own_folder})
+    const fs::path prefix = own_folder.parent_path();
+    for (const fs::path &folder : {prefix / "lib", prefix / INSTALLED_LIBDIR, own_folder})
         if (fs::exists(folder / "varnok-hostsim.so", none))
             return folder / "varnok-hostsim.so";
     return {};

@@ -1,0 +1,62 @@
+"""A staged install, used as another project would: install_test.py SOURCE_DIR BUILD_DIR CC"""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE, BUILD, CC = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
+PROJECT = """cmake_minimum_required(VERSION 3.25)
+project(other C)
+find_package(varnok 5 REQUIRED)
+add_executable(inventory inventory.c)
+target_link_libraries(inventory varnok::varnok)
+"""
+
+
+def run(*command, **environment):
+    return subprocess.run(command, check=True, capture_output=True, text=True, env={**os.environ, **environment}).stdout
+
+
+class InstallTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.stage = tempfile.TemporaryDirectory(prefix="varnok-stage-")
+        cls.prefix = pathlib.Path(cls.stage.name)
+        run("cmake", "--install", BUILD, "--prefix", cls.prefix)
+        cls.libdir = next(cls.prefix.glob("lib/**/pkgconfig")).parent
+        cls.example = next(cls.prefix.glob("share/doc/*/examples"))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.stage.cleanup()
+
+    def inventory(self, program):
+        output = run(self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--", program,
+                     LD_LIBRARY_PATH=str(self.libdir))
+        self.assertEqual(output.splitlines()[0], "vmhba64, MH2120-2I")
+
+    def test_pkg_config(self):
+        flags = run("pkg-config", "--cflags", "--libs", "varnok", PKG_CONFIG_PATH=str(self.libdir / "pkgconfig")).split()
+        program = self.prefix / "with-pkg-config"
+        run(CC, self.example / "inventory.c", "-o", program, *flags)
+        self.inventory(program)
+
+    def test_find_package(self):
+        project = self.prefix / "other"
+        project.mkdir()
+        (project / "CMakeLists.txt").write_text(PROJECT)
+        (project / "inventory.c").write_text((self.example / "inventory.c").read_text())
+        run("cmake", "-S", project, "-B", project / "out", f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run("cmake", "--build", project / "out")
+        self.inventory(project / "out/inventory")
+
+    def test_the_tool_runs_from_where_it_lies(self):
+        host = [self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--"]
+        self.assertIn("vmhba64", run(*host, self.prefix / "bin/varnokctl", "ports"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
