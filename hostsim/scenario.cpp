@@ -278,7 +278,7 @@ scenario read_scenario(std::string_view text, const std::string &base)
 {
     json document;
     try {
-        document = json::parse(text);
+        document = json::parse(text, nullptr, true, true);
     } catch (const json::parse_error &e) {
         std::string what = e.what(); // begins with the exception's name in brackets
         size_t name_end = what.find("] ");

@@ -38,13 +38,46 @@ fs::path preload_object()
     return {};
 }
 
-int run(const std::string &scenario, const std::vector<std::string> &program)
+// A start to write one's own from: docs/scenario.md has the rest.
+constexpr const char *example = R"({
+  // A host with an older-family adapter on its native driver and a newer one on its legacy driver. What is not said
+  // has a default, a port can be as short as the last one.
+  "ports": [
+    {
+      "driver": "rovani",
+      "mac": "02:4d:48:10:00:01",
+      "ipv4addr": "192.168.10.11",
+      "sessions": [
+        {
+          "tgt_iqn": "iqn.2004-01.com.example:storage.a",
+          "tgt_ipv4addr": "192.168.10.100",
+          // LUNs hold what is written to them; "file": "disk.img" keeps it.
+          "luns": [ { "size": "500 GiB", "repeat": 3 }, { "lun": 300, "size": "4 TiB", "product": "LARGE" } ]
+        },
+        { "tgt_ipv6addr": "fd00::100" }
+      ]
+    },
+    { "driver": "dxo", "repeat": 2 }
+  ],
+  // The second port's data fails once, when it is asked for the third time.
+  "faults": [ { "driver": "dxo", "request": "port_info", "instance": 1, "nth": 3, "status": 6 } ]
+}
+)";
+
+int check(const std::string &scenario)
 {
     try {
         hostsim::host::from_file(scenario);
+        return 0;
     } catch (const hostsim::scenario_error &e) {
         return complain(exit_usage, scenario, e.what());
     }
+}
+
+int run(const std::string &scenario, const std::vector<std::string> &program)
+{
+    if (const int wrong = check(scenario))
+        return wrong;
     const fs::path object = preload_object();
     if (object.empty())
         return complain(exit_not_started, "varnok-hostsim.so", "not found beside the program");
@@ -73,13 +106,19 @@ int start(int argc, char **argv)
     run_command->add_option("SCENARIO", scenario, "The scenario, a JSON file")->required();
     run_command->add_option("PROGRAM", program, "After \"--\": the program and its arguments")
         ->required();
+    CLI::App *check_command = app.add_subcommand("check", "Say what is wrong with a scenario");
+    check_command->add_option("SCENARIO", scenario, "The scenario, a JSON file")->required();
+    CLI::App *example_command =
+        app.add_subcommand("example", "Print a scenario to start one's own from");
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? 0 : exit_usage;
     }
-    return run(scenario, program);
+    if (*example_command)
+        return std::fputs(example, stdout) < 0 ? exit_usage : 0;
+    return *check_command ? check(scenario) : run(scenario, program);
 }
 
 } // namespace

@@ -64,6 +64,14 @@ class ToolsTest(unittest.TestCase):
                 self.assertEqual(result.returncode, status, result.stderr)
                 self.compare(name + ".txt", (result.stdout + "--\n" + result.stderr).replace(path, "SCENARIO"))
 
+    def test_the_printed_example_is_a_scenario(self):
+        example = subprocess.run([BIN / "varnok-host", "example"], capture_output=True, text=True, check=True).stdout
+        path = self.scenario(example)
+        subprocess.run([BIN / "varnok-host", "check", path], check=True)
+        self.assertIn("2 targets", on_host(path, "tree", "--port", "0").stdout)
+        wrong = subprocess.run([BIN / "varnok-host", "check", self.scenario(example + "]")], capture_output=True, check=False)
+        self.assertEqual(wrong.returncode, 2)
+
     def test_the_readme_shows_what_is_there(self):
         readme = (SOURCE / "README.md").read_text()
         self.assertIn((GOLDEN / "tree.txt").read_text(), readme)
