@@ -1,4 +1,4 @@
-"""A staged install, used as another project would: install_test.py SOURCE_DIR BUILD_DIR CC"""
+"""A staged install, used as another project would: install_test.py SOURCE_DIR BUILD_DIR CC CXX"""
 
 import os
 import pathlib
@@ -7,7 +7,7 @@ import sys
 import tempfile
 import unittest
 
-SOURCE, BUILD, CC = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
+SOURCE, BUILD, CC, CXX = pathlib.Path(sys.argv[1]), *sys.argv[2:5]
 PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(other C)
 find_package(varnok 5 REQUIRED)
@@ -33,10 +33,10 @@ class InstallTest(unittest.TestCase):
     def tearDownClass(cls):
         cls.stage.cleanup()
 
-    def inventory(self, program):
-        output = run(self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--", program,
+    def inventory(self, *program, first="vmhba64, MH2120-2I"):
+        output = run(self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--", *program,
                      LD_LIBRARY_PATH=str(self.libdir))
-        self.assertEqual(output.splitlines()[0], "vmhba64, MH2120-2I")
+        self.assertEqual(output.splitlines()[0], first)
 
     def test_pkg_config(self):
         flags = run("pkg-config", "--cflags", "--libs", "varnok", PKG_CONFIG_PATH=str(self.libdir / "pkgconfig")).split()
@@ -52,6 +52,13 @@ class InstallTest(unittest.TestCase):
         run("cmake", "-S", project, "-B", project / "out", f"-DCMAKE_PREFIX_PATH={self.prefix}")
         run("cmake", "--build", project / "out")
         self.inventory(project / "out/inventory")
+
+    def test_the_other_examples(self):
+        program = self.prefix / "with-cpp"
+        flags = ["-I", self.prefix / "include", "-L", self.libdir, "-lvarnok"]
+        run(CXX, "-std=c++17", self.example / "inventory.cpp", "-o", program, *flags)
+        self.inventory(program, first="iqn.2012-04.com.example:array-1.a")
+        self.inventory(sys.executable, self.example / "inventory.py", first="vmhba64, MH2120-2I, MH21A40718, 2 sessions")
 
     def test_the_tool_runs_from_where_it_lies(self):
         host = [self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--"]
