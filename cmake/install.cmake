@@ -25,6 +25,7 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/varnok.pc.in varnok.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/varnok.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(FILES examples/inventory.c examples/inventory.cpp examples/inventory.py examples/lab.json DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 FILES_MATCHING PATTERN "*.3")
 install(FILES README.md docs/scenario.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(TARGET varnokctl)
     install(TARGETS varnokctl varnok-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

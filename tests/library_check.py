@@ -46,6 +46,14 @@ class LibraryCheck(unittest.TestCase):
                 exported.setdefault(node, set()).add(name)
         self.assertEqual({node: names - {node} for node, names in exported.items()}, script)
 
+    def test_every_function_has_a_manual_page(self):
+        for name in sorted(declared("VARNOK_API")):
+            if name.startswith("VARNOK_"):
+                page = (pathlib.Path(SOURCE) / "man" / f"{name}.3").read_text()
+                if page.startswith(".so man3/"):
+                    page = (pathlib.Path(SOURCE) / "man" / page.split("/")[1].strip()).read_text()
+                self.assertIn(f" {name}(", page)
+
     def test_needs(self):
         dynamic = output("readelf", "-d", LIBRARY)
         self.assertIn("soname: [libvarnok.so.5]", dynamic)
