@@ -60,6 +60,18 @@ class InstallTest(unittest.TestCase):
         self.inventory(program, first="iqn.2012-04.com.example:array-1.a")
         self.inventory(sys.executable, self.example / "inventory.py", first="vmhba64, MH2120-2I, MH21A40718, 2 sessions")
 
+    def test_debian_packages(self):
+        with tempfile.TemporaryDirectory() as folder:
+            run("cpack", "--config", pathlib.Path(BUILD) / "CPackConfig.cmake", "-B", folder)
+            contents = {package.name.split("_")[0]: run("dpkg-deb", "--contents", package)
+                        for package in pathlib.Path(folder).glob("*.deb")}
+        holds = {"libvarnok5": "/libvarnok.so.5.0.2", "libvarnok-dev": "/usr/include/varnok_mgmt.h",
+                 "varnok-tools": "/usr/bin/varnokctl"}
+        self.assertEqual(set(contents), set(holds))
+        for package, text in contents.items():
+            for owner, file in holds.items():
+                self.assertEqual(f"{file}\n" in text, owner == package, (package, file))
+
     def test_the_tool_runs_from_where_it_lies(self):
         host = [self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--"]
         self.assertIn("vmhba64", run(*host, self.prefix / "bin/varnokctl", "ports"))
