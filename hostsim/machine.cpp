@@ -239,7 +239,7 @@ uint32_t machine::answer(exchange &e)
     return answer_port(e, *p);
 }
 
-uint32_t machine::answer_port(const exchange &e, const port &p)
+uint32_t machine::answer_port(exchange &e, const port &p)
 {
     const auto session = [&](uint32_t number) { return p.described->session(number); };
     switch (e.what) {
@@ -251,6 +251,8 @@ uint32_t machine::answer_port(const exchange &e, const port &p)
     case request::pci_info:
         return give(e, pci_record(p));
     case request::port_info:
+        if (!p.described->portal.empty())
+            look_behind(p);
         return give(e, port_record(p));
     case request::sess_info: {
         auto number = peek<uint32_t>(e.record, offsetof(varnok_drv_session_info, sess_num));

@@ -46,9 +46,12 @@ class machine final : public host
   private:
     int carry(exchange &e, size_t status_offset);
     uint32_t answer(exchange &e);
-    uint32_t answer_port(const exchange &e, const port &p);
-    uint32_t answer_scsi(const exchange &e, const port &p);
+    uint32_t answer_port(exchange &e, const port &p);
+    uint32_t answer_scsi(exchange &e, const port &p);
+    uint32_t answer_live(exchange &e, live_target &target, uint64_t lun,
+                         const scsi_command &command);
     static void store_sense(const exchange &e, const sense_code &sense);
+    static void store_sense(const exchange &e, std::span<const uint8_t> bytes);
     const port *find_port(const exchange &e) const;
     const fault *next_fault(driver_id driver, request what, std::optional<uint32_t> instance);
 
@@ -56,6 +59,9 @@ class machine final : public host
     disk_contents contents;
     std::recursive_mutex one_at_a_time; // an observer may call again
 };
+
+// Brings the port's sessions up to what its portal offers; an unreachable portal changes nothing.
+void look_behind(const port &p);
 
 // The host that this process sees now; null: the plain machine.
 machine *current();

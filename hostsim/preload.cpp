@@ -34,7 +34,9 @@ machine *load()
     if (!path)
         return nullptr;
     try {
-        return static_cast<machine *>(host::from_file(path).release());
+        // A scenario of a line or two comes as it is.
+        auto made = *path == '{' ? host::from_text(path) : host::from_file(path);
+        return static_cast<machine *>(made.release());
     } catch (const std::exception &e) {
         std::fprintf(stderr, "varnok-hostsim: %s: %s\n", path, e.what());
         return nullptr;

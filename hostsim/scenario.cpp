@@ -146,7 +146,7 @@ void read_session(const json &object, const place &at, const std::string &base,
 // Gives every copy of a port its identity.
 void add_ports(scenario &s, const place &at, uint32_t copies, std::optional<uint32_t> host_no)
 {
-    const port_description &described = s.descriptions.back();
+    port_description &described = s.descriptions.back();
     driver_ports &same = s.by_driver[static_cast<size_t>(described.driver)];
     same.present = true;
 
@@ -173,6 +173,18 @@ void add_ports(scenario &s, const place &at, uint32_t copies, std::optional<uint
     }
 }
 
+std::string to_portal(const json &value, const place &at)
+{
+#ifdef HOSTSIM_LIVE
+    if (value.is_string() && value.get<std::string>().rfind(':') != std::string::npos)
+        return value.get<std::string>();
+    at.fail("not host:port");
+#else
+    static_cast<void>(value);
+    at.fail("this build has no iSCSI initiator");
+#endif
+}
+
 void read_port(const json &object, const place &at, const std::string &base, scenario &into)
 {
     port_description &p = into.descriptions.emplace_back();
@@ -190,6 +202,8 @@ void read_port(const json &object, const place &at, const std::string &base, sce
             host_no = to_u32(value, here);
         else if (key == "absent")
             p.absent = to_bool(value, here);
+        else if (key == "portal")
+            p.portal = to_portal(value, here);
         else if (key == "sessions")
             each_element(value, here, [&](const json &v, const place &there) {
                 read_session(v, there, base, p);
@@ -201,6 +215,8 @@ void read_port(const json &object, const place &at, const std::string &base, sce
 
     if (!driver_given)
         at.fail("driver is missing");
+    if (!p.portal.empty() && (copies != 1 || !p.sessions.empty()))
+        place{&at, "portal"}.fail("its targets are the only sessions of one port");
     add_ports(into, at, copies, host_no);
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +16,8 @@
 
 namespace hostsim
 {
+
+class live_target;
 
 struct lun_description {
     uint64_t size = 100ull << 30;
@@ -37,7 +40,8 @@ struct session_description {
     settings session;
     settings target;
     std::vector<lun_description> lun_descriptions;
-    std::vector<lun_entry> luns; // in ascending order
+    std::vector<lun_entry> luns;       // in ascending order
+    std::shared_ptr<live_target> live; // answers instead of the LUNs; null: none
 };
 
 struct port_description {
@@ -45,6 +49,7 @@ struct port_description {
     bool absent = false;
     settings pci;
     settings port;
+    std::string portal; // a real portal whose targets are the sessions; empty: none
     std::vector<session_description> sessions;
     uint32_t session_count = 0;
 
@@ -52,7 +57,7 @@ struct port_description {
 };
 
 struct port {
-    const port_description *described;
+    port_description *described;
     uint32_t index;    // among all ports
     uint32_t instance; // among its driver's ports
     uint32_t board;    // two ports of a driver make a board

@@ -37,18 +37,24 @@ std::span<std::byte> data_of(const exchange &e, const command_head &h)
 
 } // namespace
 
-void machine::store_sense(const exchange &e, const sense_code &sense)
+void machine::store_sense(const exchange &e, std::span<const uint8_t> bytes)
 {
     command_head h;
     std::memcpy(&h, e.record.data(), head_size);
-    const auto bytes = fixed_sense(sense);
-    h.sense_len = static_cast<uint16_t>(
-        is_good(sense) ? 0 : std::min<size_t>({bytes.size(), h.sense_len, sizeof h.sense}));
-    std::memcpy(h.sense, bytes.data(), h.sense_len);
+    h.sense_len =
+        static_cast<uint16_t>(std::min<size_t>({bytes.size(), h.sense_len, sizeof h.sense}));
+    if (h.sense_len != 0)
+        std::memcpy(h.sense, bytes.data(), h.sense_len);
     std::memcpy(e.record.data(), &h, head_size);
 }
 
-uint32_t machine::answer_scsi(const exchange &e, const port &p)
+void machine::store_sense(const exchange &e, const sense_code &sense)
+{
+    const auto bytes = fixed_sense(sense);
+    store_sense(e, std::span<const uint8_t>(bytes).first(is_good(sense) ? 0 : bytes.size()));
+}
+
+uint32_t machine::answer_scsi(exchange &e, const port &p)
 {
     command_head h;
     std::memcpy(&h, e.record.data(), sizeof h);
@@ -62,6 +68,8 @@ uint32_t machine::answer_scsi(const exchange &e, const port &p)
         command.in = data_of(e, h);
     else if (h.direction == to_device)
         command.out = data_of(e, h);
+    if (target->live)
+        return answer_live(e, *target->live, wire_lun(h), command);
     const scsi_result result =
         run_scsi(*target, p.first_target + h.tgt + 1, wire_lun(h), command, contents);
 

@@ -11,6 +11,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <nlohmann/json.hpp>
+
 #include "hostsim.h"
 
 namespace
@@ -64,14 +66,27 @@ constexpr const char *example = R"({
 }
 )";
 
+// A scenario's text, or a file's name.
+bool is_text(const std::string &scenario) { return scenario.starts_with('{'); }
+
 int check(const std::string &scenario)
 {
     try {
-        hostsim::host::from_file(scenario);
+        if (is_text(scenario))
+            hostsim::host::from_text(scenario);
+        else
+            hostsim::host::from_file(scenario);
         return 0;
     } catch (const hostsim::scenario_error &e) {
         return complain(exit_usage, scenario, e.what());
     }
+}
+
+// A host of one port that stands on a real portal.
+std::string scenario_of(const std::string &driver, const std::string &portal)
+{
+    const nlohmann::json port = {{"driver", driver}, {"portal", portal}};
+    return nlohmann::json{{"ports", {port}}}.dump();
 }
 
 int run(const std::string &scenario, const std::vector<std::string> &program)
@@ -86,7 +101,8 @@ int run(const std::string &scenario, const std::vector<std::string> &program)
     if (const char *others = std::getenv("LD_PRELOAD"); others && *others)
         preload += std::string(":") + others;
     setenv("LD_PRELOAD", preload.c_str(), 1);
-    setenv("VARNOK_HOST_SCENARIO", fs::absolute(scenario).c_str(), 1);
+    setenv("VARNOK_HOST_SCENARIO",
+           is_text(scenario) ? scenario.c_str() : fs::absolute(scenario).c_str(), 1);
 
     std::vector<char *> arguments(program.size() + 1); // a null ends them
     std::transform(program.begin(), program.end(), arguments.begin(),
@@ -100,12 +116,17 @@ int start(int argc, char **argv)
     CLI::App app("Runs programs on a simulated host.", "varnok-host");
     app.require_subcommand(1);
 
-    std::string scenario;
+    std::string scenario, portal;
+    std::string driver = "pelt";
     std::vector<std::string> program;
     CLI::App *run_command = app.add_subcommand("run", "Run a program on the host of a scenario");
-    run_command->add_option("SCENARIO", scenario, "The scenario, a JSON file")->required();
-    run_command->add_option("PROGRAM", program, "After \"--\": the program and its arguments")
+    run_command->add_option("--portal", portal,
+                            "host:port of a real iSCSI portal, instead of a scenario");
+    run_command->add_option("--driver", driver, "With --portal: rovani, tepli, pelt or dxo")
+        ->check(CLI::IsMember({"rovani", "tepli", "pelt", "dxo"}));
+    run_command->add_option("SCENARIO", scenario, "The scenario, a JSON file; none with --portal")
         ->required();
+    run_command->add_option("PROGRAM", program, "After \"--\": the program and its arguments");
     CLI::App *check_command = app.add_subcommand("check", "Say what is wrong with a scenario");
     check_command->add_option("SCENARIO", scenario, "The scenario, a JSON file")->required();
     CLI::App *example_command =
@@ -116,6 +137,12 @@ int start(int argc, char **argv)
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? 0 : exit_usage;
     }
+    if (*run_command && !portal.empty()) { // what came first is the program
+        program.insert(program.begin(), scenario);
+        scenario = scenario_of(driver, portal);
+    }
+    if (*run_command && program.empty())
+        return complain(exit_usage, "run", "the program is missing");
     if (*example_command)
         return std::fputs(example, stdout) < 0 ? exit_usage : 0;
     return *check_command ? check(scenario) : run(scenario, program);

@@ -1,0 +1,265 @@
+#include "live.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+#include <iscsi/iscsi.h>
+#include <iscsi/scsi-lowlevel.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace hostsim
+{
+namespace
+{
+
+using clock = std::chrono::steady_clock;
+
+constexpr auto longest_step = std::chrono::seconds(5);
+constexpr int syn_retries = 2;
+constexpr uint32_t enterprise = 0x4D4C56; // in the ISIDs
+
+// What one asynchronous step came to. It outlives its context, which still reports what it cancels.
+struct step {
+    bool done = false;
+    int status = 0;
+    std::vector<std::string> names;
+
+    void begin()
+    {
+        done = false;
+        status = SCSI_STATUS_ERROR;
+    }
+};
+
+void finish(iscsi_context *, int status, void *, void *state)
+{
+    auto *s = static_cast<step *>(state);
+    s->done = true;
+    s->status = status;
+}
+
+void finish_discovery(iscsi_context *context, int status, void *list, void *state)
+{
+    finish(context, status, list, state);
+    if (status != SCSI_STATUS_GOOD)
+        return;
+    for (auto *a = static_cast<iscsi_discovery_address *>(list); a != nullptr; a = a->next)
+        static_cast<step *>(state)->names.emplace_back(a->target_name);
+}
+
+live_address address_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
+{
+    sockaddr_storage storage{};
+    socklen_t size = sizeof storage;
+    live_address address;
+    if (ask(fd, reinterpret_cast<sockaddr *>(&storage), &size) != 0)
+        return address;
+    if (storage.ss_family == AF_INET) {
+        sockaddr_in in{};
+        std::memcpy(&in, &storage, sizeof in);
+        address.ipv4.assign(reinterpret_cast<const char *>(&in.sin_addr), sizeof in.sin_addr);
+        address.port = ntohs(in.sin_port);
+    } else if (storage.ss_family == AF_INET6) {
+        sockaddr_in6 in{};
+        std::memcpy(&in, &storage, sizeof in);
+        address.ipv6.assign(reinterpret_cast<const char *>(&in.sin6_addr), sizeof in.sin6_addr);
+        address.port = ntohs(in.sin6_port);
+    }
+    return address;
+}
+
+bool is_unit_attention(const std::vector<uint8_t> &sense)
+{
+    constexpr uint8_t descriptor_format = 0x72, unit_attention = 6;
+    if (sense.size() < 3)
+        return false;
+    const uint8_t key = (sense[0] & 0x7F) >= descriptor_format ? sense[1] : sense[2];
+    return (key & 0xF) == unit_attention;
+}
+
+} // namespace
+
+// A context and what it is waited for.
+class live_connection
+{
+  public:
+    explicit live_connection(const live_login &login)
+        : context_(iscsi_create_context(login.initiator.c_str()))
+    {
+        if (context_ == nullptr)
+            return;
+        iscsi_set_noautoreconnect(context_, 1);
+        iscsi_set_tcp_syncnt(context_, syn_retries);
+        iscsi_set_isid_en(context_, enterprise, login.session);
+        const char *user = std::getenv("VARNOK_CHAP_USER");
+        const char *secret = std::getenv("VARNOK_CHAP_SECRET");
+        if (user != nullptr && secret != nullptr)
+            iscsi_set_initiator_username_pwd(context_, user, secret);
+    }
+    ~live_connection()
+    {
+        if (context_ != nullptr)
+            iscsi_destroy_context(context_);
+    }
+    live_connection(const live_connection &) = delete;
+    live_connection &operator=(const live_connection &) = delete;
+
+    iscsi_context *get() { return context_; }
+
+    // Starts a step and serves the connection until it ends; 0, or why it did not.
+    template <class Start>
+    int carry_out(Start start)
+    {
+        step_.begin();
+        if (context_ == nullptr)
+            return ENOMEM;
+        if (start(&step_) != 0)
+            return ECONNREFUSED;
+        const auto deadline = clock::now() + longest_step;
+        while (!step_.done) {
+            pollfd p = {iscsi_get_fd(context_), static_cast<short>(iscsi_which_events(context_)),
+                        0};
+            if (clock::now() > deadline)
+                return ETIMEDOUT;
+            if (poll(&p, 1, 100) < 0 && errno != EINTR)
+                return EIO;
+            if (p.revents != 0 && iscsi_service(context_, p.revents) < 0)
+                return ECONNRESET;
+        }
+        return 0;
+    }
+
+    int carry_out_well(int (*start)(iscsi_context *, iscsi_command_cb, void *), int error)
+    {
+        const int failed = carry_out([&](step *s) { return start(context_, finish, s); });
+        return failed != 0 ? failed : step_.status == SCSI_STATUS_GOOD ? 0 : error;
+    }
+
+    int log_in(const live_login &login)
+    {
+        const int failed = carry_out([&](step *s) {
+            return iscsi_connect_async(context_, login.portal.c_str(), finish, s);
+        });
+        if (failed != 0 || step_.status != SCSI_STATUS_GOOD)
+            return failed != 0 ? failed : ECONNREFUSED;
+        return carry_out_well(iscsi_login_async, EACCES);
+    }
+
+    const step &last() const { return step_; }
+
+  private:
+    step step_; // outlives the context
+    iscsi_context *context_;
+};
+
+bool discover_targets(const live_login &login, std::vector<std::string> &names)
+{
+    live_connection connection(login);
+    if (connection.get() == nullptr)
+        return false;
+    iscsi_set_session_type(connection.get(), ISCSI_SESSION_DISCOVERY);
+    if (connection.log_in(login) != 0)
+        return false;
+    const int failed = connection.carry_out(
+        [&](step *s) { return iscsi_discovery_async(connection.get(), finish_discovery, s); });
+    if (failed != 0 || connection.last().status != SCSI_STATUS_GOOD)
+        return false;
+    names = connection.last().names;
+    std::sort(names.begin(), names.end());
+    return true;
+}
+
+live_target::live_target(live_login login, std::string name)
+    : login_(std::move(login)), name_(std::move(name))
+{
+}
+
+live_target::~live_target() = default;
+
+std::string live_target::isid() const
+{
+    char text[13];
+    snprintf(text, sizeof text, "40%06x%04x", enterprise, unsigned{login_.session});
+    return text;
+}
+
+int live_target::log_in()
+{
+    if (connection_ != nullptr)
+        return 0;
+    auto connection = std::make_unique<live_connection>(login_);
+    if (connection->get() == nullptr)
+        return ENOMEM;
+    iscsi_set_targetname(connection->get(), name_.c_str());
+    iscsi_set_session_type(connection->get(), ISCSI_SESSION_NORMAL);
+    if (const int failed = connection->log_in(login_))
+        return failed;
+    own_ = address_of(iscsi_get_fd(connection->get()), getsockname);
+    target_ = address_of(iscsi_get_fd(connection->get()), getpeername);
+    connection_ = std::move(connection);
+    return 0;
+}
+
+// A new session's first command is answered with news of it, which initiators keep to themselves.
+live_reply live_target::run(uint64_t wire_lun, const scsi_command &command)
+{
+    constexpr int most_news = 4;
+    live_reply reply;
+    for (int i = 0; i < most_news; i++) {
+        reply = try_once(wire_lun, command);
+        if (reply.error != 0 || !is_unit_attention(reply.sense))
+            break;
+    }
+    return reply;
+}
+
+live_reply live_target::try_once(uint64_t wire_lun, const scsi_command &command)
+{
+    constexpr unsigned first_level = 48;
+    live_reply reply;
+    if ((reply.error = log_in()) != 0)
+        return reply;
+
+    const bool out = !command.out.empty();
+    const size_t length = out ? command.out.size() : command.in.size();
+    scsi_task *const task = scsi_create_task(static_cast<int>(command.cdb.size()),
+                                             const_cast<unsigned char *>(command.cdb.data()),
+                                             out           ? SCSI_XFER_WRITE
+                                             : length != 0 ? SCSI_XFER_READ
+                                                           : SCSI_XFER_NONE,
+                                             static_cast<int>(length));
+    iscsi_data data = {length, const_cast<unsigned char *>(
+                                   reinterpret_cast<const unsigned char *>(command.out.data()))};
+    reply.error = task == nullptr ? ENOMEM : connection_->carry_out([&](step *s) {
+        return iscsi_scsi_command_async(connection_->get(),
+                                        static_cast<int>(wire_lun >> first_level), task, finish,
+                                        out ? &data : nullptr, s);
+    });
+    if (reply.error == 0 &&
+        task->status > 0xFF) // libiscsi's own statuses: cancelled, timed out, lost
+        reply.error = ECONNRESET;
+    if (reply.error != 0) {
+        connection_.reset(); // before its task
+    } else if (task->status == SCSI_STATUS_CHECK_CONDITION) {
+        reply.scsi_status = SCSI_STATUS_CHECK_CONDITION;
+        const auto *sense = task->datain.data; // the length in two bytes, and then the sense
+        if (task->datain.size > 2)
+            reply.sense.assign(sense + 2, sense + task->datain.size);
+    } else {
+        reply.scsi_status = static_cast<uint8_t>(task->status);
+        reply.moved =
+            out ? length : std::min<size_t>(static_cast<size_t>(task->datain.size), length);
+        if (!out && reply.moved != 0)
+            std::memcpy(command.in.data(), task->datain.data, reply.moved);
+    }
+    if (task != nullptr)
+        scsi_free_scsi_task(task);
+    return reply;
+}
+
+} // namespace hostsim
