@@ -79,6 +79,7 @@ class LiveTest(unittest.TestCase):
                 self.assertEqual(admin("new", "--mode", "logicalunit", "--tid", str(tid), "--lun", str(lun),
                                        "-b", str(image)), 0)
             self.assertEqual(admin("bind", "--mode", "target", "--tid", str(tid), "-I", "ALL"), 0)
+        self.admin = admin
 
     def kill_target(self):
         self.target.kill()
@@ -139,6 +140,15 @@ class LiveTest(unittest.TestCase):
                 program.stdin.close()
                 self.assertEqual(program.wait(), 0)
                 program.stdout.close()
+
+    def test_a_login_that_needs_a_secret(self):
+        for words in (["new", "--password", "a secret of some length"], ["bind", "--tid", "2"]):
+            self.assertEqual(self.admin(*words[:1], "--mode", "account", "--user", "varnok", *words[1:]), 0)
+        for secret, luns in (("not it at all, really", 0), ("a secret of some length", 2)):
+            environment = {**os.environ, "VARNOK_CHAP_USER": "varnok", "VARNOK_CHAP_SECRET": secret}
+            result = subprocess.run(self.on_host("pelt", BIN / "varnokctl", "luns", "--target", "1"), env=environment,
+                                    capture_output=True, text=True, timeout=60, check=False)
+            self.assertEqual(len(re.findall("IET", result.stdout)), luns, result)
 
     def test_a_portal_that_does_not_answer(self):
         self.kill_target()
