@@ -1,42 +1,13 @@
-"""varnokctl on simulated hosts, against golden outputs: tools_test.py SOURCE_DIR BIN_DIR
-
-VARNOK_GOLDEN=write writes them anew."""
+"""varnokctl on simulated hosts, against golden outputs: tools_test.py SOURCE_DIR BIN_DIR"""
 
 import json
 import os
-import pathlib
 import subprocess
-import sys
-import tempfile
-import unittest
 
-SOURCE, BIN = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
-GOLDEN = SOURCE / "tests/golden"
-LAB = SOURCE / "examples/lab.json"
-FAULT = {"driver": "dxo", "request": "port_info", "instance": 1, "nth": 2, "times": 0}
+from tools_support import BIN, FAULT, GOLDEN, LAB, SOURCE, ToolCase, main, on_host
 
 
-def on_host(scenario, *arguments, locale="C.UTF-8"):
-    # A sanitized tool cannot come after the preloaded host that it runs on.
-    environment = {**os.environ, "LC_ALL": locale, "COLUMNS": "80", "ASAN_OPTIONS": "verify_asan_link_order=0"}
-    return subprocess.run([BIN / "varnok-host", "run", scenario, "--", BIN / "varnokctl", *arguments],
-                          capture_output=True, text=True, env=environment, check=False)
-
-
-class ToolsTest(unittest.TestCase):
-    def compare(self, name, text):
-        path = GOLDEN / name
-        if os.environ.get("VARNOK_GOLDEN"):
-            path.write_text(text)
-        self.assertEqual(text, path.read_text())
-
-    def scenario(self, document):
-        file = tempfile.NamedTemporaryFile("w", suffix=".json")
-        self.addCleanup(file.close)
-        file.write(document if isinstance(document, str) else json.dumps(document))
-        file.flush()
-        return file.name
-
+class ToolsTest(ToolCase):
     def test_outputs(self):
         for arguments in (["tree"], ["tree", "--ascii", "--port", "2"], ["ports"], ["portals"], ["sessions"],
                           ["targets"], ["luns"], ["luns", "--bytes", "--port", "0", "--target", "0"],
@@ -97,4 +68,4 @@ class ToolsTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

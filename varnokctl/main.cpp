@@ -8,10 +8,11 @@
 #include <fmt/format.h>
 #include <langinfo.h>
 
+#include "document.h"
 #include "inventory.h"
 #include "render.h"
+#include "status.h"
 #include "table.h"
-#include "words.h"
 
 namespace
 {
@@ -22,6 +23,7 @@ struct options {
     ctl::request ask;
     ctl::style style;
     bool ascii = false;
+    bool json = false;
 };
 
 enum accepts : unsigned { port = 1, target = 2, bytes = 4, details = 8 };
@@ -31,20 +33,20 @@ struct command {
     const char *help;
     unsigned accepts;
     unsigned needs;
-    std::string (*render)(const ctl::host &, const ctl::style &);
+    const ctl::kind *kind; // null for the whole tree
 };
 
 constexpr command commands[] = {
     {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes,
-     ctl::need_portals | ctl::need_sessions | ctl::need_luns, ctl::tree_text},
-    {"ports", "List the adapter ports", port | details, ctl::need_ports, ctl::ports_text},
-    {"portals", "List the ports' iSCSI portals", port, ctl::need_portals, ctl::portals_text},
+     ctl::need_portals | ctl::need_sessions | ctl::need_luns, nullptr},
+    {"ports", "List the adapter ports", port | details, ctl::need_ports, &ctl::port_kind},
+    {"portals", "List the ports' iSCSI portals", port, ctl::need_portals, &ctl::portal_kind},
     {"sessions", "List the iSCSI sessions", port | target | details, ctl::need_sessions,
-     ctl::sessions_text},
+     &ctl::session_kind},
     {"targets", "List the iSCSI targets", port | target | details, ctl::need_targets,
-     ctl::targets_text},
+     &ctl::target_kind},
     {"luns", "List the LUNs behind the targets", port | target | bytes | details, ctl::need_luns,
-     ctl::luns_text},
+     &ctl::lun_kind},
 };
 
 constexpr const char *description =
@@ -64,42 +66,67 @@ void add_options(CLI::App &app, const command &command, options &options)
         app.add_flag("-b,--bytes", options.style.bytes, "Show sizes in bytes too");
     if ((command.accepts & details) != 0)
         app.add_flag("-d,--details", options.style.details, "Show every field, a block a record");
-    app.add_flag("--ascii", options.ascii, "Use ASCII characters only");
 }
 
-void print_version()
+// Every command has these.
+void add_output_options(CLI::App &app, options &options)
 {
+    app.add_flag("--ascii", options.ascii, "Use ASCII characters only");
+    app.add_flag("--json", options.json, "Show every field and failure as one JSON document");
+}
+
+void print(const ctl::json &document, const options &options)
+{
+    fmt::print("{}", ctl::document_text(document, options.ascii));
+}
+
+void print_version(const options &options)
+{
+    if (options.json)
+        return print(ctl::version_document(VARNOKCTL_VERSION), options);
     const uint32_t number = VARNOK_GetVersion(nullptr, 0);
     fmt::print("varnokctl {}\n{} (0x{:08x})\n", VARNOKCTL_VERSION, varnok_version_description,
                number);
 }
 
-bool missing_target(const ctl::host &host, const ctl::request &ask)
+// A target that no port has counts as a failure of the call that lists them.
+void note_missing_target(ctl::host &host, const ctl::request &ask)
 {
     size_t found = 0;
     for (const auto &port : host.ports)
         found += port.targets.size() + port.sessions.size();
-    return ask.target && found == 0 && host.failures.empty();
+    if (!ask.target || found != 0 || host.ports.empty() || !host.failures.empty())
+        return;
+    const bool listed = (ask.needs & ctl::need_targets) != 0;
+    host.failures.push_back({listed ? "VARNOK_GetTgtInfo" : "VARNOK_GetSessionInfo",
+                             VARNOK_STATUS_SUCCESS, ask.port, ask.target});
+}
+
+void print_text(const command &command, const ctl::host &host, const options &options)
+{
+    if (host.ports.empty() && host.failures.empty())
+        fmt::print("no adapters found\n");
+    else if (command.kind != nullptr)
+        fmt::print("{}", ctl::listing_text(host, *command.kind, options.style));
+    else if (!host.ports.empty())
+        fmt::print("{}", ctl::tree_text(host, options.style));
+    std::fflush(stdout);
+    for (const auto &failure : host.failures)
+        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
 }
 
 int show(const command &command, const options &options)
 {
     ctl::request ask = options.ask;
     ask.needs = command.needs;
-    const ctl::host host = ctl::read_host(ask);
-    if (host.ports.empty() && host.failures.empty()) {
-        fmt::print("no adapters found\n");
-        return all_well;
-    }
-    if (missing_target(host, ask)) {
-        fmt::print(stderr, "varnokctl: there is no target {}\n", *ask.target);
-        return refused;
-    }
-    if (!host.ports.empty())
-        fmt::print("{}", command.render(host, options.style));
-    std::fflush(stdout);
-    for (const auto &failure : host.failures)
-        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
+    ctl::host host = ctl::read_host(ask);
+    note_missing_target(host, ask);
+    if (!options.json)
+        print_text(command, host, options);
+    else if (command.kind != nullptr)
+        print(ctl::listing_document(host, *command.kind), options);
+    else
+        print(ctl::tree_document(host), options);
     return host.failures.empty() ? all_well : refused;
 }
 
@@ -112,10 +139,13 @@ int run(int argc, char **argv)
     CLI::App app(description, "varnokctl");
     app.footer(footer);
     app.require_subcommand(1);
-    app.add_subcommand("version", "Show the versions of the tool and of the library");
+    add_output_options(
+        *app.add_subcommand("version", "Show the versions of the tool and of the library"),
+        options);
     for (const command &command : commands) {
         CLI::App *sub = app.add_subcommand(command.name, command.help);
         add_options(*sub, command, options);
+        add_output_options(*sub, options);
         sub->callback([&chosen, &command] { chosen = &command; });
     }
     try {
@@ -128,7 +158,7 @@ int run(int argc, char **argv)
     options.style.width = ctl::output_width();
     if (chosen != nullptr)
         return show(*chosen, options);
-    print_version();
+    print_version(options);
     return all_well;
 }
 

@@ -3,8 +3,7 @@
 
 #include <string>
 
-#include "model.h"
-#include "text.h"
+#include "fields.h"
 
 namespace ctl
 {
@@ -12,15 +11,7 @@ namespace ctl
 // The whole host as a tree.
 std::string tree_text(const host &host, const style &style);
 
-// A record kind as a table, or with all its fields.
-std::string ports_text(const host &host, const style &style);
-std::string portals_text(const host &host, const style &style);
-std::string sessions_text(const host &host, const style &style);
-std::string targets_text(const host &host, const style &style);
-std::string luns_text(const host &host, const style &style);
-
-// Addresses that several outputs show.
-std::string target_endpoint(const VARNOK_SESS_INFO &session);
-std::string target_endpoint(const VARNOK_TGT_INFO &target);
+// The records of a kind as a table, or with all their fields.
+std::string listing_text(const host &host, const kind &kind, const style &style);
 
 } // namespace ctl

@@ -113,13 +113,6 @@ std::string endpoint(const std::string &address, uint16_t port)
     return ipv6 ? fmt::format("[{}]:{}", address, port) : fmt::format("{}:{}", address, port);
 }
 
-std::string endpoint(std::span<const uint8_t, 4> ipv4, uint16_t ipv4_port,
-                     std::span<const uint8_t, 16> ipv6, uint16_t ipv6_port)
-{
-    return all_zero(ipv4) ? endpoint(ip_address(ipv6), ipv6_port)
-                          : endpoint(ip_address(ipv4), ipv4_port);
-}
-
 std::string size_text(uint64_t bytes)
 {
     constexpr const char *units[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};

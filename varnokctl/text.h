@@ -32,10 +32,6 @@ std::string ip_address(std::span<const uint8_t, 16> address);
 // "10.0.0.1:3260" or "[fd00::1]:3260"; empty for an empty address.
 std::string endpoint(const std::string &address, uint16_t port);
 
-// The IPv4 endpoint, or the IPv6 one when there is no IPv4 address.
-std::string endpoint(std::span<const uint8_t, 4> ipv4, uint16_t ipv4_port,
-                     std::span<const uint8_t, 16> ipv6, uint16_t ipv6_port);
-
 // In binary units: "512 B", "2.0 TiB"; empty for 0.
 std::string size_text(uint64_t bytes);
 

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "lun_address.h"
 #include "words.h"
 
 namespace ctl
@@ -123,12 +124,11 @@ std::vector<node> lun_nodes(const target &target, const style &style)
 node target_node(const target &target, const port &port, const style &style)
 {
     const uint32_t number = target.info.ScsiTgtNum;
-    const auto session = std::ranges::lower_bound(port.sessions, number, {}, &session::target);
-    const bool found = session != port.sessions.end() && session->target == number;
-    const std::string address =
-        found ? target_endpoint(session->info) : target_endpoint(target.info);
-    return {{fmt::format("Target {}", number), field_text(target.info.TargetName, style), address,
-             counted(target.info.LunCount, "LUN")},
+    const session *session = session_of(port, number);
+    const cell address =
+        session == nullptr ? target_endpoint(target.info) : target_endpoint(session->info);
+    return {{fmt::format("Target {}", number), field_text(target.info.TargetName, style),
+             address.text, counted(target.info.LunCount, "LUN")},
             lun_nodes(target, style)};
 }
 

@@ -1,0 +1,117 @@
+"""varnokctl --json on simulated hosts, against its schema: json_test.py SOURCE_DIR BIN_DIR"""
+
+import json
+
+import jsonschema
+
+from tools_support import FAULT, LAB, SOURCE, ToolCase, main, on_host
+
+SCHEMA = json.loads((SOURCE / "varnokctl/schema/varnok-1.json").read_text())
+VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
+LISTINGS = ["ports", "portals", "sessions", "targets", "luns"]
+COMMANDS = [*LISTINGS, "tree", "version"]
+
+
+def pairs_once(pairs):
+    assert len(dict(pairs)) == len(pairs), pairs
+    return dict(pairs)
+
+
+class JsonTest(ToolCase):
+    def document(self, scenario, *arguments, status=0, **options):
+        result = on_host(scenario, *arguments, "--json", **options)
+        self.assertEqual((result.returncode, result.stderr), (status, ""), result.stdout)
+        document = json.loads(result.stdout, object_pairs_hook=pairs_once)
+        self.assertEqual(next(iter(document)), "schema")
+        self.assertEqual(document["command"], arguments[0])
+        VALIDATOR.validate(document)
+        return document
+
+    def test_the_schema_takes_no_less_and_no_more(self):
+        VALIDATOR.check_schema(SCHEMA)
+        for command in COMMANDS:
+            document = self.document(LAB, command)
+            for place in [document, document.get(command, document.get("ports", [{}]))[0:1] or [{}]]:
+                record = place if isinstance(place, dict) else place[0]
+                for key in list(record):
+                    value = record.pop(key)
+                    self.assertFalse(VALIDATOR.is_valid(document), (command, key))
+                    record[key] = value
+            document["more"] = 1
+            self.assertFalse(VALIDATOR.is_valid(document), command)
+
+    def test_documents_hold_the_lab(self):
+        self.compare("tree_port_2.json", on_host(LAB, "tree", "--port", "2", "--json").stdout)
+        tree = self.document(LAB, "tree")
+        targets = [target for port in tree["ports"] for target in port["targets"]]
+        inside = {"ports": tree["ports"], "portals": [port["portal"] for port in tree["ports"]], "targets": targets,
+                  "sessions": [target["session"] for target in targets],
+                  "luns": [lun for target in targets for lun in target["luns"]]}
+        for command in LISTINGS:
+            listed = self.document(LAB, command)[command]
+            self.assertTrue(listed)
+            self.assertEqual(listed, [{key: record[key] for key in listed[0]} for record in inside[command]])
+        self.assertEqual(self.document(LAB, "luns", "--port", "2")["luns"],
+                         [l for l in self.document(LAB, "luns")["luns"] if l["port"] == 2])
+
+    def test_nothing_there_gives_empty_lists(self):
+        hosts = [{"drivers": ["rovani"]}, {"ports": [{"driver": "dxo"}]},
+                 {"ports": [{"driver": "pelt", "sessions": [{"luns": []}]}]}]
+        empty = [LISTINGS + ["tree"], ["sessions", "targets", "luns"], ["luns"]]
+        for host, commands in zip(hosts, empty):
+            for command in commands:
+                document = self.document(self.scenario(host), command)
+                self.assertEqual(document["ports" if command == "tree" else command], [])
+
+    def test_large_numbers_are_decimal_strings(self):
+        most = 2**64 - 1
+        path = self.scenario({"ports": [{"driver": "dxo", "sessions": [
+            {"sess_unique": most, "cid": 2**32 - 1, "luns": [{"size": most - 511}]}]}]})
+        self.assertEqual(self.document(path, "luns")["luns"][0]["bytes"], str(most - 511))
+        session, = self.document(path, "sessions")["sessions"]
+        self.assertEqual((session["identifier"], session["connection"]), (str(most), str(2**32 - 1)))
+
+    def test_luns_by_their_addressing_method(self):
+        luns = [("0001000200000000", "levels", None), ("0007000000000000", "peripheral", 7), ("0107000000000000", "peripheral", None),
+                ("412c000000000000", "flat", 300), ("8123000000000000", "logical unit", None),
+                ("c101000000000000", "well-known", 1), ("d200012c00000000", "extended flat", 300),
+                ("e1000001aabb0000", "other", None)]
+        path = self.scenario({"ports": [{"driver": "pelt", "sessions": [
+            {"luns": [{"lun": "0x" + raw} for raw, _, _ in luns]}]}]})
+        got = [lun["lun"] for lun in self.document(path, "luns")["luns"]]
+        self.assertEqual([(l["raw"], l["method"], l["number"]) for l in got], luns)
+
+    def test_hostile_texts_are_escaped_as_in_tables(self):
+        name = "a\x1b[2J\u009b\r\u202e\x7f\\\"é z"
+        path = self.scenario({"ports": [{"driver": "pelt", "hba_name": name, "model_name": "x" * 32}]})
+        escaped = "a\\x1B[2J\\xC2\\x9B\\x0D\\xE2\\x80\\xAE\\x7F\\x5C\"é z"
+        for flags, locale in ((), "C.UTF-8"), ((), "C"), (("--ascii",), "C.UTF-8"):
+            port, = self.document(path, "ports", *flags, locale=locale)["ports"]
+            self.assertEqual((port["name"], port["model"]), (escaped, "x" * 32))
+        self.assertTrue(on_host(path, "ports", "--json", "--ascii").stdout.isascii())
+
+    def test_failures_keep_what_was_read(self):
+        lab = json.loads(LAB.read_text())
+        scsi = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "nth": 3, "times": 0, "status": 12}
+        cases = [
+            (1, {"host": {"euid": 1000}}, ["ports"], "LoadLibrary", None, None, 0),
+            (1, {**lab, "faults": [{**FAULT, "status": 6}]}, ["ports"], "GetPhyPortInfo", 3, None, 4),
+            (1, {**lab, "faults": [{**FAULT, "status": 6}]}, ["tree"], "GetPhyPortInfo", 3, None, 5),
+            (1, {**lab, "faults": [{"driver": "dxo", "request": "open", "nth": 3,
+                                    "errno": "EBUSY"}]}, ["sessions"], "OpenAdapter", 2, None, 4),
+            (1, {**lab, "faults": [scsi]}, ["luns", "--port", "0", "--target", "1"], "GetLunInfo", 0, 1, 0),
+            (1, lab, ["luns", "--port", "9"], "OpenAdapter", 9, None, 0),
+            (1, lab, ["targets", "--target", "7"], "GetTgtInfo", None, 7, 0),
+        ]
+        for status, host, arguments, call, port, target, kept in cases:
+            with self.subTest(arguments=arguments, call=call):
+                document = self.document(self.scenario(host), *arguments, status=status)
+                failure, = document["failures"]
+                self.assertEqual((failure["call"], failure["port"], failure["target"]),
+                                 ("VARNOK_" + call, port, target))
+                self.assertFalse(document["complete"])
+                self.assertEqual(len(document["ports" if arguments[0] == "tree" else arguments[0]]), kept)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,22 @@
+// What was read of a host as a JSON document; schema/varnok-1.json describes it.
+#pragma once
+
+#include "fields.h"
+
+namespace ctl
+{
+
+// The beginning of every document, without the failures: see finish.
+json new_document(const char *command);
+
+json listing_document(const host &host, const kind &kind);
+json tree_document(const host &host);
+json version_document(const char *tool_version);
+
+// Notes the failures, and that the document is complete when there are none.
+void finish(json &document, const std::vector<failure> &failures);
+
+// For standard output; in ASCII characters alone when asked for.
+std::string document_text(const json &document, bool ascii);
+
+} // namespace ctl

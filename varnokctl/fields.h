@@ -1,0 +1,67 @@
+// The fields of each kind of record: what the tables and the JSON documents show, in one place.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "model.h"
+#include "text.h"
+
+namespace ctl
+{
+
+using json = nlohmann::ordered_json;
+
+// One record with those that it belongs to; those that do not apply are null.
+struct item {
+    uint32_t port;
+    const VARNOK_PHY_PORT_INFO *info = nullptr;
+    const VARNOK_ISCSI_PORTAL *portal = nullptr;
+    const ctl::session *session = nullptr;
+    const VARNOK_TGT_INFO *target = nullptr;
+    const VARNOK_LUN_INFO *lun = nullptr;
+};
+
+enum class look { text, long_text, number }; // long texts give way in a narrow table
+enum class in { table, details, bytes };     // always; with all fields; with sizes in bytes too
+
+// A value for the eye and for a program.
+struct cell {
+    std::string text;
+    json value;
+};
+
+struct field {
+    const char *title;
+    const char *key; // in a document; null when another field says it
+    look shape;
+    in where;
+    cell (*value)(const item &, const style &);
+};
+
+struct kind {
+    const char *plural; // for the eye
+    const char *key;
+    std::span<const field> fields;
+    std::vector<item> (*items)(const host &);
+};
+
+extern const kind port_kind, portal_kind, session_kind, target_kind, lun_kind;
+
+// The session that leads to a port's target; null when it was not read.
+const session *session_of(const port &port, uint32_t target);
+
+// Where a target is reached, by what its session or the target itself says.
+cell target_endpoint(const VARNOK_SESS_INFO &session);
+cell target_endpoint(const VARNOK_TGT_INFO &target);
+
+// A LUN by its number, its addressing method and its bytes.
+cell lun_cell(uint32_t levels_1_and_2, uint32_t levels_3_and_4);
+
+// A code with its word; a word may be missing.
+cell coded(uint64_t code, const std::string &word);
+
+} // namespace ctl

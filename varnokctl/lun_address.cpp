@@ -1,0 +1,123 @@
+#include "lun_address.h"
+
+#include <array>
+#include <span>
+
+#include <fmt/format.h>
+
+#include "text.h"
+
+namespace ctl
+{
+namespace
+{
+
+std::array<uint8_t, 8> wire_lun(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+{
+    std::array<uint8_t, 8> bytes{};
+    for (size_t level = 0; level < 4; level++) {
+        const uint32_t pair = level < 2 ? levels_1_and_2 : levels_3_and_4;
+        const uint32_t value = level % 2 == 0 ? pair : pair >> 16;
+        bytes[2 * level] = static_cast<uint8_t>(value >> 8);
+        bytes[2 * level + 1] = static_cast<uint8_t>(value);
+    }
+    return bytes;
+}
+
+uint64_t big_endian(std::span<const uint8_t> bytes)
+{
+    uint64_t value = 0;
+    for (const uint8_t byte : bytes)
+        value = value << 8 | byte;
+    return value;
+}
+
+bool extended(uint8_t first) { return first >> 6 == 3; }
+
+// One two-byte level, of any method but the extended one.
+std::string level_text(uint8_t first, uint8_t second)
+{
+    const unsigned low = first & 0x3FU;
+    switch (first >> 6) {
+    case 0:
+        return low == 0 ? fmt::to_string(+second) : fmt::format("bus {} lun {}", low, +second);
+    case 1:
+        return fmt::format("{} flat", low << 8 | second);
+    default:
+        return fmt::format("target {} bus {} lun {}", low, second >> 5, second & 0x1FU);
+    }
+}
+
+// A LUN that takes more than a level, or names a unit by its role.
+lun_form extended_form(std::span<const uint8_t, 8> lun)
+{
+    const size_t length = 2 + 2 * (lun[0] >> 4 & 3U);
+    if (length > lun.size() || big_endian(lun.subspan(length)) != 0)
+        return {"other", {}};
+    const uint64_t value = big_endian(lun.subspan(1, length - 1));
+    if (lun[0] == 0xC1)
+        return {"well-known", value};
+    if (lun[0] == 0xD2 || lun[0] == 0xE2)
+        return {"extended flat", value};
+    return {"other", {}};
+}
+
+// Empty for a form without words.
+std::string extended_text(const lun_form &form)
+{
+    if (!form.number)
+        return "";
+    return form.method == "well-known" ? fmt::format("well-known {}", *form.number)
+                                       : fmt::format("{} extended flat", *form.number);
+}
+
+std::string lun_words(std::span<const uint8_t, 8> lun)
+{
+    if (extended(lun[0]))
+        return extended_text(extended_form(lun));
+    std::string text;
+    for (size_t at = 0; at < lun.size(); at += 2) {
+        if (at != 0 && big_endian(lun.subspan(at)) == 0)
+            break;
+        if (extended(lun[at]))
+            return "";
+        text += at == 0 ? "" : "/";
+        text += level_text(lun[at], lun[at + 1]);
+    }
+    return text;
+}
+
+lun_form one_level_form(uint8_t first, uint8_t second)
+{
+    const unsigned low = first & 0x3FU;
+    if (first >> 6 == 1)
+        return {"flat", low << 8 | second};
+    if (first >> 6 != 0)
+        return {"logical unit", {}};
+    return {"peripheral", low == 0 ? std::optional<uint64_t>(second) : std::nullopt};
+}
+
+} // namespace
+
+lun_form lun_form_of(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+{
+    const std::array<uint8_t, 8> lun = wire_lun(levels_1_and_2, levels_3_and_4);
+    if (extended(lun[0]))
+        return extended_form(lun);
+    if (big_endian(std::span(lun).subspan(2)) != 0)
+        return {"levels", {}};
+    return one_level_form(lun[0], lun[1]);
+}
+
+std::string lun_number(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+{
+    const std::string words = lun_words(wire_lun(levels_1_and_2, levels_3_and_4));
+    return words.empty() ? fmt::format("0x{}", lun_bytes(levels_1_and_2, levels_3_and_4)) : words;
+}
+
+std::string lun_bytes(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+{
+    return hex_bytes(wire_lun(levels_1_and_2, levels_3_and_4));
+}
+
+} // namespace ctl
