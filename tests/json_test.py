@@ -94,10 +94,10 @@ class JsonTest(ToolCase):
         lab = json.loads(LAB.read_text())
         scsi = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "nth": 3, "times": 0, "status": 12}
         cases = [
-            (1, {"host": {"euid": 1000}}, ["ports"], "LoadLibrary", None, None, 0),
-            (1, {**lab, "faults": [{**FAULT, "status": 6}]}, ["ports"], "GetPhyPortInfo", 3, None, 4),
-            (1, {**lab, "faults": [{**FAULT, "status": 6}]}, ["tree"], "GetPhyPortInfo", 3, None, 5),
-            (1, {**lab, "faults": [{"driver": "dxo", "request": "open", "nth": 3,
+            (4, {"host": {"euid": 1000}}, ["ports"], "LoadLibrary", None, None, 0),
+            (3, {**lab, "faults": [{**FAULT, "status": 6}]}, ["ports"], "GetPhyPortInfo", 3, None, 4),
+            (3, {**lab, "faults": [{**FAULT, "status": 6}]}, ["tree"], "GetPhyPortInfo", 3, None, 5),
+            (3, {**lab, "faults": [{"driver": "dxo", "request": "open", "nth": 3,
                                     "errno": "EBUSY"}]}, ["sessions"], "OpenAdapter", 2, None, 4),
             (1, {**lab, "faults": [scsi]}, ["luns", "--port", "0", "--target", "1"], "GetLunInfo", 0, 1, 0),
             (1, lab, ["luns", "--port", "9"], "OpenAdapter", 9, None, 0),

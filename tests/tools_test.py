@@ -20,13 +20,21 @@ class ToolsTest(ToolCase):
 
     def test_endings(self):
         lab = json.loads(LAB.read_text())
+        luns_fail = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "times": 0, "status": 12}
         endings = [
             (0, "no_adapters", {"drivers": ["rovani"]}, ["ports"]),
-            (1, "not_root", {"host": {"euid": 1000}}, ["ports"]),
-            (1, "third_port_fails", {**lab, "faults": [{**FAULT, "status": 6}]}, ["ports"]),
+            (0, "help", lab, ["--help"]),
             (1, "no_such_port", lab, ["luns", "--port", "9"]),
+            (1, "no_such_target", lab, ["luns", "--target", "7"]),
+            (1, "no_lun_answers", {**lab, "faults": [luns_fail]}, ["luns", "--port", "0"]),
+            (1, "no_open", {"ports": [{"driver": "dxo"}], "faults": [{"driver": "dxo", "request": "open", "nth": 3,
+                                                                     "errno": "EBUSY"}]}, ["ports"]),
             (2, "usage", lab, ["lunes"]),
             (2, "wrong_scenario", {"ports": [{"driver": "pelt"}, {"driver": "dxo", "mac": "x"}]}, ["ports"]),
+            (3, "third_port_fails", {**lab, "faults": [{**FAULT, "status": 6}]}, ["ports"]),
+            (3, "second_target_fails", {**lab, "faults": [{**luns_fail, "nth": 15}]}, ["luns", "--port", "0"]),
+            (4, "not_root", {"host": {"euid": 1000}}, ["ports"]),
+            (4, "no_host", {"host": {"sysname": "Linux"}}, ["tree"]),
         ]
         for status, name, document, arguments in endings:
             with self.subTest(name):

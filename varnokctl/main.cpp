@@ -9,6 +9,7 @@
 #include <langinfo.h>
 
 #include "document.h"
+#include "ending.h"
 #include "inventory.h"
 #include "render.h"
 #include "status.h"
@@ -16,8 +17,6 @@
 
 namespace
 {
-
-enum exit_status { all_well = 0, refused = 1, usage = 2 };
 
 struct options {
     ctl::request ask;
@@ -53,8 +52,7 @@ constexpr const char *description =
     "Shows a host's iSCSI offload adapters: ports, portals, sessions, targets and LUNs.";
 
 constexpr const char *footer =
-    "Exit status: 0 all well, 1 the library refused something or there is no such port\n"
-    "or target, 2 wrong usage. Set VARNOK_API_DEBUG=4 to see why the library refuses.";
+    "Every error line says what to do next; VARNOK_API_DEBUG=4 shows why the library refuses.";
 
 void add_options(CLI::App &app, const command &command, options &options)
 {
@@ -127,7 +125,7 @@ int show(const command &command, const options &options)
         print(ctl::listing_document(host, *command.kind), options);
     else
         print(ctl::tree_document(host), options);
-    return host.failures.empty() ? all_well : refused;
+    return ctl::ending_of(host);
 }
 
 int run(int argc, char **argv)
@@ -137,7 +135,7 @@ int run(int argc, char **argv)
     const command *chosen = nullptr;
 
     CLI::App app(description, "varnokctl");
-    app.footer(footer);
+    app.footer(ctl::endings_text() + footer);
     app.require_subcommand(1);
     add_output_options(
         *app.add_subcommand("version", "Show the versions of the tool and of the library"),
@@ -151,7 +149,7 @@ int run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? all_well : usage;
+        return app.exit(error) == 0 ? ctl::all_well : ctl::usage;
     }
 
     options.style.utf8 = !options.ascii && std::string(nl_langinfo(CODESET)) == "UTF-8";
@@ -159,7 +157,7 @@ int run(int argc, char **argv)
     if (chosen != nullptr)
         return show(*chosen, options);
     print_version(options);
-    return all_well;
+    return ctl::all_well;
 }
 
 } // namespace
@@ -170,8 +168,8 @@ try {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return status;
     std::perror("varnokctl: output");
-    return refused;
+    return ctl::refused;
 } catch (const std::exception &error) {
     std::fprintf(stderr, "varnokctl: %s\n", error.what());
-    return refused;
+    return ctl::refused;
 }
