@@ -112,6 +112,36 @@ class JsonTest(ToolCase):
                 self.assertFalse(document["complete"])
                 self.assertEqual(len(document["ports" if arguments[0] == "tree" else arguments[0]]), kept)
 
+    def test_scsi_commands_and_their_sense_data(self):
+        lun = ["scsi", "--port", "0", "--target", "0", "--lun"]
+        shown = self.document(LAB, *lun, "1", "readcap")
+        self.assertEqual((shown["direction"], shown["length"], shown["data"][:24], shown["sense"]),
+                         ("in", 32, "000000003e7fffff00000200", None))
+        for key in list(shown):
+            self.assertFalse(VALIDATOR.is_valid({k: v for k, v in shown.items() if k != key}), key)
+        self.assertEqual(self.document(LAB, *lun, "0", "inquiry")["data"][16:28], b"MOLVAR".hex())
+        self.assertEqual(self.document(LAB, *lun, "0", "tur")["data"], None)
+
+        lab = json.loads(LAB.read_text())
+        fault = {"driver": "rovani", "request": "scsi_cmd", "times": 0}
+        cases = [  # after the faults: exit status, whether data come, sense key and its word
+            ({"sense": "05/25/00"}, 1, False, 5, "illegal request", "logical unit not supported"),
+            ({"sense": "01/5d/00"}, 0, True, 1, "recovered error", "failure prediction threshold exceeded"),
+            ({"sense": "0b/ee/ee"}, 1, False, 11, "aborted command", None),
+            ({"status": 6}, 1, False, None, None, None),
+        ]
+        for more, status, data, key, word, text in cases:
+            with self.subTest(**more):
+                path = self.scenario({**lab, "faults": [{**fault, **more}]})
+                got = self.document(path, *lun, "0", "inquiry", status=status)
+                self.assertEqual((got["data"] is not None, got["complete"]), (data, status == 0))
+                sense = got["sense"] and (got["sense"]["key"], got["sense"]["text"])
+                self.assertEqual(sense, key and ({"code": key, "text": word}, text))
+        for host, status, call in (({"host": {"euid": 1}}, 4, "LoadLibrary"), (lab, 1, "OpenAdapter")):
+            port = "0" if status == 4 else "9"
+            got = self.document(self.scenario(host), "scsi", "-p", port, "-t", "0", "-l", "0", "tur", status=status)
+            self.assertEqual([f["call"] for f in got["failures"]], ["VARNOK_" + call])
+
 
 if __name__ == "__main__":
     main()

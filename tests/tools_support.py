@@ -29,6 +29,11 @@ class ToolCase(unittest.TestCase):
             path.write_text(text)
         self.assertEqual(text, path.read_text())
 
+    def folder(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        return pathlib.Path(folder.name)
+
     def scenario(self, document):
         file = tempfile.NamedTemporaryFile("w", suffix=".json")
         self.addCleanup(file.close)

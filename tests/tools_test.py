@@ -51,6 +51,33 @@ class ToolsTest(ToolCase):
         wrong = subprocess.run([BIN / "varnok-host", "check", self.scenario(example + "]")], capture_output=True, check=False)
         self.assertEqual(wrong.returncode, 2)
 
+    def test_scsi_commands(self):
+        lun = ["scsi", "--port", "0", "--target", "0", "--lun"]
+        disk = [*lun, "0"]
+        write, read = "2a 00 00 00 00 01 00 00 01 00".split(), "28 00 00 00 00 01 00 00 01 00".split()
+        folder = self.folder()
+        block, saved = folder / "block", folder / "saved"
+        block.write_bytes(bytes(range(256)) * 2)
+        path = self.scenario({"ports": [{"driver": "dxo", "sessions": [{"luns": [
+            {"size": "8 TiB", "file": str(folder / "disk")}, {"lun": 300, "device_type": 5}]}]}]})
+        steps = [(0, [*disk, "inquiry"]), (0, [*disk, "readcap"]), (0, [*disk, "reportluns"]), (0, [*disk, "tur"]),
+                 (0, [*lun, "300", "--in", "300", "--", *"12 0 0 1 2c 0".split()]),
+                 (0, [*lun, "0x412c000000000000", "tur"]),
+                 (1, [*lun, "1", "tur"]), (1, [*disk, "--", "ff"]), (1, [*disk, "--in", "8", "--", "88", *["ff"] * 15]),
+                 (2, [*disk, "--out", block, "--", *write]), (0, [*disk, "--out", block, "--yes", "--", *write]),
+                 (0, [*disk, "--in", "512", "--save", saved, "--", *read]),
+                 (1, [*disk, "--in", "16", "--save", folder / "no/file", "--", *read]),
+                 (2, [*disk, "--save", saved, "tur"]), (2, [*disk, "--in", "8", "inquiry"]), (2, [*lun, "16384", "tur"]),
+                 (2, [*lun, "0x412c", "tur"]), (2, [*disk, "--", *["0"] * 17]), (2, [*disk, "--", "123"]),
+                 (2, [*disk, "--", "0x"]), (2, [*disk]), (2, [*disk, "--in", "0", "--", *read])]
+        text = ""
+        for status, arguments in steps:
+            result = on_host(path, *arguments)
+            text += f"$ {' '.join(map(str, arguments))}\n{result.stdout}{result.stderr}-> {result.returncode}\n"
+            self.assertEqual(result.returncode, status, text)
+        self.assertEqual(saved.read_bytes(), block.read_bytes())
+        self.compare("scsi.txt", text.replace(str(folder), "FOLDER"))
+
     def test_the_readme_shows_what_is_there(self):
         readme = (SOURCE / "README.md").read_text()
         self.assertIn((GOLDEN / "tree.txt").read_text(), readme)

@@ -29,8 +29,8 @@ bool not_loaded(const failure &failure)
            failure.status == VARNOK_STATUS_FAILED;
 }
 
-// The library lists the ports' targets, and the one asked for is not among them.
-bool no_such_target(const failure &failure) { return failure.status == VARNOK_STATUS_SUCCESS; }
+// The library itself succeeded: there is no such target, or the device refused a command.
+bool call_succeeded(const failure &failure) { return failure.status == VARNOK_STATUS_SUCCESS; }
 
 bool names_port(const failure &failure, const port &port) { return failure.port == port.instance; }
 
@@ -60,7 +60,7 @@ ending ending_of(const host &host)
         return all_well;
     if (std::ranges::any_of(host.failures, not_loaded))
         return no_host;
-    if (std::ranges::any_of(host.failures, no_such_target))
+    if (std::ranges::any_of(host.failures, call_succeeded))
         return refused;
     const auto any = [&](const port &port) { return answered(port, host); };
     return std::ranges::any_of(host.ports, any) ? partial : refused;

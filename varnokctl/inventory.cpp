@@ -3,24 +3,12 @@
 #include <algorithm>
 #include <new>
 
+#include "library.h"
+
 namespace ctl
 {
 namespace
 {
-
-class library
-{
-  public:
-    library() : status_(VARNOK_LoadLibrary()) {}
-    ~library() { VARNOK_FreeLibrary(); }
-    library(const library &) = delete;
-    library &operator=(const library &) = delete;
-
-    uint32_t status() const { return status_; }
-
-  private:
-    uint32_t status_;
-};
 
 // The library does not tell how many entries of an array it wrote: fewer than there is room for
 // when a list became shorter, or when an entry failed. Each entry therefore starts with a value

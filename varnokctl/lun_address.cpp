@@ -1,6 +1,7 @@
 #include "lun_address.h"
 
 #include <array>
+#include <charconv>
 #include <span>
 
 #include <fmt/format.h>
@@ -97,7 +98,36 @@ lun_form one_level_form(uint8_t first, uint8_t second)
     return {"peripheral", low == 0 ? std::optional<uint64_t>(second) : std::nullopt};
 }
 
+std::optional<uint64_t> parse_number(std::string_view digits, int base)
+{
+    uint64_t value = 0;
+    const char *end = digits.data() + digits.size();
+    const auto parsed = std::from_chars(digits.data(), end, value, base);
+    return parsed.ec == std::errc() && parsed.ptr == end ? std::optional(value) : std::nullopt;
+}
+
+// Two levels of a LUN's eight bytes, the first of them in the low half.
+uint32_t level_pair(uint32_t bytes) { return bytes << 16 | bytes >> 16; }
+
 } // namespace
+
+std::optional<lun_levels> parse_lun(std::string_view text)
+{
+    constexpr uint64_t peripheral_end = 256, flat_end = 16384, flat_method = 0x4000;
+    constexpr size_t raw_length = 18;
+    if (text.starts_with("0x")) {
+        const auto raw = parse_number(text.substr(2), 16);
+        if (!raw || text.size() != raw_length)
+            return {};
+        return lun_levels{level_pair(static_cast<uint32_t>(*raw >> 32)),
+                          level_pair(static_cast<uint32_t>(*raw))};
+    }
+    const auto number = parse_number(text, 10);
+    if (!number || *number >= flat_end)
+        return {};
+    const uint64_t level = *number < peripheral_end ? *number : flat_method | *number;
+    return lun_levels{static_cast<uint32_t>(level), 0};
+}
 
 lun_form lun_form_of(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
 {

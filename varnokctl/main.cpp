@@ -12,6 +12,8 @@
 #include "ending.h"
 #include "inventory.h"
 #include "render.h"
+#include "scsi_command.h"
+#include "scsi_output.h"
 #include "status.h"
 #include "table.h"
 
@@ -87,6 +89,13 @@ void print_version(const options &options)
                number);
 }
 
+void complain(const std::vector<ctl::failure> &failures)
+{
+    std::fflush(stdout);
+    for (const auto &failure : failures)
+        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
+}
+
 // A target that no port has counts as a failure of the call that lists them.
 void note_missing_target(ctl::host &host, const ctl::request &ask)
 {
@@ -108,9 +117,7 @@ void print_text(const command &command, const ctl::host &host, const options &op
         fmt::print("{}", ctl::listing_text(host, *command.kind, options.style));
     else if (!host.ports.empty())
         fmt::print("{}", ctl::tree_text(host, options.style));
-    std::fflush(stdout);
-    for (const auto &failure : host.failures)
-        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
+    complain(host.failures);
 }
 
 int show(const command &command, const options &options)
@@ -126,6 +133,18 @@ int show(const command &command, const options &options)
     else
         print(ctl::tree_document(host), options);
     return ctl::ending_of(host);
+}
+
+int show_scsi(const ctl::scsi_options &scsi, const options &options)
+{
+    const ctl::scsi_result result = ctl::run_scsi(scsi);
+    if (options.json) {
+        print(ctl::scsi_document(scsi.request, result), options);
+    } else {
+        fmt::print("{}", ctl::scsi_text(result));
+        complain(result.failures);
+    }
+    return ctl::ending_of({{}, result.failures});
 }
 
 int run(int argc, char **argv)
@@ -146,6 +165,9 @@ int run(int argc, char **argv)
         add_output_options(*sub, options);
         sub->callback([&chosen, &command] { chosen = &command; });
     }
+    ctl::scsi_options scsi_options;
+    CLI::App *scsi = ctl::add_scsi(app, scsi_options);
+    add_output_options(*scsi, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -156,6 +178,8 @@ int run(int argc, char **argv)
     options.style.width = ctl::output_width();
     if (chosen != nullptr)
         return show(*chosen, options);
+    if (scsi->parsed())
+        return show_scsi(scsi_options, options);
     print_version(options);
     return ctl::all_well;
 }

@@ -39,6 +39,11 @@ constexpr status_word statuses[] = {
               "VARNOK_API_DEBUG=4 to see what is missing"),
     STATUS_OF("VARNOK_OpenAdapter", NOT_FOUND, "there is no such port",
               "see the ports with 'varnokctl ports'"),
+    STATUS_OF("VARNOK_SendScsiCommand", SUCCESS, "the device refused the command",
+              "see its sense data"),
+    STATUS_OF("VARNOK_SendScsiCommand", INVALID_PARAMETER,
+              "too much data for the driver, or driver status 4",
+              "move less data at once: ports of native drivers carry at most 262144 bytes"),
     STATUS(SUCCESS, "answered, but there is no such target",
            "see the targets with 'varnokctl targets'"),
     STATUS(FAILED, "port not open, or driver status 1", reopen),
@@ -62,12 +67,15 @@ constexpr status_word statuses[] = {
 
 constexpr uint32_t first_failure = 0x80000000; // below it a status is an error number of the system
 
-advice system_advice(uint32_t status)
+advice system_advice(const failure &failure)
 {
+    const uint32_t status = failure.status;
+    const bool file = failure.call == std::string_view("write");
     const char *name = strerrorname_np(static_cast<int>(status));
     return {name == nullptr ? "unknown error" : name, fmt::to_string(status),
             std::generic_category().message(static_cast<int>(status)),
-            "see that the port's device is there and free, then repeat the command"};
+            file ? "see that the file can be written; the command itself was carried out"
+                 : "see that the port's device is there and free, then repeat the command"};
 }
 
 } // namespace
@@ -76,7 +84,7 @@ advice advice_on(const failure &failure)
 {
     const uint32_t status = failure.status;
     if (status != VARNOK_STATUS_SUCCESS && status < first_failure)
-        return system_advice(status);
+        return system_advice(failure);
     const std::string number = fmt::format("0x{:08X}", status);
     const auto *word = std::ranges::find_if(statuses, [&](const status_word &w) {
         return w.code == status && (w.call.empty() || w.call == failure.call);

@@ -1,0 +1,31 @@
+// Sends one SCSI command through the library.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "lun_address.h"
+#include "model.h"
+
+namespace ctl
+{
+
+struct scsi_request {
+    uint32_t port = 0;
+    uint32_t target = 0;
+    lun_levels lun{};
+    std::vector<uint8_t> cdb;
+    uint8_t direction = VARNOK_SCSI_NO_DATA;
+    std::vector<uint8_t> data; // what goes to the device, or room for what comes from it
+};
+
+struct scsi_result {
+    bool carried_out = false;
+    std::vector<uint8_t> data; // from the device: all the room, as the library tells no length
+    std::vector<uint8_t> sense;
+    std::vector<failure> failures;
+};
+
+scsi_result send(const scsi_request &request);
+
+} // namespace ctl

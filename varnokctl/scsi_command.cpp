@@ -1,0 +1,173 @@
+#include "scsi_command.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <span>
+
+namespace ctl
+{
+namespace
+{
+
+constexpr uint32_t most_data = 16U << 20;
+
+uint64_t big_endian(std::span<const uint8_t> bytes)
+{
+    uint64_t value = 0;
+    for (const uint8_t byte : bytes)
+        value = value << 8 | byte;
+    return value;
+}
+
+size_t inquiry_length(const std::vector<uint8_t> &data) { return 5U + data[4]; }
+
+size_t report_luns_length(const std::vector<uint8_t> &data)
+{
+    return 8 + big_endian(std::span(data).first(4));
+}
+
+size_t whole_length(const std::vector<uint8_t> &data) { return data.size(); }
+
+struct shorthand {
+    const char *name;
+    std::vector<uint8_t> cdb;
+    uint32_t in;
+    size_t (*data_length)(const std::vector<uint8_t> &);
+};
+
+const std::vector<shorthand> &shorthands()
+{
+    static const std::vector<shorthand> all = {
+        {"tur", {0, 0, 0, 0, 0, 0}, 0, whole_length},
+        {"inquiry", {0x12, 0, 0, 0, 0xFF, 0}, 0xFF, inquiry_length},
+        {"readcap", {0x9E, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 32, 0, 0}, 32, whole_length},
+        {"reportluns", {0xA0, 0, 0, 0, 0, 0, 0, 0, 0x40, 0, 0, 0}, 0x4000, report_luns_length},
+    };
+    return all;
+}
+
+constexpr const char *footer =
+    "The CDB is 1 to 16 bytes in hexadecimal, after \"--\"; or one of these words:\n"
+    "  tur         TEST UNIT READY\n"
+    "  inquiry     INQUIRY, standard data\n"
+    "  readcap     READ CAPACITY(16)\n"
+    "  reportluns  REPORT LUNS\n"
+    "The words know the length of their data. Any other command moves data only with --in or "
+    "--out,\n"
+    "and --in shows its whole length, with zeros after what the device sent.\n\n"
+    "  varnokctl scsi --port 0 --target 0 --lun 0 --in 255 -- 12 00 00 00 ff 00";
+
+[[noreturn]] void wrong(const std::string &what) { throw CLI::ValidationError("scsi", what); }
+
+uint8_t cdb_byte(const std::string &word)
+{
+    uint8_t byte = 0;
+    const char *end = word.data() + word.size();
+    const auto parsed = std::from_chars(word.data(), end, byte, 16);
+    if (parsed.ec != std::errc() || parsed.ptr != end || word.size() > 2)
+        wrong("the CDB has a byte '" + word + "'; give bytes as two hexadecimal digits each");
+    return byte;
+}
+
+void take_command(scsi_options &options)
+{
+    constexpr size_t longest_cdb = 16;
+    const auto known = std::ranges::find(shorthands(), options.words.front(), &shorthand::name);
+    if (known != shorthands().end() && options.words.size() == 1) {
+        if (options.in || !options.out_file.empty())
+            wrong("'" + options.words.front() + "' knows its data; leave --in and --out out");
+        options.request.cdb = known->cdb;
+        if (known->in != 0)
+            options.in = known->in;
+        options.data_length = known->data_length;
+        return;
+    }
+    if (options.words.size() > longest_cdb)
+        wrong("the CDB has more than 16 bytes");
+    std::ranges::transform(options.words, std::back_inserter(options.request.cdb), cdb_byte);
+}
+
+void take_data(scsi_options &options)
+{
+    scsi_request &request = options.request;
+    if (!options.save_file.empty() && !options.in)
+        wrong("--save needs data from the device: give --in");
+    if (options.in) {
+        request.direction = VARNOK_SCSI_DATA_IN;
+        request.data.resize(*options.in);
+    }
+    if (options.out_file.empty())
+        return;
+    if (!options.yes)
+        wrong("--out writes to the device; confirm it with --yes");
+    request.direction = VARNOK_SCSI_DATA_OUT;
+    std::ifstream file(options.out_file, std::ios::binary);
+    char byte = 0;
+    while (request.data.size() <= most_data && file.get(byte))
+        request.data.push_back(static_cast<uint8_t>(byte));
+    if (request.data.empty() || request.data.size() > most_data || file.bad())
+        wrong("--out needs a readable file of 1 byte to 16 MiB");
+}
+
+void take(scsi_options &options)
+{
+    const auto lun = parse_lun(options.lun);
+    if (!lun)
+        wrong("--lun takes 0 to 16383, or 0x and the LUN's 16 hexadecimal digits");
+    options.request.lun = *lun;
+    take_command(options);
+    take_data(options);
+}
+
+// 0, or the system's error number.
+int save(const std::string &path, const std::vector<uint8_t> &data)
+{
+    std::FILE *file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr)
+        return errno;
+    const bool written = std::fwrite(data.data(), 1, data.size(), file) == data.size();
+    const int why = errno;
+    if (std::fclose(file) != 0)
+        return errno;
+    return written ? 0 : why;
+}
+
+} // namespace
+
+CLI::App *add_scsi(CLI::App &app, scsi_options &options)
+{
+    CLI::App *sub = app.add_subcommand("scsi", "Send a SCSI command to a LUN");
+    sub->footer(footer);
+    sub->add_option("-p,--port", options.request.port, "The port's number")->required();
+    sub->add_option("-t,--target", options.request.target, "The target's number")->required();
+    sub->add_option("-l,--lun", options.lun, "The LUN in decimal, or its eight bytes as 0x...")
+        ->required();
+    CLI::Option *in = sub->add_option("--in", options.in, "Bytes that come from the device");
+    in->check(CLI::Range(1U, most_data));
+    sub->add_option("--out", options.out_file, "A file whose bytes go to the device; needs --yes")
+        ->check(CLI::ExistingFile)
+        ->excludes(in);
+    sub->add_option("--save", options.save_file, "A file for the bytes from the device");
+    sub->add_flag("--yes", options.yes, "Confirm a command that writes data");
+    sub->add_option("CDB", options.words, "The command's bytes, or a word")->required();
+    sub->final_callback([&options] { take(options); });
+    return sub;
+}
+
+scsi_result run_scsi(const scsi_options &options)
+{
+    scsi_result result = send(options.request);
+    if (!result.data.empty() && options.data_length != nullptr)
+        result.data.resize(std::min(result.data.size(), options.data_length(result.data)));
+    if (result.carried_out && !options.save_file.empty())
+        if (const int why = save(options.save_file, result.data))
+            result.failures.push_back({"write", static_cast<uint32_t>(why), options.request.port,
+                                       options.request.target});
+    return result;
+}
+
+} // namespace ctl

@@ -1,0 +1,95 @@
+#include "scsi_output.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "document.h"
+#include "sense.h"
+
+namespace ctl
+{
+namespace
+{
+
+constexpr const char *directions[] = {"none", "in", "out"};
+
+std::string dump_line(size_t offset, std::span<const uint8_t> bytes)
+{
+    constexpr size_t hex_width = 47;
+    std::string text;
+    for (const uint8_t byte : bytes)
+        text += byte >= ' ' && byte < 0x7F ? static_cast<char>(byte) : '.';
+    return fmt::format("{:06x}  {}  |{}|\n", offset, padded(hex_bytes(bytes, " "), hex_width),
+                       text);
+}
+
+// Equal lines after the first are one asterisk; the length stands at the end.
+std::string dump(std::span<const uint8_t> data)
+{
+    constexpr size_t width = 16;
+    std::string text;
+    std::span<const uint8_t> before;
+    bool repeats = false;
+    for (size_t at = 0; at < data.size(); at += width) {
+        const auto line = data.subspan(at, std::min(width, data.size() - at));
+        const bool same = std::ranges::equal(line, before);
+        if (!same)
+            text += dump_line(at, line);
+        else if (!repeats)
+            text += "*\n";
+        repeats = same;
+        before = line;
+    }
+    return text + fmt::format("{:06x}\n", data.size());
+}
+
+std::string sense_text(const sense &sense)
+{
+    const std::string words = code_text(sense);
+    return fmt::format("Sense  {}{}, {:x}/{:02x}/{:02x}{}{}\n       {}\n",
+                       sense.deferred ? "deferred: " : "", key_text(sense), sense.key, sense.asc,
+                       sense.ascq, words.empty() ? "" : ": ", words, hex_bytes(sense.raw, " "));
+}
+
+json sense_object(const sense &sense)
+{
+    return {{"format", sense.descriptors ? "descriptor" : "fixed"},
+            {"deferred", sense.deferred},
+            {"key", coded(sense.key, key_text(sense)).value},
+            {"asc", sense.asc},
+            {"ascq", sense.ascq},
+            {"text", coded(0, code_text(sense)).value["text"]},
+            {"raw", hex_bytes(sense.raw)}};
+}
+
+} // namespace
+
+std::string scsi_text(const scsi_result &result)
+{
+    std::string text = result.data.empty() ? "" : dump(result.data);
+    if (const auto sense = decode_sense(result.sense))
+        text += sense_text(*sense);
+    else if (text.empty() && result.carried_out)
+        text = "done\n";
+    return text;
+}
+
+json scsi_document(const scsi_request &request, const scsi_result &result)
+{
+    const auto sense = decode_sense(result.sense);
+    const bool has_data = result.carried_out && request.direction == VARNOK_SCSI_DATA_IN;
+    json document = new_document("scsi");
+    document["port"] = request.port;
+    document["target"] = request.target;
+    document["lun"] = lun_cell(request.lun.levels_1_and_2, request.lun.levels_3_and_4).value;
+    document["cdb"] = hex_bytes(request.cdb);
+    document["direction"] = directions[request.direction];
+    document["length"] = request.data.size();
+    document["data"] = has_data ? json(hex_bytes(result.data)) : json();
+    document["sense"] = sense ? sense_object(*sense) : json();
+    finish(document, result.failures);
+    return document;
+}
+
+} // namespace ctl
