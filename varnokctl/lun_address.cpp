@@ -25,14 +25,6 @@ std::array<uint8_t, 8> wire_lun(uint32_t levels_1_and_2, uint32_t levels_3_and_4
     return bytes;
 }
 
-uint64_t big_endian(std::span<const uint8_t> bytes)
-{
-    uint64_t value = 0;
-    for (const uint8_t byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
-
 bool extended(uint8_t first) { return first >> 6 == 3; }
 
 // One two-byte level, of any method but the extended one.

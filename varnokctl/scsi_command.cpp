@@ -8,20 +8,14 @@
 #include <iterator>
 #include <span>
 
+#include "text.h"
+
 namespace ctl
 {
 namespace
 {
 
 constexpr uint32_t most_data = 16U << 20;
-
-uint64_t big_endian(std::span<const uint8_t> bytes)
-{
-    uint64_t value = 0;
-    for (const uint8_t byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
 
 size_t inquiry_length(const std::vector<uint8_t> &data) { return 5U + data[4]; }
 

@@ -101,6 +101,14 @@ std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator
     return fmt::format("{:02x}", fmt::join(bytes, separator));
 }
 
+uint64_t big_endian(std::span<const uint8_t> bytes)
+{
+    uint64_t value = 0;
+    for (const uint8_t byte : bytes)
+        value = value << 8 | byte;
+    return value;
+}
+
 std::string ip_address(std::span<const uint8_t, 4> address) { return ip_text(AF_INET, address); }
 
 std::string ip_address(std::span<const uint8_t, 16> address) { return ip_text(AF_INET6, address); }

@@ -25,6 +25,9 @@ std::string field_text(std::span<const uint8_t> field, const style &style);
 // Bytes as hexadecimal digits in lower case, with a separator between two bytes.
 std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator = "");
 
+// The number that the bytes are, the most significant first.
+uint64_t big_endian(std::span<const uint8_t> bytes);
+
 // Both are empty for an address of zeros.
 std::string ip_address(std::span<const uint8_t, 4> address);
 std::string ip_address(std::span<const uint8_t, 16> address);
