@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <numeric>
 
 #include "disk.h"
 #include "drivers.h"
@@ -20,6 +21,9 @@ constexpr uint32_t first_host_no = 32;
 
 constexpr std::array<std::string_view, 4> driver_names = {drivers[0].name, drivers[1].name,
                                                           drivers[2].name, drivers[3].name};
+
+// A captured host says besides which command made the document, and what failed.
+constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
 
 // In the order of enum request.
 constexpr std::array<std::string_view, 9> request_names = {"init",      "open",     "hba_cnt",
@@ -45,6 +49,7 @@ void read_lun(const json &object, const place &at, const std::string &base, uint
               session_description &into)
 {
     lun_description d;
+    std::optional<uint64_t> size;
     uint32_t copies = 1;
     lun_number first{lun_wire(next_number), false, next_number};
 
@@ -54,11 +59,11 @@ void read_lun(const json &object, const place &at, const std::string &base, uint
         else if (key == "lun")
             first = to_lun(value, here);
         else if (key == "size")
-            d.size = to_byte_count(value, here);
+            size = to_byte_count(value, here);
         else if (key == "block_size")
             d.block_size = to_u32(value, here, 1);
         else if (key == "device_type")
-            d.device_type = static_cast<uint8_t>(to_u32(value, here, 0, 0x1F));
+            d.device_type = static_cast<uint8_t>(to_u32(value, here, 0, UINT8_MAX));
         else if (key == "vendor")
             d.vendor = to_text(value, here, 8);
         else if (key == "product")
@@ -71,7 +76,8 @@ void read_lun(const json &object, const place &at, const std::string &base, uint
             here.fail("unknown field");
     });
 
-    if (d.size == 0 || d.size % d.block_size != 0)
+    d.size = size.value_or(is_disk(d) ? 100ull << 30 : 0);
+    if (d.size % d.block_size != 0)
         place{&at, "size"}.fail("not a multiple of the block size " + std::to_string(d.block_size));
     if (first.raw && copies != 1)
         place{&at, "repeat"}.fail("not for a LUN that is given as its bytes");
@@ -93,6 +99,13 @@ void read_lun(const json &object, const place &at, const std::string &base, uint
         next_number = first.number + copies;
 }
 
+void sort_luns(session_description &s)
+{
+    s.luns_by_wire.resize(s.luns.size());
+    std::iota(s.luns_by_wire.begin(), s.luns_by_wire.end(), 0);
+    std::ranges::sort(s.luns_by_wire, {}, [&](uint32_t k) { return s.luns[k].wire; });
+}
+
 void read_luns(const json &array, const place &at, const std::string &base,
                session_description &into)
 {
@@ -103,15 +116,12 @@ void read_luns(const json &array, const place &at, const std::string &base,
         read_lun(value, here, base, next_number, into);
     });
 
-    std::sort(into.luns.begin(), into.luns.end(),
-              [](const lun_entry &a, const lun_entry &b) { return a.wire < b.wire; });
-    if (std::adjacent_find(into.luns.begin(), into.luns.end(),
-                           [](const lun_entry &a, const lun_entry &b) {
-                               return a.wire == b.wire;
-                           }) != into.luns.end())
-        at.fail("a LUN is there twice");
     if (into.luns.size() > most_luns)
         at.fail("more than " + std::to_string(most_luns) + " LUNs");
+    sort_luns(into);
+    const auto wire = [&](uint32_t k) { return into.luns[k].wire; };
+    if (std::ranges::adjacent_find(into.luns_by_wire, {}, wire) != into.luns_by_wire.end())
+        at.fail("a LUN is there twice");
 }
 
 void read_session(const json &object, const place &at, const std::string &base,
@@ -119,8 +129,7 @@ void read_session(const json &object, const place &at, const std::string &base,
 {
     session_description s;
     s.first = into.session_count;
-    s.lun_descriptions.emplace_back();
-    s.luns.push_back({lun_wire(0), 0});
+    read_luns(json::array({json::object()}), at, base, s);
 
     each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
         if (key == "repeat")
@@ -312,10 +321,12 @@ scenario read_scenario(std::string_view text, const std::string &base)
         else if (key == "ports")
             each_element(value, at,
                          [&](const json &v, const place &here) { read_port(v, here, base, s); });
+        else if (key == "schema")
+            to_choice(value, at, capture_schemas);
         else if (key == "faults")
             each_element(value, at,
                          [&](const json &v, const place &here) { read_fault(v, here, s); });
-        else
+        else if (key != "command" && key != "complete" && key != "failures")
             at.fail("unknown field");
     });
     return s;

@@ -20,7 +20,7 @@ namespace hostsim
 class live_target;
 
 struct lun_description {
-    uint64_t size = 100ull << 30;
+    uint64_t size = 0; // 0: no medium
     uint32_t block_size = 512;
     uint8_t device_type = 0;
     std::string vendor = "MOLVAR";
@@ -28,6 +28,8 @@ struct lun_description {
     std::string revision = "1.00";
     std::string file; // empty: the contents are in memory
 };
+
+inline bool is_disk(const lun_description &lun) { return lun.device_type == 0; }
 
 struct lun_entry {
     uint64_t wire; // the eight bytes of the LUN, the first most significant
@@ -40,8 +42,9 @@ struct session_description {
     settings session;
     settings target;
     std::vector<lun_description> lun_descriptions;
-    std::vector<lun_entry> luns;       // in ascending order
-    std::shared_ptr<live_target> live; // answers instead of the LUNs; null: none
+    std::vector<lun_entry> luns;        // in the order of the scenario
+    std::vector<uint32_t> luns_by_wire; // their places in it, by ascending wire
+    std::shared_ptr<live_target> live;  // answers instead of the LUNs; null: none
 };
 
 struct port_description {

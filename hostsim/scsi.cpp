@@ -11,6 +11,7 @@ namespace hostsim
 namespace
 {
 
+constexpr sense_code no_medium = {0x02, 0x3A, 0x00};
 constexpr sense_code medium_read_error = {0x03, 0x11, 0x00};
 constexpr sense_code medium_write_error = {0x03, 0x0C, 0x00};
 constexpr sense_code unknown_opcode = {0x05, 0x20, 0x00};
@@ -53,7 +54,10 @@ scsi_result give(const context &c, std::span<const uint8_t> data, uint64_t alloc
 
 scsi_result check(const sense_code &sense) { return {sense, 0}; }
 
-scsi_result test_unit_ready(const context &) { return {}; }
+scsi_result test_unit_ready(const context &c)
+{
+    return is_disk(*c.lun) && c.lun->size == 0 ? check(no_medium) : scsi_result{};
+}
 
 scsi_result request_sense(const context &c)
 {
@@ -186,7 +190,7 @@ scsi_result move_16(const context &c)
     return move_blocks(c, cdb_field(c, 2, 8), cdb_field(c, 10, 4), c.command.cdb[0] == write);
 }
 
-enum class needs { nothing, unit, disk };
+enum class needs { nothing, unit, medium };
 
 struct operation {
     uint8_t opcode;
@@ -196,11 +200,11 @@ struct operation {
 };
 
 constexpr operation operations[] = {
-    {0x00, 6, needs::unit, test_unit_ready},   {0x03, 6, needs::nothing, request_sense},
-    {0x12, 6, needs::nothing, inquiry},        {0x25, 10, needs::disk, read_capacity_10},
-    {0x28, 10, needs::disk, move_10},          {0x2A, 10, needs::disk, move_10},
-    {0x88, 16, needs::disk, move_16},          {0x8A, 16, needs::disk, move_16},
-    {0x9E, 16, needs::disk, read_capacity_16}, {0xA0, 12, needs::nothing, report_luns},
+    {0x00, 6, needs::unit, test_unit_ready},     {0x03, 6, needs::nothing, request_sense},
+    {0x12, 6, needs::nothing, inquiry},          {0x25, 10, needs::medium, read_capacity_10},
+    {0x28, 10, needs::medium, move_10},          {0x2A, 10, needs::medium, move_10},
+    {0x88, 16, needs::medium, move_16},          {0x8A, 16, needs::medium, move_16},
+    {0x9E, 16, needs::medium, read_capacity_16}, {0xA0, 12, needs::nothing, report_luns},
 };
 
 } // namespace
@@ -219,12 +223,13 @@ std::array<uint8_t, sense_size> fixed_sense(const sense_code &sense)
 scsi_result run_scsi(const session_description &target, uint64_t target_number, uint64_t lun,
                      const scsi_command &command, disk_contents &contents)
 {
-    auto at = std::lower_bound(target.luns.begin(), target.luns.end(), lun,
-                               [](const lun_entry &e, uint64_t wire) { return e.wire < wire; });
-    bool there = at != target.luns.end() && at->wire == lun;
-    auto position = static_cast<uint64_t>(at - target.luns.begin());
-    const context c = {target, there ? &target.lun_descriptions[at->description] : nullptr,
-                       target_number << 16 | position, command, contents};
+    const auto wire = [&](uint32_t k) { return target.luns[k].wire; };
+    const auto at = std::ranges::lower_bound(target.luns_by_wire, lun, {}, wire);
+    const bool there = at != target.luns_by_wire.end() && wire(*at) == lun;
+    const uint32_t position = there ? *at : 0;
+    const context c = {
+        target, there ? &target.lun_descriptions[target.luns[position].description] : nullptr,
+        target_number << 16 | position, command, contents};
 
     if (command.cdb.empty())
         return check(bad_field);
@@ -233,8 +238,10 @@ scsi_result run_scsi(const session_description &target, uint64_t target_number, 
     const bool known = op != std::end(operations);
     if (!there && (!known || op->what != needs::nothing))
         return check(no_such_lun);
-    if (!known || (op->what == needs::disk && c.lun->device_type != 0))
+    if (!known)
         return check(unknown_opcode);
+    if (op->what == needs::medium && c.lun->size == 0)
+        return check(is_disk(*c.lun) ? no_medium : unknown_opcode);
     if (command.cdb.size() < op->cdb_size)
         return check(bad_field);
     return op->run(c);

@@ -92,13 +92,19 @@ bool to_bool(const json &value, const place &at)
     return value.get<bool>();
 }
 
+// A text, or the bytes of one that is no UTF-8.
 std::string to_text(const json &value, const place &at, size_t max_bytes)
 {
-    if (!value.is_string())
+    std::string text(text_of(value));
+    if (value.is_array())
+        each_element(value, at, [&](const json &byte, const place &here) {
+            text.push_back(static_cast<char>(to_number(byte, here, 0, UINT8_MAX)));
+        });
+    else if (!value.is_string())
         at.fail("not a text");
-    if (text_of(value).size() > max_bytes)
+    if (text.size() > max_bytes)
         at.fail("longer than " + std::to_string(max_bytes) + " bytes");
-    return std::string(text_of(value));
+    return text;
 }
 
 size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices)

@@ -157,7 +157,8 @@ TEST_P(HostsimTest, RecordsCarryGivenAndDerivedValues)
 TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
 {
     start(R"({"host":{"check_condition_status":6},"ports":[{"driver":"@","sessions":[
-        {"luns":[{"lun":5,"size":"1 MiB"},{"lun":261,"device_type":1},{"lun":"0x0001000200030004"}]},
+        {"luns":[{"lun":5,"size":"1 MiB"},{"lun":261,"device_type":1},{"lun":"0x0001000200030004"},
+                 {"lun":1,"size":0},{"device_type":161,"size":"1 KiB"}]},
         {"luns":[{"size":"2 TiB"},{"size":2199023255040},{"size":"4 TiB","block_size":4096},
                  {"size":18446744073709551104}]}]}]})");
     constexpr place disk = {0, 5}, tape = {0, 0x4105}, missing = {0, 9};
@@ -165,21 +166,40 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
     constexpr char cap16[] = "9e1000000000000000000000000c";
     // What was moved, and its beginning; or sense key, code and qualifier.
     const std::tuple<place, uint8_t, const char *, uint32_t, const char *> cases[] = {
-        {disk, 6, "12010000ff", 7, "00000003008083"},        {disk, 6, "00", 0, ""},
-        {disk, 6, "12018300ff", 16, "0083000c0103000830"},   {missing, 6, "00", 0, "052500"},
-        {disk, 12, "a0000000000000000008", 8, "00000018"},   {nested, 6, "00", 0, "052500"},
-        {disk, 12, "a00001000000000001", 8, "00000000"},     {missing, 6, "12000000ff", 36, "7f"},
-        {disk, 16, cap16, 12, "00000000000007ff00000200"},   {tape, 6, "1200000005", 5, "010006121f"},
-        {{1, 0}, 16, cap16, 12, "00000000ffffffff00000200"}, {disk, 10, "25", 8, "000007ff00000200"},
-        {{1, 1}, 16, cap16, 12, "00000000fffffffe00000200"}, {disk, 6, "1201b0", 0, "052400"},
-        {{1, 2}, 16, cap16, 12, "000000003fffffff00001000"}, {disk, 6, "120080", 0, "052400"},
-        {{1, 3}, 16, cap16, 12, "007ffffffffffffe00000200"}, {disk, 16, "9e11", 0, "052400"},
-        {{1, 0}, 10, "25", 8, "ffffffff00000200"},           {tape, 10, "25", 0, "052000"},
-        {{1, 1}, 10, "25", 8, "fffffffe00000200"},           {disk, 5, "88", 0, "052400"},
-        {{1, 2}, 10, "25", 8, "3fffffff00001000"},           {disk, 0, "", 0, "052400"},
-        {{1, 3}, 10, "25", 8, "ffffffff00000200"},           {disk, 6, "ff", 0, "052000"},
-        {disk, 10, "2800000007ff000001", 512, "00"},         {disk, 16, "8800ffffffffffffffff00000001", 0, "052100"},
+        {disk, 6, "12010000ff", 7, "00000003008083"},
+        {disk, 6, "00", 0, ""},
+        {disk, 6, "12018300ff", 16, "0083000c0103000830"},
+        {missing, 6, "00", 0, "052500"},
+        {disk, 12, "a0000000000000000008", 8, "00000028"},
+        {nested, 6, "00", 0, "052500"},
+        {disk, 12, "a00001000000000001", 8, "00000000"},
+        {missing, 6, "12000000ff", 36, "7f"},
+        {disk, 16, cap16, 12, "00000000000007ff00000200"},
+        {tape, 6, "1200000005", 5, "010006121f"},
+        {{1, 0}, 16, cap16, 12, "00000000ffffffff00000200"},
+        {disk, 10, "25", 8, "000007ff00000200"},
+        {{1, 1}, 16, cap16, 12, "00000000fffffffe00000200"},
+        {disk, 6, "1201b0", 0, "052400"},
+        {{1, 2}, 16, cap16, 12, "000000003fffffff00001000"},
+        {disk, 6, "120080", 0, "052400"},
+        {{1, 3}, 16, cap16, 12, "007ffffffffffffe00000200"},
+        {disk, 16, "9e11", 0, "052400"},
+        {{1, 0}, 10, "25", 8, "ffffffff00000200"},
+        {tape, 10, "25", 0, "052000"},
+        {{1, 1}, 10, "25", 8, "fffffffe00000200"},
+        {disk, 5, "88", 0, "052400"},
+        {{1, 2}, 10, "25", 8, "3fffffff00001000"},
+        {disk, 0, "", 0, "052400"},
+        {{1, 3}, 10, "25", 8, "ffffffff00000200"},
+        {disk, 6, "ff", 0, "052000"},
+        {disk, 10, "2800000007ff000001", 512, "00"},
+        {disk, 16, "8800ffffffffffffffff00000001", 0, "052100"},
         {disk, 10, "2800000007ff000002", 0, "052100"},
+        {{0, 1}, 10, "25", 0, "023a00"},
+        {{0, 1}, 6, "00", 0, "023a00"},
+        {{0, 2}, 10, "25", 8, "0000000100000200"},
+        {{0, 2}, 6, "1200000001", 1, "a1"},
+        {{0, 1}, 6, "1200000001", 1, "00"},
     };
     std::string data;
     for (const auto &[at, cdb_length, cdb, size, digits] : cases) {
@@ -193,7 +213,9 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
         EXPECT_EQ(good ? data.substr(0, answer.size()) : sense.substr(2, 1) + sense.substr(12, 2), answer);
     }
     EXPECT_EQ(scsi(missing, 12, "a00000000000000001", data), 0U);
-    EXPECT_EQ(data.substr(0, moved), from_hex("0000001800000000000100020003000400050000000000004105000000000000"));
+    EXPECT_EQ(data.substr(0, moved),
+              from_hex("00000028000000000005000000000000410500000000000000010002000300040001000000000000"
+                       "0002000000000000"));
     EXPECT_EQ(scsi(missing, 6, "03000000ff", data), 0U);
     EXPECT_EQ(data.substr(0, moved), from_hex("700005000000000a00000000250000000000"));
     EXPECT_EQ(scsi({2, 0}, 6, "00", data), VARNOK_STATUS_NOT_FOUND);

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <langinfo.h>
 
+#include "capture.h"
 #include "document.h"
 #include "ending.h"
 #include "inventory.h"
@@ -34,12 +35,16 @@ struct command {
     const char *help;
     unsigned accepts;
     unsigned needs;
-    const ctl::kind *kind; // null for the whole tree
+    const ctl::kind *kind; // null for the whole host
+    ctl::json (*document)(const ctl::host &) = nullptr;
+    bool has_text = true; // else the document is all that it shows
 };
 
+constexpr unsigned whole_host = ctl::need_portals | ctl::need_sessions | ctl::need_luns;
+
 constexpr command commands[] = {
-    {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes,
-     ctl::need_portals | ctl::need_sessions | ctl::need_luns, nullptr},
+    {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes, whole_host, nullptr,
+     ctl::tree_document},
     {"ports", "List the adapter ports", port | details, ctl::need_ports, &ctl::port_kind},
     {"portals", "List the ports' iSCSI portals", port, ctl::need_portals, &ctl::portal_kind},
     {"sessions", "List the iSCSI sessions", port | target | details, ctl::need_sessions,
@@ -48,6 +53,8 @@ constexpr command commands[] = {
      &ctl::target_kind},
     {"luns", "List the LUNs behind the targets", port | target | bytes | details, ctl::need_luns,
      &ctl::lun_kind},
+    {"capture", "Write the host as a scenario for varnok-host", port, whole_host, nullptr,
+     ctl::capture_document, false},
 };
 
 constexpr const char *description =
@@ -109,13 +116,23 @@ void note_missing_target(ctl::host &host, const ctl::request &ask)
                              VARNOK_STATUS_SUCCESS, ask.port, ask.target});
 }
 
+void print_document(const command &command, const ctl::host &host, const options &options)
+{
+    print(command.kind != nullptr ? ctl::listing_document(host, *command.kind)
+                                  : command.document(host),
+          options);
+}
+
 void print_text(const command &command, const ctl::host &host, const options &options)
 {
-    if (host.ports.empty() && host.failures.empty())
+    const bool answered = !host.ports.empty() || host.failures.empty();
+    if (!command.has_text && answered)
+        print_document(command, host, options);
+    else if (host.ports.empty() && host.failures.empty())
         fmt::print("no adapters found\n");
     else if (command.kind != nullptr)
         fmt::print("{}", ctl::listing_text(host, *command.kind, options.style));
-    else if (!host.ports.empty())
+    else if (answered)
         fmt::print("{}", ctl::tree_text(host, options.style));
     complain(host.failures);
 }
@@ -126,12 +143,10 @@ int show(const command &command, const options &options)
     ask.needs = command.needs;
     ctl::host host = ctl::read_host(ask);
     note_missing_target(host, ask);
-    if (!options.json)
-        print_text(command, host, options);
-    else if (command.kind != nullptr)
-        print(ctl::listing_document(host, *command.kind), options);
+    if (options.json)
+        print_document(command, host, options);
     else
-        print(ctl::tree_document(host), options);
+        print_text(command, host, options);
     return ctl::ending_of(host);
 }
 

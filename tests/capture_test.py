@@ -1,0 +1,74 @@
+"""A host that varnokctl captured shows itself again: capture_test.py SOURCE_DIR BIN_DIR"""
+
+import json
+
+import jsonschema
+
+from tools_support import FAULT, LAB, SOURCE, ToolCase, main, on_host
+
+VALIDATOR = jsonschema.Draft202012Validator(json.loads((SOURCE / "varnokctl/schema/varnok-1.json").read_text()))
+SHOWN = [["tree"], ["tree", "--json"], *([command, *flags] for command in ["ports", "portals", "sessions", "targets", "luns"]
+                                         for flags in ([], ["--json"])), ["luns", "--bytes"], ["capture"]]
+MOST = 2**64 - 1
+ESCAPES = "\u001b[2J\"\\\u202e"
+BROKEN = [105, 113, 110, 255, 27, 92, 128]
+LUNS = [{"lun": 300, "size": 0}, {"lun": 7, "size": MOST, "block_size": 1}, {"lun": "0x4005000000000000", "size": 512},
+        {"lun": "0x0001000200030004", "device_type": 0x7F}, {"lun": "0xd200012c00000000", "size": 1000, "block_size": 8},
+        {"lun": 0, "device_type": 5}, {"lun": 1, "device_type": 1, "size": "1 TiB", "vendor": [255] * 8, "product": "x" * 16},
+        {"lun": 2, "device_type": 0x20, "size": "4 MiB", "block_size": 4096, "product": " a\u0000b", "revision": ESCAPES[:4]}]
+SESSIONS = [{"sess_num": 77, "sess_unique": MOST, "cid": 2**32 - 1, "state": 255, "initial_r2t": 1, "imm_data": 0, "erl": 2,
+             "max_r2t": 9, "first_burst_len": 2**32 - 1, "pdu_inorder": 0, "dataseq_inorder": 0, "tgt_iqn": BROKEN,
+             "init_iqn": "i" * 256, "target": {"iqn": ESCAPES, "isid": "no digits", "ipv4_port": 1}, "luns": LUNS},
+            {"tgt_ipv6addr": "fe80::7", "isid": "00023d0a0b0c", "luns": []},
+            {"tgt_ipv4addr": "0.0.0.0", "luns": [{"repeat": 2100, "size": 512}]}]
+ODD = {"hba_name": ESCAPES, "model_name": "m" * 32, "model_desc": BROKEN, "serial_num": "", "fw_version": "é\u0000z",
+       "mac": "ff:00:ff:00:ff:00", "mtu": 2**32 - 1, "port_state": 7, "port_speed": 1, "pcie_speed": 99, "pcie_width": 12,
+       "mfw_version": "0xff630a00", "chip_rev_id": 2**32 - 1, "domain_num": 65535, "function_num": 7, "port_num": 300,
+       "ipv4addr": "0.0.0.0", "ipv6addr": "::", "ipv6_port": 1, "sessions": SESSIONS}
+
+
+class CaptureTest(ToolCase):
+    def replayed(self, host, status=0):
+        """Captures the host, and compares what the commands show of the two."""
+        first = self.scenario(host)
+        captured = on_host(first, "capture", "--json")
+        self.assertEqual((captured.returncode, captured.stderr), (status, ""))
+        self.assertEqual(on_host(first, "capture").stdout, captured.stdout)
+        VALIDATOR.validate(json.loads(captured.stdout))
+        second = self.scenario(captured.stdout)
+        for arguments in SHOWN:
+            seen, again = on_host(first, *arguments), on_host(second, *arguments)
+            self.assertEqual(seen.returncode, status, (arguments, seen.stderr))
+            self.assertEqual((seen.returncode, seen.stdout, seen.stderr), (again.returncode, again.stdout, again.stderr))
+        return json.loads(captured.stdout)
+
+    def test_every_driver(self):
+        for driver, other in ("rovani", "dxo"), ("tepli", "pelt"), ("pelt", "tepli"), ("dxo", "rovani"):
+            with self.subTest(driver):
+                ports = [ODD, {"repeat": 2, "pcie_width": 32, "port_speed": 50000, "port_state": 1, "sessions": [{"repeat": 3}]}]
+                self.replayed({"ports": [{"driver": driver, **port} for port in ports] + [{"driver": other}]})
+
+    def test_other_hosts(self):
+        lab = json.loads(LAB.read_text())
+        own_names = [{"driver": driver, "driver_name": "", "sessions": [{}]} for driver in ("rovani", "pelt")]
+        for host in lab, {"drivers": ["tepli"]}, {"ports": own_names}:
+            self.assertNotIn("faults", self.replayed(host))
+
+    def test_failures(self):
+        lab = json.loads(LAB.read_text())
+        for fails in ({"status": 6}, {"errno": "ENXIO"}):
+            for first, fault in (lab, FAULT), ({"ports": lab["ports"][3:]}, {**FAULT, "instance": 0}):
+                captured = self.replayed({**first, "faults": [{**fault, **fails}]}, status=3)
+                self.assertEqual(captured["faults"], [{**fault, **({"errno": "EIO"} if "errno" in fails else fails)}])
+        scsi = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "nth": 8, "status": 12}
+        partial = on_host(self.scenario({**lab, "faults": [scsi]}), "capture")
+        document = json.loads(partial.stdout)
+        VALIDATOR.validate(document)
+        self.assertEqual((partial.returncode, document["complete"]), (3, False))
+        self.assertIn("VARNOK_GetLunInfo, port 0, target 0", partial.stderr)
+        refused = on_host(self.scenario({"host": {"euid": 1}}), "capture")
+        self.assertEqual((refused.returncode, refused.stdout), (4, ""))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,302 @@
+#include "capture.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string_view>
+
+#include <fmt/format.h>
+
+#include "document.h"
+#include "lun_address.h"
+
+namespace ctl
+{
+namespace
+{
+
+// A code of the library's records and the driver's number that it stands for.
+struct code {
+    uint32_t reported, driver;
+};
+
+constexpr code pcie_speeds[] = {
+    {VARNOK_PCIE_SPEED_2_5GT, 20}, {VARNOK_PCIE_SPEED_5_0GT, 21}, {VARNOK_PCIE_SPEED_8_0GT, 22}};
+
+constexpr code pcie_widths[] = {{VARNOK_PCIE_WIDTH_X1, 1},   {VARNOK_PCIE_WIDTH_X2, 2},
+                                {VARNOK_PCIE_WIDTH_X4, 4},   {VARNOK_PCIE_WIDTH_X8, 8},
+                                {VARNOK_PCIE_WIDTH_X16, 16}, {VARNOK_PCIE_WIDTH_X32, 32}};
+
+constexpr code port_states[] = {
+    {VARNOK_PORT_STATE_0, 0}, {VARNOK_PORT_STATE_1, 1}, {VARNOK_PORT_STATE_OTHER, 2}};
+
+constexpr code port_speeds[] = {{VARNOK_PORT_SPEED_10G, 10000},
+                                {VARNOK_PORT_SPEED_20G, 20000},
+                                {VARNOK_PORT_SPEED_25G, 25000},
+                                {VARNOK_PORT_SPEED_40G, 40000},
+                                {VARNOK_PORT_SPEED_50G, 50000}};
+
+// 0 when the library could not tell either.
+uint32_t driver_code(std::span<const code> codes, uint32_t reported)
+{
+    const auto found = std::ranges::find(codes, reported, &code::reported);
+    return found == codes.end() ? 0 : found->driver;
+}
+
+// As a text when it can be shown as it is, else as its bytes.
+json text(std::span<const uint8_t> field)
+{
+    std::string shown = field_text(field, {.utf8 = true});
+    if (shown.find('\\') == std::string::npos)
+        return shown;
+    return json(std::vector<uint8_t>(field.begin(), std::ranges::find(field, 0)));
+}
+
+// JSON readers may lose digits of larger numbers.
+json number(uint64_t value, const char *large_format)
+{
+    constexpr uint64_t safe = 1ULL << 53;
+    return value <= safe ? json(value) : json(fmt::format(fmt::runtime(large_format), value));
+}
+
+template <size_t Size>
+std::string ip(const uint8_t (&address)[Size])
+{
+    const std::string text = ip_address(std::span<const uint8_t, Size>(address));
+    return !text.empty() ? text : Size == 4 ? "0.0.0.0" : "::";
+}
+
+// The management firmware's version, four decimal numbers of a byte each.
+uint32_t version_number(std::span<const uint8_t> field)
+{
+    uint32_t version = 0;
+    uint32_t part = 0;
+    for (const char c : field_text(field, {})) {
+        part = c == '.' ? 0 : part * 10 + static_cast<uint32_t>(c - '0');
+        version = c == '.' ? version << 8 : (version & ~0xFFU) | (part & 0xFFU);
+    }
+    return version;
+}
+
+json lun_object(const VARNOK_LUN_INFO &lun)
+{
+    constexpr uint64_t block_size = 512;
+    json object = json::object();
+    const lun_form form = lun_form_of(lun.ScsiLunNum, lun.ScsiLunNumExt);
+    const auto plain =
+        form.number ? parse_lun(fmt::to_string(*form.number)) : std::optional<lun_levels>();
+    if (plain && plain->levels_1_and_2 == lun.ScsiLunNum && plain->levels_3_and_4 == 0 &&
+        lun.ScsiLunNumExt == 0)
+        object["lun"] = *form.number;
+    else
+        object["lun"] = "0x" + lun_bytes(lun.ScsiLunNum, lun.ScsiLunNumExt);
+    object["size"] = number(lun.Capacity, "{} B");
+    if (lun.Capacity % block_size != 0)
+        object["block_size"] = 1;
+    if (lun.DeviceType != 0)
+        object["device_type"] = lun.DeviceType;
+    object["vendor"] = text(std::span(lun.VendorName).first(8));
+    object["product"] = text(std::span(lun.ProductName).first(16));
+    object["revision"] = text(std::span(lun.ProductRevision).first(4));
+    return object;
+}
+
+// A scenario holds a LUN once. A target may count more LUNs than are ever listed: the rest go
+// after them.
+json lun_array(const target &target)
+{
+    constexpr size_t most_listed = 2047;
+    json array = json::array();
+    std::set<std::pair<uint32_t, uint32_t>> seen;
+    for (const VARNOK_LUN_INFO &lun : target.luns)
+        if (seen.emplace(+lun.ScsiLunNum, +lun.ScsiLunNumExt).second)
+            array.push_back(lun_object(lun));
+    if (array.size() == most_listed && target.info.LunCount > most_listed)
+        array.push_back({{"repeat", target.info.LunCount - most_listed}});
+    return array;
+}
+
+void put_session(json &object, const VARNOK_SESS_INFO &info)
+{
+    object["sess_num"] = +info.SessionNum;
+    object["sess_unique"] = number(info.SessionUnique, "{:#x}");
+    object["state"] = +info.SessionState;
+    object["init_iqn"] = text(info.InitiatorName);
+    object["init_ipv4addr"] = ip(info.InitIPv4Addr);
+    object["init_ipv4_port"] = +info.InitIPv4PortNum;
+    object["init_ipv6addr"] = ip(info.InitIPv6Addr);
+    object["init_ipv6_port"] = +info.InitIPv6PortNum;
+    object["tgt_iqn"] = text(info.TargetName);
+    object["tgt_ipv4addr"] = ip(info.TgtIPv4Addr);
+    object["tgt_ipv4_port"] = +info.TgtIPv4PortNum;
+    object["tgt_ipv6addr"] = ip(info.TgtIPv6Addr);
+    object["tgt_ipv6_port"] = +info.TgtIPv6PortNum;
+    object["initial_r2t"] = +info.InitialR2T;
+    object["imm_data"] = +info.ImmediateData;
+    object["dataseq_inorder"] = +info.DataSequenceInOrder;
+    object["pdu_inorder"] = +info.DataPDUInOrder;
+    object["max_r2t"] = +info.MaxOutstandingR2T;
+    object["first_burst_len"] = +info.FirstBurstLength;
+    object["erl"] = +info.ErrorRecoveryLevel;
+    object["cid"] = +info.ConnID;
+}
+
+json target_object(const VARNOK_TGT_INFO &info)
+{
+    return {{"iqn", text(info.TargetName)}, {"mac", hex_bytes(info.MAC, ":")},
+            {"isid", hex_bytes(info.Isid)}, {"ipv4addr", ip(info.IPv4Addr)},
+            {"ipv4_port", +info.IPv4Port},  {"ipv6addr", ip(info.IPv6Addr)},
+            {"ipv6_port", +info.IPv6Port}};
+}
+
+json session_array(const port &port)
+{
+    json array = json::array();
+    for (size_t k = 0; k < std::max(port.sessions.size(), port.targets.size()); k++) {
+        json object = json::object();
+        if (k < port.sessions.size())
+            put_session(object, port.sessions[k].info);
+        object["luns"] = json::array();
+        if (k < port.targets.size()) {
+            object["target"] = target_object(port.targets[k].info);
+            object["luns"] = lun_array(port.targets[k]);
+        }
+        array.push_back(object);
+    }
+    return array;
+}
+
+void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
+{
+    object["hba_name"] = text(info.HbaName);
+    object["model_name"] = text(info.ModelName);
+    object["model_desc"] = text(info.ModelDesc);
+    object["serial_num"] = text(info.SerialNum);
+    object["driver_name"] = text(info.DriverName);
+    object["driver_version"] = text(info.DriverVersion);
+    object["driver_date"] = text(info.DriverDate);
+    object["fw_version"] = text(info.FWVersion);
+    if (info.MFWVersion[0] != 0)
+        object["mfw_version"] = version_number(info.MFWVersion);
+    object["mac"] = hex_bytes(info.MAC, ":");
+    object["mtu"] = +info.MTU;
+    object["port_state"] = driver_code(port_states, info.PortState);
+    object["port_speed"] = driver_code(port_speeds, info.PortSpeed);
+    object["session_cnt"] = +info.SessCount;
+    object["vendor_id"] = fmt::format("0x{:04x}", +info.VendorID);
+    object["device_id"] = fmt::format("0x{:04x}", +info.DeviceID);
+    object["subvendor_id"] = fmt::format("0x{:04x}", +info.SubVendorID);
+    object["subsystem_id"] = fmt::format("0x{:04x}", +info.SubSystemID);
+    object["domain_num"] = +info.PciDomainNum;
+    object["bus_num"] = +info.PciBusNum;
+    object["device_num"] = +info.PciDeviceNum;
+    object["function_num"] = +info.PciFunctionNum;
+    object["revision"] = +info.PciRevision;
+    object["port_num"] = +info.PhyPortNum;
+    object["pcie_speed"] = driver_code(pcie_speeds, info.PCIESpeed);
+    object["pcie_width"] = driver_code(pcie_widths, info.PCIEWidth);
+    object["chip_rev_id"] = +info.ChipRevId;
+}
+
+void put_portal(json &object, const VARNOK_ISCSI_PORTAL &portal)
+{
+    object["ipv4addr"] = ip(portal.IPv4Addr);
+    object["ipv4_port"] = +portal.IPv4PortNum;
+    object["ipv6addr"] = ip(portal.IPv6Addr);
+    object["ipv6_port"] = +portal.IPv6PortNum;
+}
+
+// Native and legacy driver of the older family and of the newer generation, in the order in which
+// the library numbers their ports.
+constexpr std::array<std::string_view, 4> drivers = {"rovani", "tepli", "pelt", "dxo"};
+constexpr size_t older = 0, newer = 2, legacy = 1;
+
+// Only adapters of the newer generation tell the version of their management firmware.
+size_t family_of(const VARNOK_PHY_PORT_INFO &info)
+{
+    return info.MFWVersion[0] != 0 ? newer : older;
+}
+
+// A family has one driver on a host: the native one unless ports name the other. The family of a
+// port that could not be read is that of the port before it, or of the first readable one.
+class driver_finder
+{
+  public:
+    explicit driver_finder(const host &host)
+    {
+        for (const port &port : host.ports) {
+            if (!port.info)
+                continue;
+            const size_t family = family_of(*port.info);
+            family_ = known_ ? family_ : family;
+            known_ = true;
+            if (field_text(port.info->DriverName, {}) == drivers[family + legacy])
+                driver_[family] = family + legacy;
+        }
+    }
+
+    size_t next(const port &port)
+    {
+        if (port.info)
+            family_ = family_of(*port.info);
+        return driver_[family_];
+    }
+
+  private:
+    bool known_ = false;
+    size_t family_ = newer;
+    std::array<size_t, newer + 1> driver_ = {older, older, newer};
+};
+
+// What makes a port fail as it did: with its driver's status, or with none.
+json fault_of(const failure &failure, size_t driver, uint32_t instance)
+{
+    constexpr uint32_t asked_after_loading = 2, for_ever = 0;
+    json fault = {{"driver", drivers[driver]},
+                  {"request", "port_info"},
+                  {"instance", instance},
+                  {"nth", asked_after_loading},
+                  {"times", for_ever}};
+    if (failure.status >= VARNOK_STATUS_FAILED && failure.status <= VARNOK_STATUS_DRIVER_13 &&
+        failure.status != VARNOK_STATUS_DRIVER_FAILED)
+        fault["status"] = failure.status - VARNOK_STATUS_FAILED + 1;
+    else
+        fault["errno"] = "EIO";
+    return fault;
+}
+
+} // namespace
+
+json capture_document(const host &host)
+{
+    json document = new_document("capture");
+    json ports = json::array();
+    json faults = json::array();
+    std::array<uint32_t, drivers.size()> instances{};
+    driver_finder finder(host);
+    for (const port &port : host.ports) {
+        const size_t driver = finder.next(port);
+        json object = {{"driver", drivers[driver]}};
+        const uint32_t instance = instances[driver]++;
+        const auto failed = [&](const failure &f) { return f.port == port.instance; };
+        const auto failure = std::ranges::find_if(host.failures, failed);
+        if (port.info)
+            put_port(object, *port.info);
+        else if (failure != host.failures.end())
+            faults.push_back(fault_of(*failure, driver, instance));
+        if (port.portal)
+            put_portal(object, *port.portal);
+        object["sessions"] = session_array(port);
+        ports.push_back(object);
+    }
+    // A driver that is there without ports makes a host without adapters.
+    if (ports.empty())
+        document["drivers"] = {drivers.front()};
+    document["ports"] = ports;
+    if (!faults.empty())
+        document["faults"] = faults;
+    finish(document, host.failures);
+    return document;
+}
+
+} // namespace ctl
