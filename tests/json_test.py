@@ -63,6 +63,13 @@ class JsonTest(ToolCase):
                 document = self.document(self.scenario(host), command)
                 self.assertEqual(document["ports" if command == "tree" else command], [])
 
+    def test_wrong_usage(self):
+        for arguments in ["lunes"], ["luns", "--port", "x"], ["scsi", "--in", "8", "tur"], ["luns", "\xff\x1b\n"], []:
+            result = on_host(LAB, *arguments, "--json")
+            self.assertEqual((result.returncode, result.stderr), (2, ""))
+            VALIDATOR.validate(json.loads(result.stdout))
+            self.assertEqual(json.loads(result.stdout)["failures"][0]["name"], "wrong usage")
+
     def test_large_numbers_are_decimal_strings(self):
         most = 2**64 - 1
         path = self.scenario({"ports": [{"driver": "dxo", "sessions": [

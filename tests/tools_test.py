@@ -24,6 +24,7 @@ class ToolsTest(ToolCase):
         endings = [
             (0, "no_adapters", {"drivers": ["rovani"]}, ["ports"]),
             (0, "help", lab, ["--help"]),
+            (1, "scsi_without_adapters", {"drivers": ["rovani"]}, ["scsi", "-p", "0", "-t", "0", "-l", "0", "tur"]),
             (1, "no_such_port", lab, ["luns", "--port", "9"]),
             (1, "no_such_target", lab, ["luns", "--target", "7"]),
             (1, "no_lun_answers", {**lab, "faults": [luns_fail]}, ["luns", "--port", "0"]),
@@ -64,7 +65,8 @@ class ToolsTest(ToolCase):
                  (0, [*lun, "300", "--in", "300", "--", *"12 0 0 1 2c 0".split()]),
                  (0, [*lun, "0x412c000000000000", "tur"]),
                  (1, [*lun, "1", "tur"]), (1, [*disk, "--", "ff"]), (1, [*disk, "--in", "8", "--", "88", *["ff"] * 15]),
-                 (2, [*disk, "--out", block, "--", *write]), (0, [*disk, "--out", block, "--yes", "--", *write]),
+                 (2, [*disk, "--out", block, "--", *write]), (2, [*disk, "--", "93", *["0"] * 15]),
+                 (0, [*disk, "--out", block, "--yes", "--", *write]),
                  (0, [*disk, "--in", "512", "--save", saved, "--", *read]),
                  (1, [*disk, "--in", "16", "--save", folder / "no/file", "--", *read]),
                  (2, [*disk, "--save", saved, "tur"]), (2, [*disk, "--in", "8", "inquiry"]), (2, [*lun, "16384", "tur"]),

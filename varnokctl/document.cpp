@@ -110,6 +110,21 @@ json version_document(const char *tool_version)
     return document;
 }
 
+json usage_document(std::string_view what_is_wrong)
+{
+    const auto *const bytes = reinterpret_cast<const uint8_t *>(what_is_wrong.data());
+    json document = new_document("usage");
+    document["complete"] = false;
+    document["failures"] = json::array({{{"call", "varnokctl"},
+                                         {"port", nullptr},
+                                         {"target", nullptr},
+                                         {"status", 0},
+                                         {"name", "wrong usage"},
+                                         {"meaning", field_text({bytes, what_is_wrong.size()}, {})},
+                                         {"next", "see 'varnokctl --help'"}}});
+    return document;
+}
+
 void finish(json &document, const std::vector<failure> &failures)
 {
     document["complete"] = failures.empty();

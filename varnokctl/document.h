@@ -12,6 +12,7 @@ json new_document(const char *command);
 json listing_document(const host &host, const kind &kind);
 json tree_document(const host &host);
 json version_document(const char *tool_version);
+json usage_document(std::string_view what_is_wrong);
 
 // Notes the failures, and that the document is complete when there are none.
 void finish(json &document, const std::vector<failure> &failures);

@@ -1,7 +1,9 @@
 // varnokctl - shows a host's iSCSI offload adapters.
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <exception>
+#include <span>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -162,6 +164,20 @@ int show_scsi(const ctl::scsi_options &scsi, const options &options)
     return ctl::ending_of({{}, result.failures});
 }
 
+// Help was asked for, or the command line is wrong.
+int end_early(const CLI::App &app, const CLI::ParseError &error, std::span<char *> arguments)
+{
+    const auto is_json = [](const char *argument) {
+        return std::string_view(argument) == "--json";
+    };
+    const bool wrong = error.get_exit_code() != 0;
+    if (wrong && std::ranges::any_of(arguments, is_json))
+        print(ctl::usage_document(error.what()), {});
+    else
+        app.exit(error);
+    return wrong ? ctl::usage : ctl::all_well;
+}
+
 int run(int argc, char **argv)
 {
     std::setlocale(LC_CTYPE, "");
@@ -186,7 +202,7 @@ int run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? ctl::all_well : ctl::usage;
+        return end_early(app, error, std::span(argv, static_cast<size_t>(argc)));
     }
 
     options.style.utf8 = !options.ascii && std::string(nl_langinfo(CODESET)) == "UTF-8";

@@ -55,6 +55,13 @@ constexpr const char *footer =
     "and --in shows its whole length, with zeros after what the device sent.\n\n"
     "  varnokctl scsi --port 0 --target 0 --lun 0 --in 255 -- 12 00 00 00 ff 00";
 
+// Commands that change a medium, some of them without data from here: FORMAT UNIT, SANITIZE, UNMAP,
+// EXTENDED COPY, and all that write, erase or mark.
+constexpr uint8_t changing[] = {
+    0x04, 0x0A, 0x10, 0x19, 0x2A, 0x2C, 0x2E, 0x3B, 0x3F, 0x41, 0x42, 0x48, 0x80,
+    0x83, 0x89, 0x8A, 0x8B, 0x8D, 0x8E, 0x93, 0x9A, 0x9C, 0x9F, 0xAA, 0xAC, 0xAE,
+};
+
 [[noreturn]] void wrong(const std::string &what) { throw CLI::ValidationError("scsi", what); }
 
 uint8_t cdb_byte(const std::string &word)
@@ -94,10 +101,12 @@ void take_data(scsi_options &options)
         request.direction = VARNOK_SCSI_DATA_IN;
         request.data.resize(*options.in);
     }
+    const bool writes = !options.out_file.empty() ||
+                        std::ranges::find(changing, request.cdb[0]) != std::end(changing);
+    if (writes && !options.yes)
+        wrong("the command writes to the device; confirm it with --yes");
     if (options.out_file.empty())
         return;
-    if (!options.yes)
-        wrong("--out writes to the device; confirm it with --yes");
     request.direction = VARNOK_SCSI_DATA_OUT;
     std::ifstream file(options.out_file, std::ios::binary);
     char byte = 0;

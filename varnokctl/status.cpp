@@ -39,6 +39,8 @@ constexpr status_word statuses[] = {
               "VARNOK_API_DEBUG=4 to see what is missing"),
     STATUS_OF("VARNOK_OpenAdapter", NOT_FOUND, "there is no such port",
               "see the ports with 'varnokctl ports'"),
+    STATUS_OF("VARNOK_OpenAdapter", FAILED, "this host has no adapters",
+              "load an adapter's driver; 'varnokctl ports' shows what is there"),
     STATUS_OF("VARNOK_SendScsiCommand", SUCCESS, "the device refused the command",
               "see its sense data"),
     STATUS_OF("VARNOK_SendScsiCommand", INVALID_PARAMETER,
