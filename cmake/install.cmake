@@ -29,7 +29,7 @@ install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev
         FILES_MATCHING PATTERN "*.3")
 install(FILES examples/inventory.c examples/inventory.cpp examples/inventory.py examples/lab.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
-install(FILES README.md docs/scenario.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 if(TARGET varnokctl)
     set_target_properties(varnokctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")

@@ -40,7 +40,7 @@ fs::path preload_object()
     return {};
 }
 
-// A start to write one's own from: docs/scenario.md has the rest.
+// A start to write one's own from: varnok-scenario(5) has the rest.
 constexpr const char *example = R"({
   // A host with an older-family adapter on its native driver and a newer one on its legacy driver. What is not said
   // has a default, a port can be as short as the last one.
