@@ -36,6 +36,11 @@ if(TARGET varnokctl)
     install(TARGETS varnokctl varnok-host
             RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     install(TARGETS varnok-hostsim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)
+    install(FILES man/varnokctl.1 man/varnok-host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES man/varnok-scenario.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT tools)
+    install(FILES completion/varnokctl completion/varnok-host
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    install(FILES varnokctl/schema/varnok-1.json DESTINATION ${CMAKE_INSTALL_DATADIR}/varnok COMPONENT tools)
 endif()
 
 set(CPACK_GENERATOR DEB)

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -14,6 +15,20 @@ find_package(varnok 5 REQUIRED)
 add_executable(inventory inventory.c)
 target_link_libraries(inventory varnok::varnok)
 """
+COMPLETE = """exec 2>&1
+. "$1"; tool=${1##*/}; COMP_WORDS=("${@:3}"); COMP_CWORD=$(($# - 3))
+"_${tool//-/_}" "$2"; echo "${COMPREPLY[*]}"
+"""
+PACKAGES = {
+    "libvarnok5": ["libvarnok.so.5.0.2"],
+    "libvarnok-dev": ["usr/include/varnok_mgmt.h", "pkgconfig/varnok.pc", "cmake/varnok/varnok-config.cmake",
+                      "share/doc/varnok/README.md", "share/doc/varnok/examples/lab.json"],
+    "varnok-tools": ["usr/bin/varnokctl", "usr/bin/varnok-host", "varnok-hostsim.so", "share/varnok/varnok-1.json",
+                     "bash-completion/completions/varnokctl", "bash-completion/completions/varnok-host"],
+}
+for manual in (SOURCE / "man").iterdir():
+    section = manual.suffix[1:]
+    PACKAGES["libvarnok-dev" if section == "3" else "varnok-tools"].append(f"share/man/man{section}/{manual.name}")
 
 
 def run(*command, **environment):
@@ -39,7 +54,7 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(output.splitlines()[0], first)
 
     def test_pkg_config(self):
-        flags = run("pkg-config", "--cflags", "--libs", "varnok", PKG_CONFIG_PATH=str(self.libdir / "pkgconfig")).split()
+        flags = run("pkg-config", "--cflags", "--libs", "varnok", PKG_CONFIG_PATH=self.libdir / "pkgconfig").split()
         program = self.prefix / "with-pkg-config"
         run(CC, self.example / "inventory.c", "-o", program, *flags)
         self.inventory(program)
@@ -58,19 +73,47 @@ class InstallTest(unittest.TestCase):
         flags = ["-I", self.prefix / "include", "-L", self.libdir, "-lvarnok"]
         run(CXX, "-std=c++17", self.example / "inventory.cpp", "-o", program, *flags)
         self.inventory(program, first="iqn.2012-04.com.example:array-1.a")
-        self.inventory(sys.executable, self.example / "inventory.py", first="vmhba64, MH2120-2I, MH21A40718, 2 sessions")
+        example = self.example / "inventory.py"
+        self.inventory(sys.executable, example, first="vmhba64, MH2120-2I, MH21A40718, 2 sessions")
 
     def test_debian_packages(self):
         with tempfile.TemporaryDirectory() as folder:
             run("cpack", "--config", pathlib.Path(BUILD) / "CPackConfig.cmake", "-B", folder)
             contents = {package.name.split("_")[0]: run("dpkg-deb", "--contents", package)
                         for package in pathlib.Path(folder).glob("*.deb")}
-        holds = {"libvarnok5": "/libvarnok.so.5.0.2", "libvarnok-dev": "/usr/include/varnok_mgmt.h",
-                 "varnok-tools": "/usr/bin/varnokctl"}
-        self.assertEqual(set(contents), set(holds))
+        self.assertEqual(set(contents), set(PACKAGES))
         for package, text in contents.items():
-            for owner, file in holds.items():
-                self.assertEqual(f"{file}\n" in text, owner == package, (package, file))
+            for owner, files in PACKAGES.items():
+                for file in files:
+                    self.assertEqual(f"/{file}\n" in text, owner == package, (package, file))
+
+    def complete(self, tool, *words):
+        script = self.prefix / "share/bash-completion/completions" / tool
+        return run(self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--",
+                   "bash", "-c", COMPLETE, "bash", script, self.prefix / "bin" / tool, tool, *words, VARNOK_API_DEBUG="6")
+
+    def test_completion_knows_the_host(self):
+        for command, expected in [("varnokctl ports --port", "0 1 2 3 4"), ("varnokctl tree -p = 0 -t", "0 1"),
+                                  ("varnokctl scsi --target 0 --port 2 --lun", "0 1 300"),
+                                  ("varnokctl luns -p 9 -t", ""), ("varnokctl scsi --in 4 --", ""),
+                                  ("varnok-host run --driver", "rovani tepli pelt dxo")]:
+            self.assertEqual(self.complete(*command.split(), ""), expected + "\n", command)
+
+    def test_manuals_and_completion_have_what_help_has(self):
+        options_of = re.compile(r"(?<![\w-])--?[a-z]+").findall
+        for tool, statuses in [("varnokctl", 5), ("varnok-host", 0)]:
+            manual = " ".join((SOURCE / f"man/{tool}.1").read_text().replace("\\-", "-").split())
+            text = run(self.prefix / "bin" / tool, "--help")
+            commands = re.findall("^  ([a-z]+)  ", text, re.M)
+            self.assertLess({"run", "check"} if statuses == 0 else {"tree", "scsi"}, set(commands))
+            self.assertLessEqual(set(commands), set(self.complete(tool, "").split()))
+            for command in commands:
+                options = set(options_of(run(self.prefix / "bin" / tool, command, "--help")))
+                self.assertLessEqual({command} | options, set(manual.split()) | set(options_of(manual)))
+                completed = set(self.complete(tool, command, "-").split())
+                self.assertLessEqual({option for option in options if option.startswith("--")}, completed)
+            endings = re.findall(r"^  (\d)  (.+)", text, re.M)
+            self.assertEqual([f"{number} T{{ {words} T}}" in manual for number, words in endings], [True] * statuses)
 
     def test_the_tool_runs_from_where_it_lies(self):
         host = [self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--"]
