@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <new>
 
+#include <fmt/format.h>
+
 #include "library.h"
+#include "text.h"
 
 namespace ctl
 {
@@ -62,7 +65,7 @@ try {
 class reader
 {
   public:
-    reader(const request &ask, host &host) : ask_(ask), host_(host) {}
+    reader(const request &ask, host &host, progress &line) : ask_(ask), host_(host), line_(line) {}
 
     void read_ports(uint32_t count)
     {
@@ -149,12 +152,18 @@ class reader
             return VARNOK_GetTgtInfo(handle, count, array);
         };
         good("VARNOK_GetTgtInfo", read_list(list, 0, query), port.instance);
+        size_t place = 0;
         for (const VARNOK_TGT_INFO &info : list) {
+            place++;
             if (!wants_target(info.ScsiTgtNum))
                 continue;
             port.targets.push_back({info, {}});
-            if (needs(need_luns))
-                read_luns(port.targets.back(), port.instance, handle);
+            if (!needs(need_luns))
+                continue;
+            line_.show(fmt::format("varnokctl: port {}, target {} of {}, {} read", port.instance,
+                                   place, list.size(), counted(luns_, "LUN")));
+            read_luns(port.targets.back(), port.instance, handle);
+            luns_ += port.targets.back().luns.size();
         }
     }
 
@@ -171,14 +180,16 @@ class reader
 
     const request &ask_;
     host &host_;
+    progress &line_;
+    size_t luns_ = 0; // read so far
 };
 
 } // namespace
 
-host read_host(const request &ask)
+host read_host(const request &ask, progress line)
 {
     host host;
-    reader reader(ask, host);
+    reader reader(ask, host, line);
     const library library;
     if (!reader.good("VARNOK_LoadLibrary", library.status()))
         return host;

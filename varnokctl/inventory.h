@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "model.h"
+#include "progress.h"
 
 namespace ctl
 {
@@ -25,7 +26,8 @@ struct request {
 };
 
 // Loads the library, reads what is asked for and frees the library again. A call that fails is
-// noted in the host's failures; what was read before it is kept.
-host read_host(const request &ask);
+// noted in the host's failures; what was read before it is kept. While LUNs are read, the line
+// tells how far that is; it is gone in the end.
+host read_host(const request &ask, progress line = progress(stderr));
 
 } // namespace ctl

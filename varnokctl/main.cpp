@@ -18,7 +18,7 @@
 #include "scsi_command.h"
 #include "scsi_output.h"
 #include "status.h"
-#include "table.h"
+#include "terminal.h"
 
 namespace
 {
@@ -28,9 +28,10 @@ struct options {
     ctl::style style;
     bool ascii = false;
     bool json = false;
+    bool dot = false;
 };
 
-enum accepts : unsigned { port = 1, target = 2, bytes = 4, details = 8 };
+enum accepts : unsigned { port = 1, target = 2, bytes = 4, details = 8, dot = 16 };
 
 struct command {
     const char *name;
@@ -45,8 +46,8 @@ struct command {
 constexpr unsigned whole_host = ctl::need_portals | ctl::need_sessions | ctl::need_luns;
 
 constexpr command commands[] = {
-    {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes, whole_host, nullptr,
-     ctl::tree_document},
+    {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes | dot, whole_host,
+     nullptr, ctl::tree_document},
     {"ports", "List the adapter ports", port | details, ctl::need_ports, &ctl::port_kind},
     {"portals", "List the ports' iSCSI portals", port, ctl::need_portals, &ctl::portal_kind},
     {"sessions", "List the iSCSI sessions", port | target | details, ctl::need_sessions,
@@ -75,6 +76,10 @@ void add_options(CLI::App &app, const command &command, options &options)
         app.add_flag("-b,--bytes", options.style.bytes, "Show sizes in bytes too");
     if ((command.accepts & details) != 0)
         app.add_flag("-d,--details", options.style.details, "Show every field, a block a record");
+    if ((command.accepts & dot) != 0)
+        app.add_flag("--dot", options.dot,
+                     "Write a picture in Graphviz's language instead: | dot -Tsvg")
+            ->excludes(app.get_option("--json"));
 }
 
 // Every command has these.
@@ -130,6 +135,8 @@ void print_text(const command &command, const ctl::host &host, const options &op
     const bool answered = !host.ports.empty() || host.failures.empty();
     if (!command.has_text && answered)
         print_document(command, host, options);
+    else if (options.dot && answered)
+        fmt::print("{}", ctl::dot_text(host, options.style));
     else if (host.ports.empty() && host.failures.empty())
         fmt::print("no adapters found\n");
     else if (command.kind != nullptr)
@@ -192,8 +199,8 @@ int run(int argc, char **argv)
         options);
     for (const command &command : commands) {
         CLI::App *sub = app.add_subcommand(command.name, command.help);
-        add_options(*sub, command, options);
         add_output_options(*sub, options);
+        add_options(*sub, command, options);
         sub->callback([&chosen, &command] { chosen = &command; });
     }
     ctl::scsi_options scsi_options;

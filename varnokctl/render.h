@@ -11,6 +11,9 @@ namespace ctl
 // The whole host as a tree.
 std::string tree_text(const host &host, const style &style);
 
+// The same in Graphviz's language, from which dot makes a picture.
+std::string dot_text(const host &host, const style &style);
+
 // The records of a kind as a table, or with all their fields.
 std::string listing_text(const host &host, const kind &kind, const style &style);
 

@@ -1,13 +1,7 @@
 #include "table.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdlib>
-#include <cstring>
 #include <numeric>
-
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace ctl
 {
@@ -93,18 +87,6 @@ std::string sheets_text(const std::vector<column> &columns, const std::vector<ro
             text += padded(columns[at].title, width) + std::string(gap) + shown(row[at]) + '\n';
     }
     return text;
-}
-
-size_t output_width()
-{
-    constexpr size_t usual = 80;
-    size_t width = 0;
-    if (const char *columns = std::getenv("COLUMNS"))
-        std::from_chars(columns, columns + std::strlen(columns), width);
-    winsize window{};
-    if (width == 0 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0)
-        width = window.ws_col;
-    return width == 0 ? usual : width;
 }
 
 } // namespace ctl

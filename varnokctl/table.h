@@ -24,7 +24,4 @@ std::string table_text(const std::vector<column> &columns, const std::vector<row
 // The same, a block for each row and a line for each cell.
 std::string sheets_text(const std::vector<column> &columns, const std::vector<row> &rows);
 
-// The width of the terminal, or of what stands in for it.
-size_t output_width();
-
 } // namespace ctl

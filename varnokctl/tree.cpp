@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "lun_address.h"
+#include "facts.h"
 #include "words.h"
 
 namespace ctl
@@ -87,22 +87,6 @@ class printer
     std::string text_;
 };
 
-std::string name_of(const VARNOK_LUN_INFO &lun, const style &style)
-{
-    const std::string vendor = field_text(lun.VendorName, style);
-    const std::string product = field_text(lun.ProductName, style);
-    return vendor + (vendor.empty() || product.empty() ? "" : " ") + product;
-}
-
-std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style)
-{
-    std::string size = size_text(lun.Capacity);
-    if (style.bytes && lun.Capacity >= 1024)
-        size += fmt::format(" ({} B)", +lun.Capacity);
-    return {fmt::format("LUN {}", lun_number(lun.ScsiLunNum, lun.ScsiLunNumExt)),
-            device_type(lun.DeviceType), size, name_of(lun, style)};
-}
-
 // The LUNs of a target stand below each other: their facts take equal widths.
 std::vector<node> lun_nodes(const target &target, const style &style)
 {
@@ -110,7 +94,8 @@ std::vector<node> lun_nodes(const target &target, const style &style)
     std::vector<node> nodes;
     std::vector<size_t> widths;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
-        const node &added = nodes.emplace_back(node{lun_facts(lun, style), {}});
+        node &added = nodes.emplace_back(node{lun_facts(lun, style), {}});
+        added.facts.front().insert(0, "LUN ");
         widths.resize(added.facts.size());
         for (size_t at = 0; at < widths.size(); at++)
             widths[at] = std::max(widths[at], display_width(added.facts[at]));
@@ -123,12 +108,9 @@ std::vector<node> lun_nodes(const target &target, const style &style)
 
 node target_node(const target &target, const port &port, const style &style)
 {
-    const uint32_t number = target.info.ScsiTgtNum;
-    const session *session = session_of(port, number);
-    const cell address =
-        session == nullptr ? target_endpoint(target.info) : target_endpoint(session->info);
-    return {{fmt::format("Target {}", number), field_text(target.info.TargetName, style),
-             address.text, counted(target.info.LunCount, "LUN")},
+    return {{fmt::format("Target {}", +target.info.ScsiTgtNum),
+             field_text(target.info.TargetName, style), target_address(port, target),
+             counted(target.info.LunCount, "LUN")},
             lun_nodes(target, style)};
 }
 
@@ -157,17 +139,11 @@ node port_node(const port &port, const style &style)
 
 std::string tree_text(const host &host, const style &style)
 {
-    node top{{"Host", counted(host.ports.size(), "port")}, {}};
-    size_t targets = 0;
-    size_t luns = 0;
-    for (const port &port : host.ports) {
+    node top{{"Host"}, {}};
+    for (const std::string &fact : host_facts(host))
+        top.facts.push_back(fact);
+    for (const port &port : host.ports)
         top.children.push_back(port_node(port, style));
-        targets += port.targets.size();
-        for (const target &target : port.targets)
-            luns += target.luns.size();
-    }
-    top.facts.push_back(counted(targets, "target"));
-    top.facts.push_back(counted(luns, "LUN"));
     printer printer(style);
     printer.print(top, "", "");
     return printer.text();

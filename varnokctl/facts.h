@@ -1,0 +1,22 @@
+// What the tree and the picture of a host say of each record.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "model.h"
+#include "text.h"
+
+namespace ctl
+{
+
+// "5 ports", "5 targets", "13 LUNs"
+std::vector<std::string> host_facts(const host &host);
+
+// Where a target is reached, by what its session says when it was read.
+std::string target_address(const port &port, const target &target);
+
+// Number, type, size and name; some may be empty.
+std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style);
+
+} // namespace ctl

@@ -1,0 +1,35 @@
+// Tells on a terminal how far a long reading is, in one line that comes and goes.
+#pragma once
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+namespace ctl
+{
+
+class progress
+{
+  public:
+    using time = std::chrono::steady_clock::time_point;
+
+    static time now() { return std::chrono::steady_clock::now(); }
+
+    // Where the stream leads to no terminal, nothing is ever shown.
+    explicit progress(std::FILE *stream, time (*clock)() = now);
+    ~progress(); // wipes the line
+    progress(const progress &) = delete;
+    progress &operator=(const progress &) = delete;
+
+    // Draws the line anew, unless it is too early for it. The text is ASCII.
+    void show(const std::string &text);
+
+  private:
+    std::FILE *stream_;
+    time (*clock_)();
+    time next_;
+    bool silent_;
+    bool drawn_ = false;
+};
+
+} // namespace ctl
