@@ -3,8 +3,17 @@
 import json
 import os
 import subprocess
+import xml.etree.ElementTree
 
 from tools_support import BIN, FAULT, GOLDEN, LAB, SOURCE, ToolCase, main, on_host
+
+
+def drawn(svg):
+    """The names of a picture's nodes, and its texts from top to bottom of the file."""
+    tag = "{http://www.w3.org/2000/svg}"
+    tree = xml.etree.ElementTree.fromstring(svg)
+    nodes = [group.find(tag + "title").text for group in tree.iter(tag + "g") if group.get("class") == "node"]
+    return nodes, [text.text.replace("\xa0", " ") for text in tree.iter(tag + "text")]
 
 
 class ToolsTest(ToolCase):
@@ -96,6 +105,36 @@ class ToolsTest(ToolCase):
         for command in ("tree", "ports", "targets", "sessions", "luns"):
             output = on_host(path, command).stdout
             self.assertTrue(output.replace("\n", "").isprintable(), ascii(output))
+
+    def picture(self, scenario, *options, status=0):
+        result = on_host(scenario, "tree", "--dot", *options)
+        self.assertEqual((result.returncode, result.stderr == ""), (status, status == 0), result.stderr)
+        return drawn(subprocess.run(["dot", "-Tsvg"], input=result.stdout, capture_output=True, text=True,
+                                    check=True).stdout)
+
+    def test_the_picture_in_the_readme_is_up_to_date(self):
+        self.assertEqual(self.picture(LAB), drawn((SOURCE / "docs/demo-host.svg").read_text()))
+
+    def test_pictures(self):
+        plain = ['"]; evil [label="', "</td></table>>]", "<!--&amp;&#1;", "\u00e9", ""]
+        names = [*plain, "\\N\\", "\x1b]0;x\x07\u202e", [255, 60, 98, 62, 195]]
+        shown = [*plain, r"\x5CN\x5C", r"\x1B]0;x\x07\xE2\x80\xAE", r"\xFF<b>\xC3"]
+        path = self.scenario({
+            "ports": [{"driver": "dxo", "hba_name": name, "model_name": name, "sessions": [
+                {"tgt_iqn": name, "luns": [{"vendor": "of", "product": name[:10]}]}, {"luns": []}]} for name in names],
+            "faults": [{**FAULT, "status": 6}, {**FAULT, "request": "scsi_cmd", "instance": 0, "nth": 6, "status": 6}]})
+        nodes, texts = self.picture(path, status=3)
+        whole = [0, *range(2, len(names))]  # port 1 is not readable
+        self.assertEqual(sorted(nodes), sorted(["host", "port1"] + [
+            f"port{i}{of}" for i in whole for of in ("", "_target0", "_target0_luns", "_target1")]))
+        self.assertEqual([text for text in texts if text in shown], [shown[i] for i in whole if shown[i]] * 2)
+        self.assertEqual([text for text in texts if "readable" in text], ["not readable", "not all readable"])
+        self.assertTrue("".join(texts).isprintable())
+        self.assertIn("100.0 GiB (107374182400 B)", self.picture(path, "--bytes", status=3)[1])
+        self.assertTrue("".join(self.picture(path, "--ascii", status=3)[1]).isascii())
+        self.assertEqual(self.picture(self.scenario({"drivers": ["rovani"]}))[0], ["host"])
+        self.assertEqual(on_host(self.scenario({"host": {"euid": 1000}}), "tree", "--dot").stdout, "")
+        self.assertEqual(on_host(LAB, "tree", "--dot", "--json").returncode, 2)
 
     def test_a_large_host_lists_its_sessions(self):
         path = self.scenario({"ports": [{"driver": "dxo", "repeat": 256, "sessions": [{"repeat": 256}]}]})

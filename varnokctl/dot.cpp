@@ -27,9 +27,12 @@ constexpr look failed_look = {"#fcebe8", "#cf8a80", "#7d3a31", true};
 
 constexpr const char *beginning = R"(digraph host {
   graph [rankdir=LR, ranksep=0.55, nodesep=0.2, pad=0.2, bgcolor="#ffffff"]
-  node [shape=box, margin="0.1,0.05", penwidth=1.2, fontname="Helvetica,Arial,sans-serif", fontsize=11]
+  node [shape=box, margin="0.1,0.08", penwidth=1.2, fontname="Helvetica,Arial,sans-serif", fontsize=11]
   edge [arrowhead=none, tailport=e, headport=w, color="#9aa5b1", penwidth=1.2]
 )";
+
+constexpr const char *top = "host";
+constexpr const char *room = " [minlen=2]"; // for edges that go far up and down
 
 // Labels are marked up as HTML is. What they hold is escaped here, so it never ends one.
 std::string marked_up(std::string_view text)
@@ -95,7 +98,7 @@ std::string box_label(const std::string &title, const std::vector<std::string> &
 
 std::string luns_label(const target &target, const style &style)
 {
-    constexpr const char *alignments[] = {"right", "left", "right", "left"}; // of the facts
+    constexpr const char *alignments[] = {"left", "left", "right", "left"}; // of the facts
     std::string rows;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
         const char *const *alignment = alignments;
@@ -107,93 +110,96 @@ std::string luns_label(const target &target, const style &style)
     return table(3, rows);
 }
 
-bool failed(const host &host, uint32_t port, std::optional<uint32_t> target)
+std::string port_title(const port &port, const style &style)
 {
-    return std::ranges::any_of(host.failures, [&](const failure &failure) {
-        return failure.port == port && failure.target == target;
-    });
+    const std::string title = fmt::format("Port {}", port.instance);
+    return port.info ? title + "  " + field_text(port.info->HbaName, style) : title;
+}
+
+std::vector<std::string> port_lines(const port &port, const style &style)
+{
+    std::vector<std::string> lines;
+    if (port.info)
+        lines = {field_text(port.info->ModelName, style),
+                 joined({port_speed(port.info->PortSpeed), port_state(port.info->PortState)})};
+    if (port.portal) {
+        lines.push_back(ip_address(port.portal->IPv4Addr));
+        lines.push_back(ip_address(port.portal->IPv6Addr));
+    }
+    return lines;
+}
+
+std::vector<std::string> target_lines(const target &target, const port &port, const style &style)
+{
+    return {field_text(target.info.TargetName, style),
+            joined({target_address(port, target), counted(target.info.LunCount, "LUN")})};
 }
 
 class drawing
 {
   public:
-    explicit drawing(const style &style) : style_(style) {}
-
-    void draw(const host &host)
+    drawing(const host &host, const style &style) : host_(host), style_(style)
     {
-        add("host", host_look, box_label("Host", host_facts(host)));
+        add(top, host_look, box_label("Host", host_facts(host)));
         for (const port &port : host.ports)
-            draw(host, port);
+            add_port(port);
     }
 
     std::string text() const { return beginning + text_ + "}\n"; }
 
   private:
-    void draw(const host &host, const port &port)
+    void add_port(const port &port)
     {
         const std::string name = fmt::format("port{}", port.instance);
-        const std::string title = fmt::format("Port {}", port.instance);
-        const bool broken = failed(host, port.instance, {});
-        if (!port.info) {
-            add(name, failed_look, box_label(title, {"not readable"}), "host");
-            return;
-        }
-        const VARNOK_PHY_PORT_INFO &info = *port.info;
-        std::vector<std::string> lines = {
-            field_text(info.ModelName, style_),
-            joined({port_speed(info.PortSpeed), port_state(info.PortState)})};
-        if (port.portal) {
-            lines.push_back(ip_address(port.portal->IPv4Addr));
-            lines.push_back(ip_address(port.portal->IPv6Addr));
-        }
-        const bool online = info.PortState == VARNOK_PORT_STATE_0;
-        add(name,
-            broken   ? failed_look
-            : online ? port_look
-                     : offline_look,
-            box_label(title + "  " + field_text(info.HbaName, style_), lines), "host");
+        const bool online = port.info && port.info->PortState == VARNOK_PORT_STATE_0;
+        const look &look = failed(port, {}) ? failed_look : online ? port_look : offline_look;
+        std::vector<std::string> lines = port_lines(port, style_);
+        if (failed(port, {}))
+            lines.emplace_back(port.info ? "not all readable" : "not readable");
+        add(name, look, box_label(port_title(port, style_), lines), top);
         for (size_t place = 0; place < port.targets.size(); place++)
-            draw(host, port, place);
+            add_target(port.targets[place], fmt::format("{}_target{}", name, place), port, name);
     }
 
-    void draw(const host &host, const port &port, size_t place)
+    void add_target(const target &target, const std::string &name, const port &port,
+                    const std::string &parent)
     {
-        const target &target = port.targets[place];
         const uint32_t number = target.info.ScsiTgtNum;
-        const std::string of_port = fmt::format("port{}", port.instance);
-        const std::string name = fmt::format("{}_target{}", of_port, place);
-        add(name, failed(host, port.instance, number) ? failed_look : target_look,
-            box_label(
-                fmt::format("Target {}", number),
-                {field_text(target.info.TargetName, style_),
-                 joined({target_address(port, target), counted(target.info.LunCount, "LUN")})}),
-            of_port);
+        const bool broken = failed(port, number);
+        std::vector<std::string> lines = target_lines(target, port, style_);
+        if (broken)
+            lines.emplace_back("not all readable");
+        add(name, broken ? failed_look : target_look,
+            box_label(fmt::format("Target {}", number), lines), parent);
         if (!target.luns.empty())
             add(name + "_luns", luns_look, luns_label(target, style_), name);
+    }
+
+    bool failed(const port &port, std::optional<uint32_t> target) const
+    {
+        return std::ranges::any_of(host_.failures, [&](const failure &failure) {
+            return failure.port == port.instance && failure.target == target;
+        });
     }
 
     void add(const std::string &name, const look &look, const std::string &label,
              const std::string &parent = "")
     {
         text_ +=
-            fmt::format("  {} [style=\"rounded,filled{}\", fillcolor=\"{}\", color=\"{}\", "
+            fmt::format(R"(  {} [style="rounded,filled{}", fillcolor="{}", color="{}", )"
                         "fontcolor=\"{}\",\n    label=<{}>]\n",
                         name, look.dashed ? ",dashed" : "", look.fill, look.line, look.text, label);
         if (!parent.empty())
-            text_ += fmt::format("  {} -> {}\n", parent, name);
+            text_ += fmt::format("  {} -> {}{}\n", parent, name, parent == top ? room : "");
     }
 
+    const host &host_;
     const style &style_;
     std::string text_;
 };
 
 } // namespace
 
-std::string dot_text(const host &host, const style &style)
-{
-    drawing drawing(style);
-    drawing.draw(host);
-    return drawing.text();
-}
+std::string dot_text(const host &host, const style &style) { return drawing(host, style).text(); }
 
 } // namespace ctl

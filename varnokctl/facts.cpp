@@ -48,8 +48,8 @@ std::string target_address(const port &port, const target &target)
 
 std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style)
 {
-    return {lun_number(lun.ScsiLunNum, lun.ScsiLunNumExt), device_type(lun.DeviceType),
-            size_of(lun, style), name_of(lun, style)};
+    return {fmt::format("LUN {}", lun_number(lun.ScsiLunNum, lun.ScsiLunNumExt)),
+            device_type(lun.DeviceType), size_of(lun, style), name_of(lun, style)};
 }
 
 } // namespace ctl

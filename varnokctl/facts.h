@@ -16,7 +16,7 @@ std::vector<std::string> host_facts(const host &host);
 // Where a target is reached, by what its session says when it was read.
 std::string target_address(const port &port, const target &target);
 
-// Number, type, size and name; some may be empty.
+// "LUN 0", "disk", "500.0 GiB" and "MOLVAR HALCYON DISK"; all but the first may be empty.
 std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style);
 
 } // namespace ctl

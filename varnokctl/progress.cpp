@@ -42,9 +42,10 @@ progress::~progress()
 
 void progress::show(const std::string &text)
 {
-    if (silent_ || clock_() < next_)
+    const time now = clock_();
+    if (silent_ || now < next_)
         return;
-    next_ = clock_() + pause;
+    next_ = now + pause;
     const size_t width = terminal_width(fileno(stream_)); // it may have changed
     if (width == 0)
         return;

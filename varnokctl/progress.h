@@ -13,10 +13,10 @@ class progress
   public:
     using time = std::chrono::steady_clock::time_point;
 
-    static time now() { return std::chrono::steady_clock::now(); }
+    static time steady_time() { return std::chrono::steady_clock::now(); }
 
     // Where the stream leads to no terminal, nothing is ever shown.
-    explicit progress(std::FILE *stream, time (*clock)() = now);
+    explicit progress(std::FILE *stream, time (*clock)() = steady_time);
     ~progress(); // wipes the line
     progress(const progress &) = delete;
     progress &operator=(const progress &) = delete;

@@ -94,8 +94,7 @@ std::vector<node> lun_nodes(const target &target, const style &style)
     std::vector<node> nodes;
     std::vector<size_t> widths;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
-        node &added = nodes.emplace_back(node{lun_facts(lun, style), {}});
-        added.facts.front().insert(0, "LUN ");
+        const node &added = nodes.emplace_back(node{lun_facts(lun, style), {}});
         widths.resize(added.facts.size());
         for (size_t at = 0; at < widths.size(); at++)
             widths[at] = std::max(widths[at], display_width(added.facts[at]));
