@@ -30,6 +30,7 @@ install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev
 install(FILES examples/inventory.c examples/inventory.cpp examples/inventory.py examples/lab.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES docs/demo-host.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
 
 if(TARGET varnokctl)
     set_target_properties(varnokctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
