@@ -157,21 +157,21 @@ class live_connection
     iscsi_context *context_;
 };
 
-bool discover_targets(const live_login &login, std::vector<std::string> &names)
+int discover_targets(const live_login &login, std::vector<std::string> &names)
 {
     live_connection connection(login);
     if (connection.get() == nullptr)
-        return false;
+        return ENOMEM;
     iscsi_set_session_type(connection.get(), ISCSI_SESSION_DISCOVERY);
-    if (connection.log_in(login) != 0)
-        return false;
+    if (const int failed = connection.log_in(login))
+        return failed;
     const int failed = connection.carry_out(
         [&](step *s) { return iscsi_discovery_async(connection.get(), finish_discovery, s); });
     if (failed != 0 || connection.last().status != SCSI_STATUS_GOOD)
-        return false;
+        return failed != 0 ? failed : EIO;
     names = connection.last().names;
     std::sort(names.begin(), names.end());
-    return true;
+    return 0;
 }
 
 live_target::live_target(live_login login, std::string name)

@@ -64,7 +64,7 @@ class live_target
     live_address target_;
 };
 
-// The names of the portal's targets, sorted; false when it does not answer.
-bool discover_targets(const live_login &login, std::vector<std::string> &names);
+// The names of the portal's targets, sorted; 0, or why it does not answer.
+int discover_targets(const live_login &login, std::vector<std::string> &names);
 
 } // namespace hostsim

@@ -1,6 +1,7 @@
 // look_behind.cpp - the sessions of a port that stands on a real portal.
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "live.h"
 #include "machine.h"
@@ -50,14 +51,17 @@ void describe(session_description &s)
 
 } // namespace
 
-void look_behind(const port &p)
+// The first request, which makes the port known, succeeds whatever the portal does: an adapter is
+// there without its network.
+int look_behind(const port &p)
 {
+    const bool first = !std::exchange(p.described->portal_asked, true);
     const varnok_drv_port_info info = port_record(p);
     const auto *iqn = reinterpret_cast<const char *>(info.iqn);
     live_login login = {p.described->portal, {iqn, strnlen(iqn, sizeof info.iqn)}, 0};
     std::vector<std::string> names;
-    if (!discover_targets(login, names))
-        return;
+    if (const int failed = discover_targets(login, names))
+        return first ? 0 : failed;
 
     std::vector<session_description> sessions;
     for (const std::string &name : names) {
@@ -75,6 +79,7 @@ void look_behind(const port &p)
     }
     p.described->sessions = std::move(sessions);
     p.described->session_count = static_cast<uint32_t>(names.size());
+    return 0;
 }
 
 uint32_t machine::answer_live(exchange &e, live_target &target, uint64_t lun,

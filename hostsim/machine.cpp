@@ -252,8 +252,8 @@ uint32_t machine::answer_port(exchange &e, const port &p)
         return give(e, pci_record(p));
     case request::port_info:
         if (!p.described->portal.empty())
-            look_behind(p);
-        return give(e, port_record(p));
+            e.transport_errno = look_behind(p);
+        return e.transport_errno == 0 ? give(e, port_record(p)) : 0;
     case request::sess_info: {
         auto number = peek<uint32_t>(e.record, offsetof(varnok_drv_session_info, sess_num));
         const session_description *s = session(number);

@@ -61,7 +61,7 @@ class machine final : public host
 };
 
 // Brings the port's sessions up to what its portal offers; an unreachable portal changes nothing.
-void look_behind(const port &p);
+int look_behind(const port &p); // 0, or the errno that the port's data request fails with
 
 // The host that this process sees now; null: the plain machine.
 machine *current();

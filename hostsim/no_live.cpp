@@ -18,6 +18,6 @@ live_target::~live_target() = default;
 std::string live_target::isid() const { return {}; }
 int live_target::log_in() { return ENOSYS; }
 live_reply live_target::run(uint64_t, const scsi_command &) { return {.error = ENOSYS}; }
-bool discover_targets(const live_login &, std::vector<std::string> &) { return false; }
+int discover_targets(const live_login &, std::vector<std::string> &) { return ENOSYS; }
 
 } // namespace hostsim

@@ -53,6 +53,7 @@ struct port_description {
     settings pci;
     settings port;
     std::string portal; // a real portal whose targets are the sessions; empty: none
+    bool portal_asked = false;
     std::vector<session_description> sessions;
     uint32_t session_count = 0;
 

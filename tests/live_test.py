@@ -153,7 +153,10 @@ class LiveTest(unittest.TestCase):
     def test_a_portal_that_does_not_answer(self):
         self.kill_target()
         for driver in DRIVERS:
-            self.assertIn("no targets", self.inventory(driver, "tree"))
+            result = subprocess.run(self.on_host(driver, BIN / "varnokctl", "luns"), capture_output=True, text=True, timeout=60,
+                                    check=False)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("VARNOK_GetPhyPortInfo, port 0: VARNOK_STATUS_DRIVER_FAILED", result.stderr)
 
 
 if __name__ == "__main__":
