@@ -20,7 +20,7 @@ SESSIONS = [{"sess_num": 77, "sess_unique": MOST, "cid": 2**32 - 1, "state": 255
              "max_r2t": 9, "first_burst_len": 2**32 - 1, "pdu_inorder": 0, "dataseq_inorder": 0, "tgt_iqn": BROKEN,
              "init_iqn": "i" * 256, "target": {"iqn": ESCAPES, "isid": "no digits", "ipv4_port": 1}, "luns": LUNS},
             {"tgt_ipv6addr": "fe80::7", "isid": "00023d0a0b0c", "luns": []},
-            {"tgt_ipv4addr": "0.0.0.0", "luns": [{"repeat": 2100, "size": 512}]}]
+            {"tgt_ipv4addr": "0.0.0.0", "luns": [{"repeat": 3, "size": 512}]}]
 ODD = {"hba_name": ESCAPES, "model_name": "m" * 32, "model_desc": BROKEN, "serial_num": "", "fw_version": "é\u0000z",
        "mac": "ff:00:ff:00:ff:00", "mtu": 2**32 - 1, "port_state": 7, "port_speed": 1, "pcie_speed": 99, "pcie_width": 12,
        "mfw_version": "0xff630a00", "chip_rev_id": 2**32 - 1, "domain_num": 65535, "function_num": 7, "port_num": 300,
@@ -51,7 +51,8 @@ class CaptureTest(ToolCase):
     def test_other_hosts(self):
         lab = json.loads(LAB.read_text())
         own_names = [{"driver": driver, "driver_name": "", "sessions": [{}]} for driver in ("rovani", "pelt")]
-        for host in lab, {"drivers": ["tepli"]}, {"ports": own_names}:
+        more_than_are_listed = [{"driver": "dxo", "sessions": [{"luns": [{"repeat": 2050, "size": 512}]}]}]
+        for host in lab, {"drivers": ["tepli"]}, {"ports": own_names}, {"ports": more_than_are_listed}:
             self.assertNotIn("faults", self.replayed(host))
 
     def test_failures(self):
