@@ -88,7 +88,7 @@ TEST_F(LogTest, TheFileGetsTimeStampedLines)
     remove(path.c_str());
 
     // Without a file: standard error alone. Without local time: the piece is dropped whole.
-    platform::fail_call("fopen", 1, EACCES);
+    platform::fail_call("fdopen", 1, ENOMEM);
     errno = 1234;
     EXPECT_EQ(log_of(7, [] { varnok_dbg_print("f", ": x", 0, 0, 1); }), "f: x\n");
     EXPECT_EQ(errno, 1234);

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -59,9 +60,13 @@ TEST_F(SharedDbTest, TheFirstOpenMakesTheFile)
 {
     platform::reset();
     EXPECT_EQ(open(), 0U);
+    // Closed on exec, behind no link, not waiting for a FIFO's other end.
+    constexpr int guarded = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    const std::string opens = "open /tmp/varnok_shared.dat ";
     EXPECT_THAT(platform::calls(),
-                ElementsAre("semget 1444", "semget 932", "semctl 16", "semop -1", "open /tmp/varnok_shared.dat 2",
-                            "open /tmp/varnok_shared.dat 66", "write 163840", "fsync", "mmap", "msync 4", "semop 1"));
+                ElementsAre("semget 1444", "semget 932", "semctl 16", "semop -1", opens + std::to_string(guarded),
+                            opens + std::to_string(guarded | O_CREAT), "fstat", "fstat", "write 163840", "fsync",
+                            "mmap", "msync 4", "semop 1"));
     EXPECT_EQ(varnok_library_instance, 0);
     EXPECT_EQ(read_file(), flags({5}));
     struct stat status = {};
@@ -124,9 +129,10 @@ TEST_F(SharedDbTest, FailingOpens)
          "WARNING - semget function not supported.\n"
          "  Each adapter instance should be opened at most one time. errno=38\n"},
         {"open", 2, EACCES, -1, false, "Unable to create shared data file. errno=13\n"},
+        {"fstat", 1, EIO, -1, true, "Unable to create shared data file. errno=5\n"},
         {"write", 1, ENOSPC, -1, false, "Unable to write completely to shared data file. errno=28\n"},
         {"fsync", 1, EIO, -1, false, "fsync failed. errno=5\n"},
-        {"fstat", 1, EIO, 10, true, "Unable to read shared data file. errno=5\n"},
+        {"fstat", 2, EIO, 10, true, "Unable to read shared data file. errno=5\n"},
         {"read", 1, EIO, 10, true, "Unable to read shared data file. errno=5\n"},
         {"lseek", 1, EINVAL, 10, true, "Unable to seek to beginning of shared data file. errno=22\n"},
         {"write", 1, ENOSPC, 10, true, "Unable to upgrade shared data file. errno=28\n"},
@@ -199,8 +205,8 @@ TEST_F(SharedDbTest, ClosingInThisOrder)
     platform::reset();
     varnok_close_database(0);
     EXPECT_THAT(platform::calls(),
-                ElementsAre("semop -1", "msync 4", "popen lsof 2> /dev/null | grep libvarnok | wc -l", "semctl 14",
-                            "semop 1", "semctl 0", "munmap", "close", "remove /tmp/varnok_shared.dat"));
+                ElementsAre("semop -1", "msync 4", "popen lsof 2> /dev/null | grep libvarnok | wc -l", "fstat",
+                            "semctl 14", "semop 1", "semctl 0", "munmap", "close", "remove /tmp/varnok_shared.dat"));
     // Without a slot the file is closed and everything else kept.
     ASSERT_EQ(open(), 0U);
     varnok_library_instance = 8;
@@ -208,6 +214,27 @@ TEST_F(SharedDbTest, ClosingInThisOrder)
               func + "entered.\n" + func + "close db file.\n" + func + "keeping shared db file.\n");
     EXPECT_TRUE(file_exists());
     varnok_library_instance = 0;
+}
+
+// To touch the mapping beyond the file's end would end this process.
+TEST_F(SharedDbTest, AFileCutBehindTheMappingIsMadeWhole)
+{
+    for (const bool grows : {true, false}) {
+        ASSERT_EQ(open(), 0U);
+        ASSERT_EQ(truncate(path.c_str(), 0), 0);
+        platform::reset();
+        platform::set_user_lines("4\n");
+        if (!grows)
+            platform::fail_call("ftruncate", 1, ENOSPC);
+        EXPECT_EQ(varnok_close_database(0), 0U);
+        EXPECT_EQ(read_file(), grows ? flags({}) : "");
+        expect_nothing_held();
+    }
+    // What is there already is kept when only the first open failed.
+    write_file("older");
+    platform::fail_call("open", 1, EMFILE);
+    EXPECT_EQ(open(), 0U);
+    EXPECT_EQ(read_file().substr(0, 4), "olde");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // The shared file: creating it, and growing one that an earlier version left shorter.
 #include "heap_buffer.h"
+#include "own_file.h"
 #include "varnok_log.h"
 #include "varnok_shared_db.h"
 
@@ -14,7 +15,6 @@ namespace
 {
 
 constexpr size_t file_size = sizeof(varnok_shared_db);
-constexpr mode_t file_mode = 0644;
 
 bool wrote_all(int fd, const uint8_t *bytes)
 {
@@ -77,13 +77,16 @@ outcome grow(const char *func, int fd, size_t size)
     return outcome::good;
 }
 
-outcome check_existing(const char *func, int fd)
+// Only an empty file is taken for a new one: what is there already is never written over.
+outcome make_whole(const char *func, int fd, bool created)
 {
     struct stat status = {};
     if (fstat(fd, &status) != 0) {
         LOG_ERROR_AS(func, ": Unable to read shared data file. errno=", dec(errno));
         return outcome::failed;
     }
+    if (created && status.st_size == 0)
+        return fill_new(func, fd);
     if (status.st_size >= static_cast<off_t>(file_size))
         return outcome::good;
     return grow(func, fd, static_cast<size_t>(status.st_size));
@@ -93,21 +96,26 @@ outcome check_existing(const char *func, int fd)
 
 int varnok::open_shared_file(const char *func)
 {
-    outcome result = outcome::failed;
-    int fd = open(varnok_db_fname, O_RDWR, file_mode);
-    if (fd >= 0) {
-        result = check_existing(func, fd);
-    } else {
-        fd = open(varnok_db_fname, O_CREAT | O_RDWR, file_mode);
-        if (fd < 0) {
-            LOG_ERROR_AS(func, ": Unable to create shared data file. errno=", dec(errno));
-            return -1;
-        }
-        result = fill_new(func, fd);
+    int fd = open_own_file(varnok_db_fname, O_RDWR);
+    const bool created = fd < 0;
+    if (created)
+        fd = open_own_file(varnok_db_fname, O_CREAT | O_RDWR);
+    if (fd < 0) {
+        LOG_ERROR_AS(func, ": Unable to create shared data file. errno=", dec(errno));
+        return -1;
     }
+    const outcome result = make_whole(func, fd, created);
     if (result == outcome::good)
         return fd;
     if (result == outcome::failed)
         close(fd);
     return -1;
+}
+
+bool varnok::shared_file_is_whole(int fd)
+{
+    struct stat status = {};
+    if (fstat(fd, &status) != 0)
+        return false;
+    return status.st_size >= static_cast<off_t>(file_size) || ftruncate(fd, file_size) == 0;
 }

@@ -122,8 +122,9 @@ bool leave_slot(const char *func)
     else
         LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance),
                      ", this is not last instance. load_inst=", dec(users));
-    varnok_shared_data->libinst_flags[varnok_library_instance] &=
-        ~(varnok::slot_claimed | varnok::slot_in_use);
+    if (varnok::shared_file_is_whole(varnok_shm_fildes))
+        varnok_shared_data->libinst_flags[varnok_library_instance] &=
+            ~(varnok::slot_claimed | varnok::slot_in_use);
     LOG_TRACE_AS(func, ": delete_sem=", dec(last ? 1 : 0));
     if (last && !somebody_waits()) {
         hold.release();

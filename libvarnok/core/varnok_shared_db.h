@@ -64,4 +64,8 @@ bool shared_db_is_set_up();
 // func stands in its log lines.
 int open_shared_file(const char *func);
 
+// Brings the file back to its size when another process has cut it: to touch the mapping beyond the
+// file's end would kill this one. False when it stays short.
+bool shared_file_is_whole(int fd);
+
 } // namespace varnok

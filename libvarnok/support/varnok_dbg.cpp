@@ -2,11 +2,13 @@
 
 #include "errno_keeper.h"
 #include "heap_buffer.h"
+#include "own_file.h"
 #include "varnok_sem.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <unistd.h>
 
 uint32_t varnok_debug = 0;
@@ -23,6 +25,20 @@ constexpr uint8_t line_piece_max = 250; // one more character, and the buffer le
 
 char line_buffer[line_buffer_size];
 uint8_t fill_index = 0;
+
+constexpr char default_path[] = "/var/tmp/libvarnok.log";
+
+// Every user can make files beside the default one; a caller's own choice is the caller's.
+FILE *open_log_file()
+{
+    if (strcmp(varnoklog_path, default_path) != 0)
+        return fopen(varnoklog_path, "ae");
+    const int fd = varnok::open_own_file(default_path, O_WRONLY | O_APPEND | O_CREAT);
+    FILE *const file = fd < 0 ? nullptr : fdopen(fd, "a");
+    if (fd >= 0 && file == nullptr)
+        close(fd);
+    return file;
+}
 
 void close_log_file()
 {
@@ -64,7 +80,6 @@ void varnok_set_debug_level(void)
 
 FILE *varnok_dbg_get_fptr(void)
 {
-    static constexpr char default_path[] = "/var/tmp/libvarnok.log";
     if (varnokdbg_fp != nullptr)
         return varnokdbg_fp;
     if (varnoklog_path[0] == '\0' && varnok_debug != 0) {
@@ -73,7 +88,7 @@ FILE *varnok_dbg_get_fptr(void)
     }
     // A caller may have filled the whole array: such a path has no end.
     if (varnoklog_path[0] != '\0' && memchr(varnoklog_path, '\0', sizeof varnoklog_path) != nullptr)
-        varnokdbg_fp = fopen(varnoklog_path, "a");
+        varnokdbg_fp = open_log_file();
     return varnokdbg_fp;
 }
 

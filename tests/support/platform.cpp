@@ -192,6 +192,17 @@ int msync(void *at, size_t size, int flags) { return PLAIN(-1, msync, to_string(
 tm *localtime(const time_t *when) noexcept { return PLAIN(nullptr, localtime, "", when); }
 int semget(key_t key, int count, int flags) noexcept { return PLAIN(-1, semget, to_string(flags), key, count, flags); }
 int remove(const char *path) noexcept { return PLAIN(-1, remove, path, PRIVATE(path)); }
+
+// The descriptor goes with the file.
+FILE *fdopen(int fd, const char *mode) noexcept
+{
+    FILE *const file = PLAIN(nullptr, fdopen, mode, fd, mode);
+    if (file != nullptr)
+        descriptors.erase(fd);
+    return file;
+}
+
+int ftruncate(int fd, off_t size) noexcept { return PLAIN(-1, ftruncate, "", fd, size); }
 FILE *fopen(const char *path, const char *mode) { return PLAIN(nullptr, fopen, path, PRIVATE(path), mode); }
 int uname(utsname *name) noexcept { return UNLESS_IT_FAILS(-1, "uname", "", hostsim::calls::uname(name)); }
 uid_t geteuid(void) noexcept { return hostsim::calls::geteuid(); }
