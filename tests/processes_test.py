@@ -1,80 +1,12 @@
 """Several real processes, real semaphores and the real lsof: processes_test.py HOST_PROCESS"""
 
-import ctypes
-import os
-import pathlib
 import shutil
-import struct
-import subprocess
-import sys
-import tempfile
 import unittest
 
-SHARED_FILE = pathlib.Path("/tmp/varnok_shared.dat")
-DATABASE_KEY, LOG_KEY = 831, 902
-PROGRAM = os.path.abspath(sys.argv.pop(1))
-libc = ctypes.CDLL(None)
+from host_support import DATABASE_KEY, SHARED_FILE, HostTest, flags, libc, semaphore
 
 
-def semaphore(key):
-    return libc.semget(key, 1, 0)
-
-
-def flags():
-    return list(struct.unpack("<8I", SHARED_FILE.read_bytes()[:32]))
-
-
-class Process:
-    """Blocked orders show as a time limit, which only a fault can reach."""
-
-    def __init__(self, program, env):
-        pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
-        self.child = subprocess.Popen([program], cwd=os.path.dirname(program), env=os.environ | env, text=True, **pipes)
-
-    def order(self, order):
-        self.child.stdin.write(order + "\n")
-        self.child.stdin.flush()
-
-    def answer(self):
-        return int(self.child.stdout.readline())
-
-    def tell(self, order):
-        self.order(order)
-        return self.answer()
-
-    def load(self):
-        assert self.tell("load") == 0
-        return self.tell("slot")
-
-    def kill(self):
-        self.child.kill()
-        self.end()
-
-    def end(self):
-        return self.child.communicate(timeout=60)[1]
-
-
-class ProcessesTest(unittest.TestCase):
-    def setUp(self):
-        # The count goes by file names: the program and its folder keep clear of the library's name.
-        folder = tempfile.mkdtemp(prefix="varnok-processes-")
-        self.addCleanup(shutil.rmtree, folder)
-        self.program = shutil.copy(PROGRAM, folder)
-        self.started = []
-        self.forget_host()
-        self.addCleanup(self.forget_host)
-
-    def forget_host(self):
-        for process in self.started:
-            process.kill()
-        for key in (DATABASE_KEY, LOG_KEY):
-            libc.semctl(semaphore(key), 0, 0)
-        SHARED_FILE.unlink(missing_ok=True)
-
-    def start(self, **env):
-        self.started.append(Process(self.program, env))
-        return self.started[-1]
-
+class ProcessesTest(HostTest):
     def test_two_processes_share_a_host(self):
         first, second = self.start(), self.start()
         self.assertEqual(first.load(), 0)

@@ -1,13 +1,12 @@
 #include "platform.h"
 
 #include "calls.h"
+#include "library_calls.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
@@ -41,9 +40,6 @@ std::set<int> descriptors;
 std::set<void *> blocks;
 long semaphores = 0;
 std::string user_lines;
-dl_find_object library;
-
-bool from_library(void *caller) { return caller >= library.dlfo_map_start && caller < library.dlfo_map_end; }
 
 // Records a call of the library; true when it is the one that fails, with errno set.
 bool fails(const char *name, const std::string &arguments = "")
@@ -95,8 +91,7 @@ std::string private_path(const std::string &path)
 
 void reset()
 {
-    if (_dl_find_object(dlsym(RTLD_DEFAULT, "VARNOK_LoadLibrary"), &library) != 0)
-        abort();
+    find_library();
     call_fault = allocation_fault = {};
     record.clear();
     set_user_lines("2\n");
@@ -116,17 +111,9 @@ void set_user_lines(const std::string &text) { user_lines = text; }
 
 // ---- The calls --------------------------------------------------------------------------------
 
-#define CALLER __builtin_return_address(0)
-#define FROM_LIBRARY from_library(CALLER)
 #define UNLESS_IT_FAILS(failure, name, arguments, call) (FROM_LIBRARY && fails(name, arguments) ? (failure) : (call))
-#define REAL(name) reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name))
 #define PLAIN(failure, name, arguments, ...) UNLESS_IT_FAILS(failure, #name, arguments, REAL(name)(__VA_ARGS__))
 #define PRIVATE(path) (FROM_LIBRARY ? platform::private_path(path).c_str() : (path))
-#define FROM_REST(last, declaration)                                                                                   \
-    va_list rest;                                                                                                      \
-    va_start(rest, last);                                                                                              \
-    declaration;                                                                                                       \
-    va_end(rest)
 
 extern "C" {
 
