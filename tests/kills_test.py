@@ -175,6 +175,20 @@ class KillsTest(HostTest):
                 self.check_nobody_blocks(self.herd)
         self.assertLessEqual({("database", call) for call in DATABASE_CALLS + GROWTH_CALLS}, set(self.seen))
 
+    def test_a_creator_that_dies_before_the_first_value_is_replaced_in_time(self):
+        late = self.start_herd(CLOCK_AHEAD="")
+        for key, mask in ((DATABASE_KEY, 0), (LOG_KEY, 7)):
+            self.herd.fork("semctl", mask=mask)
+            self.herd.wait()
+            identifier = semaphore(key)
+            waiter = self.herd.fork("loaded", mask=mask)
+            while libc.semctl(identifier, 0, GETNCNT) == 0:  # the creator could be slow
+                pass
+            late.slay(late.stopped(call="loaded", mask=mask))
+            self.assertEqual(self.herd.wait(), (waiter, True))
+            self.assertEqual(semaphore(key), identifier)
+            self.assertEqual(libc.semctl(identifier, 0, GETVAL), 1)
+
     def test_waiters_that_die_and_waiters_that_go_on(self):
         for key, mask, calls in ((DATABASE_KEY, 0, DATABASE_CALLS), (LOG_KEY, 7, LOG_CALLS)):
             for call in calls:
@@ -183,7 +197,7 @@ class KillsTest(HostTest):
                 if call in ("write", "fsync"):
                     SHARED_FILE.unlink()
                 holder = self.herd.stopped(call=call, mask=mask)
-                waiters = [self.herd.fork(nth=self.random.randrange(3, 90), mask=mask) for _ in range(AT_ONCE - 1)]
+                waiters = [self.herd.fork(nth=self.random.randrange(6, 90), mask=mask) for _ in range(AT_ONCE - 1)]
                 identifier = semaphore(key)
                 while libc.semctl(identifier, 0, GETNCNT) < len(waiters):
                     pass

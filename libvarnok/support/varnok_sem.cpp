@@ -5,6 +5,7 @@
 #include "varnok_log.h"
 
 #include <cstdio>
+#include <ctime>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
@@ -37,20 +38,40 @@ int32_t operate(int32_t sem_id, short by)
     return semop(sem_id, &operation, 1);
 }
 
+bool set_free(int32_t sem_id)
+{
+    semun argument = {};
+    argument.val = 1;
+    return semctl(sem_id, 0, SETVAL, argument) == 0;
+}
+
+// A set stands at 0 and was never operated on only between its creation and its first value. One
+// that stays so has lost its creator, and everybody would wait for ever.
+bool is_orphan(int32_t sem_id)
+{
+    constexpr time_t creation_limit = 10; // seconds
+    semid_ds status = {};
+    semun argument = {};
+    argument.buf = &status;
+    return semctl(sem_id, 0, IPC_STAT, argument) == 0 && status.sem_otime == 0 &&
+           time(nullptr) - status.sem_ctime > creation_limit && semctl(sem_id, 0, GETVAL) == 0;
+}
+
 } // namespace
 
 int32_t varnok_sem_get(key_t key)
 {
     // Without the create flag the exclusive one only fetches.
     int32_t id = semget(key, 1, IPC_EXCL | 0644);
-    if (id != -1)
+    if (id != -1) {
+        if (is_orphan(id))
+            set_free(id);
         return id;
+    }
     id = semget(key, 1, IPC_CREAT | 0644);
     if (id == -1)
         return -1;
-    semun argument = {};
-    argument.val = 1;
-    if (semctl(id, 0, SETVAL, argument) == -1) {
+    if (!set_free(id)) {
         const varnok::errno_keeper keeper;
         varnok_sem_del(id);
         return -1;
