@@ -1,4 +1,5 @@
 // The list against a plain vector: every operation, both empty forms, both directions.
+#include "platform.h"
 #include "varnok_dlist.h"
 
 #include <algorithm>
@@ -78,11 +79,28 @@ TEST_F(Dlist, ANewListHasNoCursor)
     varnok_dlist_destroy(nullptr);
 }
 
+TEST_F(Dlist, NothingAsAnArgument)
+{
+    EXPECT_EQ(marked(), -1);
+    push(list, {20, 10});
+    EXPECT_EQ(varnok_dlist_insert(nullptr, this, 1), nullptr);
+    EXPECT_EQ(varnok_dlist_insert(list, nullptr, 1), nullptr);
+    EXPECT_EQ(varnok_dlist_insert_sorted(nullptr, this, before), nullptr);
+    EXPECT_EQ(varnok_dlist_insert_sorted(list, nullptr, before), nullptr);
+    EXPECT_EQ(_varnok_dlist_insert_dlnode(nullptr, list->head->next, 1), nullptr);
+    EXPECT_EQ(_varnok_dlist_insert_dlnode(list, nullptr, 1), nullptr);
+    EXPECT_EQ(_varnok_dlist_remove(list, nullptr, 1), nullptr);
+    platform::reset();
+    platform::fail_allocation(1);
+    varnok_dlist_sort_custom(list, ascending);
+    EXPECT_EQ(contents(list), (ints{20, 10})) << "without memory for the helper list";
+    varnok_dlist_filter_sort(list, nullptr, ascending);
+    EXPECT_EQ(contents(list), (ints{10, 20}));
+}
+
 TEST_F(Dlist, InsertionFollowsTheCursor)
 {
     push(list, {1, 2});
-    EXPECT_EQ(varnok_dlist_insert(list, nullptr, 1), nullptr);
-    EXPECT_EQ(varnok_dlist_insert_sorted(nullptr, this, before), nullptr);
     EXPECT_EQ(now(), (state{{1, 2}, 2}));
     const std::tuple<ints, int32_t, state> cases[] = {{{3, 4, 5}, 7, {{3, 4, 5, 1, 2}, 5}},
                                                       {{6, 7, 8}, 0, {{3, 4, 5, 1, 2, 8, 7, 6}, 8}}};

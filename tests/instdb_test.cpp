@@ -32,7 +32,7 @@ TEST_F(InstdbTest, NothingIsFoundWithoutADatabase)
     varnok_priv_db record = {};
     varnok_drv_pci_info pci = {};
     uint32_t instance = 77;
-    const std::string log = log_of(4, [&] {
+    const auto look = [&] {
         EXPECT_EQ(varnok_get_pdb_from_user_instance(0), nullptr);
         EXPECT_EQ(varnok_get_pdb_from_user_handle(0), nullptr);
         EXPECT_EQ(varnok_get_vn_pdb_from_user_handle(1, 0), nullptr);
@@ -41,7 +41,9 @@ TEST_F(InstdbTest, NothingIsFoundWithoutADatabase)
         EXPECT_EQ(varnok_get_hw_info_inst_zt(&pci), nullptr);
         varnok_free_pdb_element(&record);
         varnok_free_all_hw_info_mem();
-    });
+    };
+    in_silence_and_aloud(look);
+    const std::string log = log_of(4, look);
     EXPECT_EQ(instance, 77U);
     std::string expected;
     for (const char *name : {"pdb_from_user_instance", "pdb_from_user_handle", "vn_pdb_from_user_handle",
@@ -66,6 +68,7 @@ TEST_F(InstdbTest, LookupsFindTheFirstMatchAndMoveTheCursor)
     varnok_priv_db stranger = {};
     EXPECT_EQ(varnok_get_instance_from_pdb(&stranger, &instance), 0U);
     EXPECT_EQ(instance, 3U);
+    EXPECT_EQ(varnok_get_instance_from_pdb(nullptr, &instance), 0U);
     ports[0]->hw_info->apihandle = 0;
     ports[1]->hw_info->apihandle = 7;
     ports[1]->npiv_index = 9;
@@ -77,8 +80,12 @@ TEST_F(InstdbTest, LookupsFindTheFirstMatchAndMoveTheCursor)
     pci.bus_num = 6;
     EXPECT_EQ(varnok_get_hw_info_inst(&pci), ports[1]->hw_info);
     EXPECT_EQ(varnok_get_parent_port_zt(&pci), ports[1]);
-    pci.function_num = 1;
-    EXPECT_EQ(varnok_get_parent_port(&pci), nullptr);
+    for (uint16_t tepli_pci_info::*number :
+         {&tepli_pci_info::function_num, &tepli_pci_info::device_num, &tepli_pci_info::domain_num}) {
+        pci.*number = 1;
+        EXPECT_EQ(varnok_get_parent_port(&pci), nullptr);
+        pci.*number = 0;
+    }
     const std::string name = "varnok_get_pdb_from_user_handle(9): ";
     EXPECT_EQ(log_of(2, [] { varnok_get_pdb_from_user_handle(9); }), name + "entered.\n" + name + "exiting.\n");
 }

@@ -1,5 +1,7 @@
 // Load, free, count, open and close.
 #include "host_test.h"
+#include "varnok_ntapi.h"
+#include "varnok_ryx_ntapi.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,16 +46,18 @@ TEST_F(LifecycleTest, DiscoveryOrder)
     for (const auto &[scenario, result, ports, drivers] : cases) {
         SCOPED_TRACE(scenario);
         simulate(scenario);
-        platform::reset();
-        EXPECT_EQ(VARNOK_LoadLibrary(), result);
-        EXPECT_EQ(asked(), drivers);
-        uint32_t count = 77;
-        EXPECT_EQ(VARNOK_GetPortCount(&count), ports > 0 ? 0 : failed);
-        EXPECT_EQ(count, ports > 0 ? ports : 77U);
-        EXPECT_EQ(varnok_priv_database != nullptr, ports > 0);
-        EXPECT_EQ(varnok_shared_data != nullptr, ports > 0);
-        EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
-        expect_nothing_held();
+        in_silence_and_aloud([&, result = result, ports = ports, drivers = drivers] {
+            platform::reset();
+            EXPECT_EQ(VARNOK_LoadLibrary(), result);
+            EXPECT_EQ(asked(), drivers);
+            uint32_t count = 77;
+            EXPECT_EQ(VARNOK_GetPortCount(&count), ports > 0 ? 0 : failed);
+            EXPECT_EQ(count, ports > 0 ? ports : 77U);
+            EXPECT_EQ(varnok_priv_database != nullptr, ports > 0);
+            EXPECT_EQ(varnok_shared_data != nullptr, ports > 0);
+            EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
+            expect_nothing_held();
+        });
     }
 }
 
@@ -72,22 +76,34 @@ TEST_F(LifecycleTest, LoadingTwiceAsksOnce)
                                    "VARNOK_LoadLibrary: load failed. rval=1\n"));
     expect_nothing_held();
     EXPECT_EQ(VARNOK_LoadLibrary(), 0U);
+    // The shared database is left while the ports stay.
+    varnok_close_database(0);
+    in_silence_and_aloud([] {
+        uint32_t count = 7;
+        EXPECT_EQ(VARNOK_LoadLibrary(), failed);
+        EXPECT_EQ(VARNOK_GetPortCount(&count), failed);
+        EXPECT_EQ(count, 7U);
+    });
 }
 
 TEST_F(LifecycleTest, CallsOutOfOrder)
 {
-    uint8_t version[13] = {};
     uint32_t handle = 5;
-    EXPECT_EQ(VARNOK_GetVersion(nullptr, 0), 0x05000200U);
-    EXPECT_EQ(VARNOK_GetVersion(version, 12), 0x05000200U);
-    EXPECT_EQ(version[0], 0);
-    EXPECT_EQ(VARNOK_GetVersion(version, 13), 0x05000200U);
-    EXPECT_STREQ(reinterpret_cast<char *>(version), "v5.00 build2");
+    in_silence_and_aloud([&] {
+        uint8_t version[13] = {};
+        EXPECT_EQ(VARNOK_GetVersion(nullptr, 0), 0x05000200U);
+        EXPECT_EQ(VARNOK_GetVersion(version, 12), 0x05000200U);
+        EXPECT_EQ(version[0], 0);
+        EXPECT_EQ(VARNOK_GetVersion(version, 13), 0x05000200U);
+        EXPECT_STREQ(reinterpret_cast<char *>(version), "v5.00 build2");
+        EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
+        EXPECT_EQ(VARNOK_OpenAdapter(0, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(VARNOK_OpenAdapter(0, &handle), failed);
+        EXPECT_EQ(VARNOK_CloseAdapter(0), failed);
+        EXPECT_EQ(VARNOK_GetPhyPortInfo(0, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER);
+    });
     EXPECT_STREQ(varnok_version_description, "Molvar Halcyon iSCSI API library version v5.00 build2");
-    EXPECT_EQ(VARNOK_FreeLibrary(), 0U);
-    EXPECT_EQ(VARNOK_OpenAdapter(0, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
-    EXPECT_EQ(VARNOK_OpenAdapter(0, &handle), failed);
-    EXPECT_EQ(VARNOK_CloseAdapter(0), failed);
     EXPECT_EQ(log_of(6, [] { EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER); }),
               "VARNOK_GetPortCount: invalid parameter.\n");
     simulate(R"({"ports":[{"driver":"rovani"}]})");
@@ -134,6 +150,23 @@ TEST_P(OpenTest, OpensAreCounted)
         EXPECT_EQ(VARNOK_CloseAdapter(3), failed);
     }
     platform::reset();
+}
+
+// The back-ends' own functions, whose callers need not be the exported ones.
+TEST_P(OpenTest, WithoutAPort)
+{
+    const auto open = GetParam().newer ? varnoknt_open_adapter : varnok_ryxnt_open_adapter;
+    const auto close = GetParam().newer ? varnoknt_close_adapter : varnok_ryxnt_close_adapter;
+    varnok_hw_info hw = {};
+    varnok_priv_db pdb = {};
+    pdb.hw_info = &hw;
+    uint32_t handle = 7, err = 7;
+    in_silence_and_aloud([&] {
+        EXPECT_EQ(native ? open(nullptr, 1, &handle) : varnok_open_adapter(&pdb, &handle, &err), 1U);
+        EXPECT_EQ(native ? close(nullptr) : 1, 1U);
+        EXPECT_EQ(native ? close(&pdb) : varnok_close_adapter(&pdb, &err), 0U) << "not open";
+        EXPECT_EQ(handle + err + hw.open_cnt, 14U);
+    });
 }
 
 TEST_P(OpenTest, Lines)

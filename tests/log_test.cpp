@@ -40,6 +40,8 @@ TEST_F(LogTest, Numbers)
     for (const auto &[number, radix, text] : cases)
         EXPECT_EQ(print("f", ":n=", number, radix), "f:n=" + text + "\n");
     EXPECT_EQ(print(nullptr, " 100%s %n", 0, 0), " 100%s %n\n");
+    EXPECT_EQ(log_of(0, [] { varnok_dbg_print("f", "x", 0, 0, 1); }), "");
+    EXPECT_EQ(varnok_dbg_get_fptr(), nullptr) << "no file without a bit or a path";
 }
 
 TEST_F(LogTest, LongLinesLeaveInPieces)
@@ -167,8 +169,10 @@ TEST_F(LogTest, Dump)
         {{"odd", words, 12, 3}, "odd\n"},
         {{"", words, 16, 0}, table(columns_16, 54, "")},
     };
-    for (const auto &c : cases)
+    for (const auto &c : cases) {
         EXPECT_EQ(log_of(0, [&] { std::apply(varnok_dbg_dump, c.first); }), c.second);
+        platform::fail_call("semop", 1, EIO); // a dump that cannot be alone is written all the same
+    }
 }
 
 } // namespace

@@ -257,8 +257,9 @@ struct ListQueryTest : QueryTest {
                 EXPECT_EQ(bytes_of(records[i]) == blank, c.text != nullptr || i >= 3);
         }
         // The entries before a failure stay written.
+        int asked = 0;
         for (const auto &f : failures) {
-            int asked = 0;
+            asked = 0;
             host->on_answer = [&](exchange &e) {
                 if (e.what == query.what && asked++ == 1) {
                     e.status = f.status;
@@ -276,6 +277,14 @@ struct ListQueryTest : QueryTest {
                 EXPECT_EQ(bytes_of(records[i]) == blank, i > 0);
             EXPECT_EQ(count, 3U);
         }
+        // A port that gains sessions meanwhile does not outgrow the array.
+        host->on_answer = [=](exchange &) { varnok_get_pdb_from_user_handle(handle)->session_cnt = 5; };
+        std::vector<Record> records(5, marked<Record>(0));
+        Record *array = records.data();
+        uint32_t count = 3;
+        EXPECT_EQ(query.call(handle, &count, &array), 0U);
+        for (size_t i = 0; i < records.size(); ++i)
+            EXPECT_EQ(bytes_of(records[i]) == blank, i >= 3);
     }
 };
 OVER_ALL_BACK_ENDS(ListQueryTest);

@@ -67,9 +67,10 @@ OVER_ALL_BACK_ENDS(ScsiTest);
 TEST_P(ScsiTest, EveryFieldOfTheRecord)
 {
     luns(R"([{"size":"1 MiB"}])", native_size + 292);
-    std::vector<uint8_t> data(300, 'd');
-    const std::tuple<uint8_t, char, uint32_t> cases[] = {{0, 0, 0}, {1, 1, 300}, {2, 2, 300}, {3, 0, 0}, {255, 0, 0}};
+    const std::tuple<uint8_t, char, uint32_t> cases[] = {{0, 0, 0}, {1, 1, 300}, {2, 2, 300},
+                                                         {2, 2, 0}, {3, 0, 0},   {255, 0, 0}};
     for (const auto &[direction, direction_sent, length] : cases) {
+        std::vector<uint8_t> data(length, 'd');
         SCOPED_TRACE(static_cast<int>(direction));
         auto cmd = command(direction, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
         cmd.CDBLength = 6;
@@ -78,7 +79,7 @@ TEST_P(ScsiTest, EveryFieldOfTheRecord)
         cmd.ScsiLunNum = 0x99AABBCC;
         cmd.SenseLength = 0x1234;
         memset(cmd.Sense, 's', sizeof cmd.Sense);
-        length == 0 ? VARNOK_SendScsiCommand(handle, &cmd, nullptr, nullptr) : send(cmd, data);
+        direction_sent == 0 ? VARNOK_SendScsiCommand(handle, &cmd, nullptr, nullptr) : send(cmd, data);
         std::string expected = "\x44\x33\x22\x11\x88\x77\x66\x55\xCC\xBB\xAA\x99"s + direction_sent + "\6";
         expected += "\0\1\2\3\4\5\6\7\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f"s.substr(0, native ? 6 : 16);
         expected.resize(30, '\0'); // a native driver receives the valid bytes of the CDB
@@ -86,7 +87,7 @@ TEST_P(ScsiTest, EveryFieldOfTheRecord)
         expected.resize(288, '\0');
         expected += bytes_of(length);
         if (native)
-            expected += std::string(direction_sent == 2 ? 300 : 0, 'd');
+            expected += std::string(direction_sent == 2 ? length : 0, 'd');
         else
             expected += bytes_of(length == 0 ? 0 : reinterpret_cast<uintptr_t>(data.data()));
         expected.resize(292 + (native ? native_size : 28), '\0');

@@ -3,10 +3,12 @@
 #include "host_test.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
@@ -145,20 +147,33 @@ TEST_F(SharedDbTest, FailingOpens)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.line);
         platform::reset();
-        remove(path.c_str());
-        if (c.old_size >= 0)
-            write_file(std::string(static_cast<size_t>(c.old_size), '\0'));
-        c.call != nullptr ? platform::fail_call(c.call, c.nth, c.err) : platform::fail_allocation(c.nth);
-        EXPECT_EQ(log_of(4, [] { EXPECT_EQ(open(), 1U); }), std::string("varnok_open_database: ") + c.line);
-        EXPECT_TRUE(platform::fault_met());
-        EXPECT_EQ(varnok_db_sem_id, -1);
-        EXPECT_EQ(file_exists(), c.file_stays);
-        expect_nothing_held();
+        for (const uint32_t mask : {4U, 0U}) {
+            remove(path.c_str());
+            if (c.old_size >= 0)
+                write_file(std::string(static_cast<size_t>(c.old_size), '\0'));
+            c.call != nullptr ? platform::fail_call(c.call, c.nth, c.err) : platform::fail_allocation(c.nth);
+            EXPECT_EQ(log_of(mask, [] { EXPECT_EQ(open(), 1U); }),
+                      mask == 0 ? "" : std::string("varnok_open_database: ") + c.line);
+            EXPECT_TRUE(platform::fault_met());
+            EXPECT_EQ(varnok_db_sem_id, -1);
+            EXPECT_EQ(file_exists(), c.file_stays);
+            expect_nothing_held();
+        }
     }
     // A short write is no error of the system's.
     remove(path.c_str());
     platform::fail_call("write", 1, 0);
     EXPECT_THAT(log_of(4, [] { EXPECT_EQ(open(), 1U); }), HasSubstr(": Unable to write completely"));
+    // A file that can be neither filled, the disk being full, nor withdrawn.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit full = {file_size / 2, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    platform::fail_call("remove", 1, EPERM);
+    EXPECT_THAT(log_of(4, [] { EXPECT_EQ(open(), 1U); }), HasSubstr(": Unable to remove shared data file. errno=1\n"));
+    setrlimit(RLIMIT_FSIZE, &before);
+    expect_nothing_held();
 }
 
 TEST_F(SharedDbTest, ClosingByTheNumberOfUsers)

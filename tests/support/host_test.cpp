@@ -58,6 +58,12 @@ std::string HostTest::log_of(uint32_t mask, const std::function<void()> &run)
     return text;
 }
 
+void HostTest::in_silence_and_aloud(const std::function<void()> &run)
+{
+    EXPECT_EQ(log_of(0, run), "");
+    EXPECT_NE(log_of(6, run), "");
+}
+
 uint32_t HostTest::load_and_open(uint32_t instance)
 {
     uint32_t handle = 0;

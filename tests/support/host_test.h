@@ -48,6 +48,9 @@ class HostTest : public testing::Test
     // Runs it with the mask and gives what it wrote to standard error.
     static std::string log_of(uint32_t mask, const std::function<void()> &run);
 
+    // Twice: without a line on standard error, and with every one.
+    static void in_silence_and_aloud(const std::function<void()> &run);
+
     // Loads the library and opens the port.
     static uint32_t load_and_open(uint32_t instance = 0);
 
