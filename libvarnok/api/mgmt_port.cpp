@@ -60,7 +60,7 @@ void fill_extended(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
         return;
     const uint32_t version = hw->mfw_version;
     snprintf(reinterpret_cast<char *>(port.MFWVersion), sizeof port.MFWVersion,
-             "%02d.%02d.%02d.%02d", version >> 24 & 0xFF, version >> 16 & 0xFF, version >> 8 & 0xFF,
+             "%02u.%02u.%02u.%02u", version >> 24 & 0xFF, version >> 16 & 0xFF, version >> 8 & 0xFF,
              version & 0xFF);
 }
 

@@ -53,6 +53,7 @@ bool write_time_stamp(char *work, size_t size)
 {
     memset(work, 0, size);
     const time_t now = time(nullptr);
+    // cppcheck-suppress localtimeCalled; threads are not promised
     const tm *const local = localtime(&now);
     if (local == nullptr)
         return false;
