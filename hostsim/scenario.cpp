@@ -114,10 +114,10 @@ void read_luns(const json &array, const place &at, const std::string &base,
     into.lun_descriptions.clear();
     each_element(array, at, [&](const json &value, const place &here) {
         read_lun(value, here, base, next_number, into);
+        if (into.luns.size() > most_luns)
+            at.fail("more than " + std::to_string(most_luns) + " LUNs");
     });
 
-    if (into.luns.size() > most_luns)
-        at.fail("more than " + std::to_string(most_luns) + " LUNs");
     sort_luns(into);
     const auto wire = [&](uint32_t k) { return into.luns[k].wire; };
     if (std::ranges::adjacent_find(into.luns_by_wire, {}, wire) != into.luns_by_wire.end())
@@ -304,8 +304,8 @@ scenario read_scenario(std::string_view text, const std::string &base)
     json document;
     try {
         document = json::parse(text, nullptr, true, true);
-    } catch (const json::parse_error &e) {
-        std::string what = e.what(); // begins with the exception's name in brackets
+    } catch (const json::exception &e) { // a number may be too large
+        std::string what = e.what();     // begins with the exception's name in brackets
         size_t name_end = what.find("] ");
         throw scenario_error(name_end == std::string::npos ? what : what.substr(name_end + 2));
     }

@@ -74,6 +74,13 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
         EXPECT_EQ(error_of(scenario.replace(scenario.find('@'), 1, text)), place + error);
     }
     EXPECT_EQ(error_of("{\n 'ports': [}").substr(0, 33), "parse error at line 2, column 12:");
+    EXPECT_EQ(error_of("{'ports':1e999}"), "number overflow parsing '1e999'");
+    // Too many LUNs end the reading at once.
+    std::string many;
+    for (int i = 0; i < 5; ++i)
+        many += "{'lun':0,'repeat':16384},";
+    EXPECT_EQ(error_of("{'ports':[{'sessions':[{'luns':[" + many + "{'x':1}]}]}]}"),
+              "ports[0].sessions[0].luns: more than 65536 LUNs");
 }
 
 struct place {
