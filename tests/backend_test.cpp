@@ -281,6 +281,23 @@ TEST_P(DriverTest, CountsThatLie)
     }
 }
 
+// Two ports of one number: a native driver answers for the first of them, the library keeps both.
+TEST_P(DriverTest, HostNumbersThatRepeat)
+{
+    simulate(R"({"ports":[{"driver":"@","host_no":7},{"driver":"@","host_no":8}]})");
+    host->on_answer = [](exchange &e) {
+        const uint32_t number = 7;
+        if (e.what == request::hostno)
+            memcpy(e.record.data() + (GetParam().native ? 8 : 0), &number, sizeof number);
+    };
+    EXPECT_EQ(load_and_open(1), 2U);
+    EXPECT_EQ(load_and_open(0), 1U);
+    EXPECT_EQ(hosts(), (std::vector<uint32_t>{7, 7}));
+    EXPECT_EQ(varnok_get_pdb_from_user_handle(2), varnok_get_pdb_from_user_instance(1));
+    VARNOK_PHY_PORT_INFO port = {};
+    EXPECT_EQ(VARNOK_GetPhyPortInfo(2, &port), 0U);
+}
+
 TEST(Twins, NativeSignatures)
 {
     const uint32_t sizes[] = {8, 16, 72, 776, 1032, 392, 262444};

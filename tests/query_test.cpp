@@ -293,6 +293,38 @@ TEST_P(ListQueryTest, Sessions) { run(session_query); }
 
 TEST_P(ListQueryTest, Targets) { run(target_query); }
 
+// A list is as long as the port's last data said, whatever the driver knows by now.
+TEST_P(QueryTest, SessionCountsThatChange)
+{
+    simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]}]})");
+    const uint32_t handle = load_and_open();
+    const struct {
+        uint32_t claimed, result, count, written;
+    } cases[] = {{2, 0, 3, 2}, {0, 0, 0, 0}, {4, 0x80000009, 4, 0}, {UINT32_MAX, 0x80000009, UINT32_MAX, 0},
+                 {1, 0, 3, 1}, {3, 0, 3, 3}};
+    const auto expect = [&](const auto &c, auto query, auto blank) {
+        std::vector<decltype(blank)> records(3, blank);
+        auto *array = records.data();
+        uint32_t count = 3;
+        EXPECT_EQ(query(handle, &count, &array), c.result);
+        EXPECT_EQ(count, c.count);
+        for (uint32_t i = 0; i < 3; ++i)
+            EXPECT_EQ(bytes_of(records[i]) != bytes_of(blank), i < c.written);
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.claimed);
+        host->on_answer = [&](exchange &e) {
+            if (e.what == request::port_info)
+                memcpy(e.record.data() + 704, &c.claimed, sizeof c.claimed);
+        };
+        VARNOK_PHY_PORT_INFO port = {};
+        EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
+        EXPECT_EQ(port.SessCount, c.claimed);
+        expect(c, VARNOK_GetSessionInfo, marked<VARNOK_SESS_INFO>(0));
+        expect(c, VARNOK_GetTgtInfo, marked<VARNOK_TGT_INFO>(0));
+    }
+}
+
 TEST_P(QueryTest, TargetFields)
 {
     simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":4,"luns":[{"repeat":3}]}]}]})");
