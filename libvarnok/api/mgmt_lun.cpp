@@ -44,15 +44,15 @@ struct target {
     uint32_t number;
 };
 
-// Sends a command whose answer is read into a zeroed buffer.
-uint32_t ask(const target &t, VARNOK_SCSI_CMND command, uint8_t *answer, uint32_t size)
+// Sends a command; the answer is read into a buffer that holds zeros.
+uint32_t ask(const target &t, VARNOK_SCSI_CMND &&command, uint8_t *answer, uint32_t size)
 {
-    memset(answer, 0, size);
     return VARNOK_SendScsiCommand(t.handle, &command, &size, answer);
 }
 
 uint32_t ask_inquiry(const target &t, lun_number lun, inquiry_answer &answer)
 {
+    answer = {};
     const uint32_t rval = ask(t, read_command(t.number, lun, {0x12, 0, 0, 0, 0xFF, 0}),
                               answer.bytes, sizeof answer.bytes);
     if (rval != 0)
@@ -65,6 +65,7 @@ uint32_t ask_inquiry(const target &t, lun_number lun, inquiry_answer &answer)
 uint32_t ask_read_capacity(const target &t, lun_number lun, std::initializer_list<uint8_t> cdb,
                            capacity_answer &answer)
 {
+    answer = {};
     const uint32_t rval =
         ask(t, read_command(t.number, lun, cdb), answer.bytes, sizeof answer.bytes);
     if (rval != 0)

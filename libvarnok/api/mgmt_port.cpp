@@ -6,7 +6,6 @@
 #include "varnok_mgmt_internal.h"
 
 #include <cerrno>
-#include <cstdio>
 
 namespace
 {
@@ -46,6 +45,26 @@ uint32_t translate(const code (&table)[Size], uint32_t driver, uint32_t otherwis
     return otherwise;
 }
 
+// A byte as "%02u" prints it.
+char *put_byte(char *at, uint32_t value)
+{
+    if (value >= 100)
+        *at++ = static_cast<char>('0' + value / 100);
+    *at++ = static_cast<char>('0' + value / 10 % 10);
+    *at++ = static_cast<char>('0' + value % 10);
+    return at;
+}
+
+// Four bytes, most significant first, with dots between them; the field's rest stays as it is.
+void put_version(uint8_t (&field)[32], uint32_t version)
+{
+    char *at = reinterpret_cast<char *>(field);
+    for (uint32_t shift = 32; shift > 0; shift -= 8) {
+        at = put_byte(at, version >> (shift - 8) & 0xFF);
+        *at++ = shift > 8 ? '.' : '\0';
+    }
+}
+
 void fill_extended(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
 {
     const varnok_hw_info *const hw = pdb->hw_info;
@@ -56,12 +75,8 @@ void fill_extended(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
     port.ChipRevId = hw->chip_rev_id;
     port.MediaType = VARNOK_MEDIA_TYPE;
     copy_field(port.HbaName, pdb->hba_name);
-    if (!varnok::is_newer_generation(hw->device_id))
-        return;
-    const uint32_t version = hw->mfw_version;
-    snprintf(reinterpret_cast<char *>(port.MFWVersion), sizeof port.MFWVersion,
-             "%02u.%02u.%02u.%02u", version >> 24 & 0xFF, version >> 16 & 0xFF, version >> 8 & 0xFF,
-             version & 0xFF);
+    if (varnok::is_newer_generation(hw->device_id))
+        put_version(port.MFWVersion, hw->mfw_version);
 }
 
 void fill_common(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)

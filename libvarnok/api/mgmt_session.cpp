@@ -63,7 +63,7 @@ uint32_t VARNOK_GetSessionInfo(uint32_t Handle, uint32_t *pSessCount, VARNOK_SES
     }
     // The count is read again at every turn, and must not outgrow the array.
     for (uint32_t i = 0; i < pdb->session_cnt && i < capacity; ++i) {
-        *info = {};
+        varnok::clear(info.get(), sizeof *info);
         info->sess_num = i;
         uint32_t stat = 0;
         if (varnok::operations_of(pdb).get_sess_info(pdb, info.get(), &stat) != 0 || stat != 0) {

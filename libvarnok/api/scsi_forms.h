@@ -22,7 +22,7 @@ inline void attach_data(varnok_drv_scsi_cmd_ioctl &record, const scsi_call &call
 inline void attach_data(varnok_drv_scsi_cmd_native &record, const scsi_call &call)
 {
     if (call.direction == VARNOK_SCSI_DATA_OUT && call.data_len > 0)
-        memcpy(record.data_buffer, call.data, call.data_len);
+        copy(record.data_buffer, call.data, call.data_len);
 }
 
 // The driver has put the data where it belongs.
@@ -32,7 +32,7 @@ inline void fetch_data(const varnok_drv_scsi_cmd_native &record, const scsi_call
 {
     const size_t size = smaller(record.data_len, call.data_len);
     if (call.direction == VARNOK_SCSI_DATA_IN && size > 0)
-        memcpy(call.data, record.data_buffer, size);
+        copy(call.data, record.data_buffer, size);
 }
 
 template <class Record>
@@ -71,7 +71,7 @@ scsi_outcome send_in_form(const scsi_call &call)
     }
     VARNOK_SCSI_CMND &command = *call.command;
     const size_t sense = smaller(record->sense_len, command.SenseLength);
-    memcpy(command.Sense, record->sense, smaller(sense, sizeof command.Sense));
+    copy(command.Sense, record->sense, smaller(sense, sizeof command.Sense));
     return {true, rval};
 }
 

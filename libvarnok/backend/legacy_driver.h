@@ -54,7 +54,7 @@ inline constexpr legacy_request ask_scsi_cmd = {
 
 // What one driver is known by, and the operations that its discovery pass needs.
 struct legacy_driver {
-    const char *signature;
+    char signature[sizeof varnok_drv_ioctl::signature]; // padded as in the header
     uint32_t ioctl_base;
     phy_port_rule phy_port;
     uint32_t (*get_hba_count)(int32_t handle, int32_t *count);

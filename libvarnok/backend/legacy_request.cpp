@@ -39,7 +39,7 @@ uint32_t varnok::legacy_setup_header(const legacy_driver &driver, uint16_t subcm
     if (header == nullptr)
         return 1;
     *header = {};
-    memcpy(header->signature, driver.signature, strlen(driver.signature));
+    memcpy(header->signature, driver.signature, sizeof header->signature);
     header->addrmode = VARNOK_DRV_IOCTL_ADDRMODE;
     header->version = VARNOK_DRV_IOCTL_VERSION;
     header->subcode = subcmd;

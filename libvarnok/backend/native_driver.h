@@ -55,4 +55,8 @@ uint32_t native_query(const native_driver &driver, const char *func, varnok_priv
 uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
                       varnok_drv_scsi_cmd_native *record, uint32_t *stat);
 
+// The last of them, for a caller that looks at no more of the data than it asked for.
+uint32_t native_scsi_answer(const native_driver &driver, const char *func, varnok_priv_db *pdb,
+                            varnok_drv_scsi_cmd_native *record, uint32_t *stat);
+
 } // namespace varnok

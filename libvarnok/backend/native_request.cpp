@@ -5,6 +5,7 @@
 #include "varnok_log.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 namespace
@@ -21,9 +22,17 @@ struct request_texts {
 };
 
 // What one kind of request needs beside the common steps: its envelope, the driver record in it,
-// and which fields of the caller's record travel to the driver.
+// which fields of the caller's record travel to the driver, and what of it travels back.
 
-struct port_info_request {
+struct whole_record {
+    template <class Record>
+    static void copy_out(Record &to, const Record &from)
+    {
+        copy(&to, &from, sizeof to);
+    }
+};
+
+struct port_info_request : whole_record {
     using envelope = varnok_drv_port_info_cb;
     static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_PORT_INFO;
     static constexpr bool traces_result = false;
@@ -36,7 +45,7 @@ struct port_info_request {
     static void copy_in(varnok_drv_port_info &, const varnok_drv_port_info &) {}
 };
 
-struct sess_info_request {
+struct sess_info_request : whole_record {
     using envelope = varnok_drv_sess_info_cb;
     static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_SESS_INFO;
     static constexpr bool traces_result = true;
@@ -52,7 +61,7 @@ struct sess_info_request {
     }
 };
 
-struct tgt_info_request {
+struct tgt_info_request : whole_record {
     using envelope = varnok_drv_tgt_info_cb;
     static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_TGT_INFO;
     static constexpr bool traces_result = false;
@@ -68,7 +77,7 @@ struct tgt_info_request {
     }
 };
 
-struct scsi_cmd_request {
+struct scsi_cmd_request : whole_record {
     using envelope = varnok_drv_scsi_cmd_cb;
     static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_SCSI_CMD;
     static constexpr bool traces_result = false;
@@ -96,6 +105,17 @@ struct scsi_cmd_request {
     }
 };
 
+// Most commands move a few bytes of the 256 KiB that the record has room for: no more of the data
+// comes back than was asked for.
+struct scsi_answer_request : scsi_cmd_request {
+    static void copy_out(varnok_drv_scsi_cmd_native &to, const varnok_drv_scsi_cmd_native &from)
+    {
+        const size_t asked = to.direction == 1 ? to.data_len : 0;
+        const size_t data = smaller(smaller(asked, from.data_len), sizeof to.data_buffer);
+        copy(&to, &from, offsetof(varnok_drv_scsi_cmd_native, data_buffer) + data);
+    }
+};
+
 template <class Request, class Record>
 uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pdb, Record *record,
                uint32_t *stat)
@@ -119,7 +139,7 @@ uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pd
     } else if (call != 0) {
         LOG_ERROR_AS(func, Request::texts.call_line, dec(errno));
     } else {
-        memcpy(record, &Request::record(*envelope), sizeof *record);
+        Request::copy_out(*record, Request::record(*envelope));
         result = 0;
     }
     envelope.release();
@@ -160,4 +180,11 @@ uint32_t varnok::native_query(const native_driver &driver, const char *func, var
                               varnok_drv_scsi_cmd_native *record, uint32_t *stat)
 {
     return query<scsi_cmd_request>(driver, func, pdb, record, stat);
+}
+
+uint32_t varnok::native_scsi_answer(const native_driver &driver, const char *func,
+                                    varnok_priv_db *pdb, varnok_drv_scsi_cmd_native *record,
+                                    uint32_t *stat)
+{
+    return query<scsi_answer_request>(driver, func, pdb, record, stat);
 }

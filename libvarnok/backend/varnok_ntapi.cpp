@@ -49,3 +49,8 @@ uint32_t varnoknt_send_scsi_cmd(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32
 {
     return varnok::native_query(driver, __func__, pdb, pcmd, stat);
 }
+
+uint32_t varnok::pelt_scsi_answer(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat)
+{
+    return native_scsi_answer(driver, "varnoknt_send_scsi_cmd", pdb, pcmd, stat);
+}

@@ -30,3 +30,11 @@ VARNOK_PRIVATE uint32_t varnoknt_get_tgt_info(varnok_priv_db *pdb, pelt_tgt_info
 VARNOK_PRIVATE uint32_t varnoknt_send_scsi_cmd(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd,
                                                uint32_t *stat);
 }
+
+namespace varnok
+{
+
+// As varnoknt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
+uint32_t pelt_scsi_answer(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat);
+
+} // namespace varnok

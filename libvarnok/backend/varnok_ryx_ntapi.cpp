@@ -54,3 +54,8 @@ uint32_t varnok_ryxnt_send_scsi_cmd(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd
 {
     return varnok::native_query(driver, __func__, pdb, pcmd, stat);
 }
+
+uint32_t varnok::rovani_scsi_answer(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd, uint32_t *stat)
+{
+    return native_scsi_answer(driver, "varnok_ryxnt_send_scsi_cmd", pdb, pcmd, stat);
+}

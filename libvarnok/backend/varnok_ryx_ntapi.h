@@ -31,3 +31,11 @@ VARNOK_PRIVATE uint32_t varnok_ryxnt_get_tgt_info(varnok_priv_db *pdb, kx_iscsi_
 VARNOK_PRIVATE uint32_t varnok_ryxnt_send_scsi_cmd(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd,
                                                    uint32_t *stat);
 }
+
+namespace varnok
+{
+
+// As varnok_ryxnt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
+uint32_t rovani_scsi_answer(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd, uint32_t *stat);
+
+} // namespace varnok

@@ -33,6 +33,10 @@ uint32_t varnok_is_non_zero(const uint8_t *bytes, uint32_t size)
 
 uint64_t varnok_ptr_to_64bit(const void *pointer) { return reinterpret_cast<uintptr_t>(pointer); }
 
+void varnok::clear(void *at, size_t size) { memset(at, 0, size); }
+
+void varnok::copy(void *to, const void *from, size_t size) { memcpy(to, from, size); }
+
 void *varnok_64bit_to_ptr(uint64_t value)
 {
     return reinterpret_cast<void *>(static_cast<uintptr_t>(value));

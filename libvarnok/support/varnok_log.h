@@ -60,7 +60,7 @@ class trace_scope
 
 #define LOG_LINE(bit, func, ...)                                                                   \
     do {                                                                                           \
-        if ((varnok_debug & (bit)) != 0) {                                                         \
+        if ((varnok_debug & (bit)) != 0) [[unlikely]] {                                            \
             using varnok::dec;                                                                     \
             using varnok::hex;                                                                     \
             varnok::write_log_line(func, {__VA_ARGS__});                                           \
