@@ -1,5 +1,7 @@
 // The pass-through and LUN discovery: one suite over the four back-ends.
 #include "host_test.h"
+#include "varnok_ntapi.h"
+#include "varnok_ryx_ntapi.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -129,6 +131,22 @@ TEST_P(ScsiTest, LengthsThatLie)
             EXPECT_EQ(bytes_of(cmd.Sense), expected) << sense_len << " " << accepted;
             EXPECT_EQ(data[99], native ? 0 : 'x');
         }
+}
+
+// The pass-through takes the data that it asked for; the back-end's own call brings everything back.
+TEST_P(ScsiTest, TheWholeRecordComesBack)
+{
+    if (!native)
+        return;
+    luns("[]");
+    host->on_answer = [](exchange &e) { memset(e.record.data(), 'R', e.record.size()); };
+    std::string record(native_size + 292, '\0');
+    uint32_t status = 1;
+    auto *const pdb = varnok_get_pdb_from_user_handle(handle);
+    const auto call = GetParam().newer ? varnoknt_send_scsi_cmd : varnok_ryxnt_send_scsi_cmd;
+    EXPECT_EQ(call(pdb, reinterpret_cast<varnok_drv_scsi_cmd_native *>(record.data()), &status), 0U);
+    EXPECT_EQ(status, 0U);
+    EXPECT_TRUE(record == std::string(record.size(), 'R'));
 }
 
 TEST_P(ScsiTest, AFailingCommand)

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -240,11 +241,21 @@ TEST_F(SharedDbTest, AFileCutBehindTheMappingIsMadeWhole)
         platform::reset();
         platform::set_user_lines("4\n");
         if (!grows)
-            platform::fail_call("ftruncate", 1, ENOSPC);
+            platform::fail_call("posix_fallocate", 1, ENOSPC);
         EXPECT_EQ(varnok_close_database(0), 0U);
         EXPECT_EQ(read_file(), grows ? flags({}) : "");
         expect_nothing_held();
     }
+    // A program that closed all descriptors, and opened another file of its own since.
+    ASSERT_EQ(open(), 0U);
+    platform::set_user_lines("4\n");
+    const std::string other = path + ".other";
+    close(varnok_shm_fildes);
+    ASSERT_EQ(::open(other.c_str(), O_RDWR | O_CREAT, 0600), varnok_shm_fildes);
+    EXPECT_EQ(varnok_close_database(0), 0U);
+    EXPECT_EQ(read_file(), flags({}));
+    EXPECT_EQ(std::filesystem::file_size(other), 0U);
+    remove(other.c_str());
     // What is there already is kept when only the first open failed.
     write_file("older");
     platform::fail_call("open", 1, EMFILE);

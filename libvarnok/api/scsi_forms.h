@@ -50,7 +50,8 @@ void fill_command(Record &record, const scsi_call &call)
     attach_data(record, call);
 }
 
-// The driver's record comes back with data and sense, whatever lengths the driver claims.
+// The driver's record comes back with the data asked for and sense, whatever lengths the driver
+// claims.
 template <class Record, uint32_t (*Send)(varnok_priv_db *, Record *, uint32_t *)>
 scsi_outcome send_in_form(const scsi_call &call)
 {

@@ -16,6 +16,12 @@ namespace
 
 constexpr size_t file_size = sizeof(varnok_shared_db);
 
+// The file that the descriptor was opened on: the program around the library may have closed it.
+struct {
+    dev_t device;
+    ino_t inode;
+} opened;
+
 bool wrote_all(int fd, const uint8_t *bytes)
 {
     return write(fd, bytes, file_size) == static_cast<ssize_t>(file_size);
@@ -85,6 +91,7 @@ outcome make_whole(const char *func, int fd, bool created)
         LOG_ERROR_AS(func, ": Unable to read shared data file. errno=", dec(errno));
         return outcome::failed;
     }
+    opened = {status.st_dev, status.st_ino};
     if (created && status.st_size == 0)
         return fill_new(func, fd);
     if (status.st_size >= static_cast<off_t>(file_size))
@@ -115,7 +122,8 @@ int varnok::open_shared_file(const char *func)
 bool varnok::shared_file_is_whole(int fd)
 {
     struct stat status = {};
-    if (fstat(fd, &status) != 0)
-        return false;
-    return status.st_size >= static_cast<off_t>(file_size) || ftruncate(fd, file_size) == 0;
+    if (fstat(fd, &status) != 0 || status.st_dev != opened.device || status.st_ino != opened.inode)
+        return true;
+    return status.st_size >= static_cast<off_t>(file_size) ||
+           posix_fallocate(fd, 0, file_size) == 0;
 }

@@ -4,9 +4,9 @@
 namespace varnok
 {
 
-// Opens, or with O_CREAT makes (mode 0644), what nobody but root and this process's user can have
-// laid there or can change: a plain file with one name. -1 and errno otherwise; EPERM means that
-// something else was there, which is left as it was.
+// Opens, or with O_CREAT makes (mode 0644), what belongs to root or to this process's user, and
+// what nobody else can change: a plain file with one name. -1 and errno otherwise; EPERM means that
+// something else is there, which is left as it is.
 int open_own_file(const char *path, int flags);
 
 } // namespace varnok

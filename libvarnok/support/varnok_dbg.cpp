@@ -53,7 +53,7 @@ bool write_time_stamp(char *work, size_t size)
 {
     memset(work, 0, size);
     const time_t now = time(nullptr);
-    // cppcheck-suppress localtimeCalled; threads are not promised
+    // cppcheck-suppress localtimeCalled; under the log's semaphore
     const tm *const local = localtime(&now);
     if (local == nullptr)
         return false;

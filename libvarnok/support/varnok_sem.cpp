@@ -46,15 +46,16 @@ bool set_free(int32_t sem_id)
 }
 
 // A set stands at 0 and was never operated on only between its creation and its first value. One
-// that stays so has lost its creator, and everybody would wait for ever.
+// that stays so has lost its creator, and everybody would wait for ever. The value comes first: a
+// healthy set that somebody takes in between has been operated on then.
 bool is_orphan(int32_t sem_id)
 {
     constexpr time_t creation_limit = 10; // seconds
     semid_ds status = {};
     semun argument = {};
     argument.buf = &status;
-    return semctl(sem_id, 0, IPC_STAT, argument) == 0 && status.sem_otime == 0 &&
-           time(nullptr) - status.sem_ctime > creation_limit && semctl(sem_id, 0, GETVAL) == 0;
+    return semctl(sem_id, 0, GETVAL) == 0 && semctl(sem_id, 0, IPC_STAT, argument) == 0 &&
+           status.sem_otime == 0 && time(nullptr) - status.sem_ctime > creation_limit;
 }
 
 } // namespace

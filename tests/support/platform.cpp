@@ -194,7 +194,7 @@ FILE *fdopen(int fd, const char *mode) noexcept
     return file;
 }
 
-int ftruncate(int fd, off_t size) noexcept { return PLAIN(-1, ftruncate, "", fd, size); }
+int posix_fallocate(int fd, off_t from, off_t size) { return PLAIN(ENOSPC, posix_fallocate, "", fd, from, size); }
 FILE *fopen(const char *path, const char *mode) { return PLAIN(nullptr, fopen, path, PRIVATE(path), mode); }
 int uname(utsname *name) noexcept { return UNLESS_IT_FAILS(-1, "uname", "", hostsim::calls::uname(name)); }
 uid_t geteuid(void) noexcept { return hostsim::calls::geteuid(); }
