@@ -34,6 +34,7 @@ class ToolsTest(ToolCase):
             (0, "no_adapters", {"drivers": ["rovani"]}, ["ports"]),
             (0, "help", lab, ["--help"]),
             (1, "scsi_without_adapters", {"drivers": ["rovani"]}, ["scsi", "-p", "0", "-t", "0", "-l", "0", "tur"]),
+            (1, "port_without_adapters", {"drivers": ["rovani"]}, ["luns", "-p", "1", "-t", "2"]),
             (1, "no_such_port", lab, ["luns", "--port", "9"]),
             (1, "no_such_target", lab, ["luns", "--target", "7"]),
             (1, "no_lun_answers", {**lab, "faults": [luns_fail]}, ["luns", "--port", "0"]),

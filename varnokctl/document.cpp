@@ -110,9 +110,13 @@ json version_document(const char *tool_version)
     return document;
 }
 
+std::string safe_text(std::string_view text)
+{
+    return field_text({reinterpret_cast<const uint8_t *>(text.data()), text.size()}, {});
+}
+
 json usage_document(std::string_view what_is_wrong)
 {
-    const auto *const bytes = reinterpret_cast<const uint8_t *>(what_is_wrong.data());
     json document = new_document("usage");
     document["complete"] = false;
     document["failures"] = json::array({{{"call", "varnokctl"},
@@ -120,7 +124,7 @@ json usage_document(std::string_view what_is_wrong)
                                          {"target", nullptr},
                                          {"status", 0},
                                          {"name", "wrong usage"},
-                                         {"meaning", field_text({bytes, what_is_wrong.size()}, {})},
+                                         {"meaning", safe_text(what_is_wrong)},
                                          {"next", "see 'varnokctl --help'"}}});
     return document;
 }

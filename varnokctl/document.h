@@ -14,6 +14,9 @@ json tree_document(const host &host);
 json version_document(const char *tool_version);
 json usage_document(std::string_view what_is_wrong);
 
+// What was typed, as the fields of records are shown.
+std::string safe_text(std::string_view text);
+
 // Notes the failures, and that the document is complete when there are none.
 void finish(json &document, const std::vector<failure> &failures);
 

@@ -29,8 +29,12 @@ bool not_loaded(const failure &failure)
            failure.status == VARNOK_STATUS_FAILED;
 }
 
-// The library itself succeeded: there is no such target, or the device refused a command.
-bool call_succeeded(const failure &failure) { return failure.status == VARNOK_STATUS_SUCCESS; }
+// The library itself succeeded, but there is no such target, or the device refused a command.
+bool call_succeeded(const failure &failure)
+{
+    return failure.status == VARNOK_STATUS_SUCCESS &&
+           failure.call != std::string_view("VARNOK_GetLunInfo");
+}
 
 bool names_port(const failure &failure, const port &port) { return failure.port == port.instance; }
 

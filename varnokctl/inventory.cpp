@@ -76,6 +76,14 @@ class reader
             read_port(instance);
     }
 
+    // Without adapters there is no port to ask for by its number.
+    void miss_port()
+    {
+        uint32_t handle = 0;
+        if (ask_.port)
+            good("VARNOK_OpenAdapter", VARNOK_OpenAdapter(*ask_.port, &handle), ask_.port);
+    }
+
     bool good(const char *call, uint32_t status, std::optional<uint32_t> port = {},
               std::optional<uint32_t> target = {})
     {
@@ -175,7 +183,11 @@ class reader
         const auto query = [&](uint32_t *count, VARNOK_LUN_INFO **array) {
             return VARNOK_GetLunInfo(handle, number, count, array);
         };
-        good("VARNOK_GetLunInfo", read_list(target.luns, room, query), instance, number);
+        const uint32_t status = read_list(target.luns, room, query);
+        // REPORT LUNS may list more, or end with sense data that the library does not look at.
+        if (good("VARNOK_GetLunInfo", status, instance, number) &&
+            target.luns.size() < target.info.LunCount)
+            host_.failures.push_back({"VARNOK_GetLunInfo", status, instance, number});
     }
 
     const request &ask_;
@@ -196,7 +208,9 @@ host read_host(const request &ask, progress line)
     uint32_t count = 0;
     const uint32_t status = VARNOK_GetPortCount(&count);
     // A load that found no adapter succeeds and leaves nothing loaded; this is how it shows.
-    if (status != VARNOK_STATUS_FAILED && reader.good("VARNOK_GetPortCount", status))
+    if (status == VARNOK_STATUS_FAILED)
+        reader.miss_port();
+    else if (reader.good("VARNOK_GetPortCount", status))
         reader.read_ports(count);
     return host;
 }

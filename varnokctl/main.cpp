@@ -5,6 +5,7 @@
 #include <exception>
 #include <span>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -177,12 +178,20 @@ int end_early(const CLI::App &app, const CLI::ParseError &error, std::span<char 
     const auto is_json = [](const char *argument) {
         return std::string_view(argument) == "--json";
     };
-    const bool wrong = error.get_exit_code() != 0;
-    if (wrong && std::ranges::any_of(arguments, is_json))
-        print(ctl::usage_document(error.what()), {});
-    else
+    if (error.get_exit_code() == 0) {
         app.exit(error);
-    return wrong ? ctl::usage : ctl::all_well;
+        return ctl::all_well;
+    }
+    const std::vector<std::string> left = app.remaining();
+    const bool no_command = app.get_subcommands().empty() && !left.empty();
+    const std::string what = no_command ? "no such command: " + left.front() : error.what();
+    if (std::ranges::any_of(arguments, is_json))
+        print(ctl::usage_document(what), {});
+    else
+        fmt::print(stderr,
+                   "varnokctl: {}\nSee 'varnokctl --help' and 'varnokctl COMMAND --help'.\n",
+                   ctl::safe_text(what));
+    return ctl::usage;
 }
 
 int run(int argc, char **argv)
@@ -194,6 +203,7 @@ int run(int argc, char **argv)
     CLI::App app(description, "varnokctl");
     app.footer(ctl::endings_text() + footer);
     app.require_subcommand(1);
+    app.set_version_flag("--version", "varnokctl " VARNOKCTL_VERSION);
     add_output_options(
         *app.add_subcommand("version", "Show the versions of the tool and of the library"),
         options);

@@ -43,6 +43,8 @@ constexpr status_word statuses[] = {
               "load an adapter's driver; 'varnokctl ports' shows what is there"),
     STATUS_OF("VARNOK_SendScsiCommand", SUCCESS, "the device refused the command",
               "see its sense data"),
+    STATUS_OF("VARNOK_GetLunInfo", SUCCESS, "the target counts more LUNs than it lists",
+              "repeat the command; of more than 2047 LUNs only the first are listed"),
     STATUS_OF("VARNOK_SendScsiCommand", INVALID_PARAMETER,
               "too much data for the driver, or driver status 4",
               "move less data at once: ports of native drivers carry at most 262144 bytes"),
