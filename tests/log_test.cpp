@@ -135,8 +135,13 @@ TEST_F(LogTest, GettingASemaphore)
     EXPECT_EQ(semctl(id, 0, GETVAL), 1);
     EXPECT_EQ(varnok_sem_get(key), id);
     EXPECT_EQ(varnok_sem_wait(id), 0);
+    EXPECT_EQ(varnok_sem_get(key), id) << "held";
     EXPECT_EQ(varnok_sem_signal(id), 0);
     varnok_sem_del(id);
+    const int32_t young = semget(key, 1, IPC_CREAT | 0644);
+    EXPECT_EQ(varnok_sem_get(key), young);
+    EXPECT_EQ(semctl(young, 0, GETVAL), 0) << "its creator may be about to set it";
+    varnok_sem_del(young);
     platform::fail_call("semget", 2, ENOSPC);
     EXPECT_EQ(varnok_sem_get(key), -1);
 }

@@ -57,7 +57,7 @@ struct {
 // The load's record is one pattern, the query's another: every byte tells where it came from.
 TEST_P(QueryTest, PhyPort)
 {
-    const std::string at_load = pattern(768, 1).replace(716, 4, "\0\x0A\x14\x08", 4);
+    const std::string at_load = pattern(768, 1).replace(716, 4, "\0\xFF\x64\x08", 4);
     const std::string at_query = pattern(768, 2);
     std::string pci = pattern(64, 3);
     const uint16_t device_id = GetParam().newer ? 0x7A24 : 0x2E35;
@@ -96,7 +96,7 @@ TEST_P(QueryTest, PhyPort)
             expected = moved(expected, pci, {{351, 28, 4}});
             expected = moved(expected, at_load, {{367, 720, 32}});
             if (GetParam().newer)
-                expected.replace(399, 12, "08.20.10.00", 12);
+                expected.replace(399, 14, "08.100.255.00", 14);
         }
         ASSERT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
         EXPECT_EQ(bytes_of(port), expected) << version;
