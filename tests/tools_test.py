@@ -3,6 +3,7 @@
 import json
 import os
 import subprocess
+import unicodedata
 import xml.etree.ElementTree
 
 from tools_support import BIN, FAULT, GOLDEN, LAB, SOURCE, ToolCase, main, on_host
@@ -16,16 +17,35 @@ def drawn(svg):
     return nodes, [text.text.replace("\xa0", " ") for text in tree.iter(tag + "text")]
 
 
+def columns(text):
+    return sum(0 if unicodedata.combining(c) else 1 + (unicodedata.east_asian_width(c) in "WF") for c in text)
+
+
 class ToolsTest(ToolCase):
     def test_outputs(self):
         for arguments in (["tree"], ["tree", "--ascii", "--port", "2"], ["ports"], ["portals"], ["sessions"],
                           ["targets"], ["luns"], ["luns", "--bytes", "--port", "0", "--target", "0"],
+                          ["luns", "--bytes", "--port", "3"], ["tree", "--bytes", "--port", "0"],
                           ["ports", "--details", "--port", "4"]):
             with self.subTest(arguments):
                 result = on_host(LAB, *arguments)
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
                 self.assertLessEqual(max(map(len, result.stdout.splitlines())), 80)
                 self.compare("_".join(a.strip("-") for a in arguments) + ".txt", result.stdout)
+
+    def test_names_of_any_width_stay_in_their_columns(self):
+        names = ["m\u00f6del \u65e5\u672c", "\u00e9" * 16, "e\u0301" * 10, "\u65e5" * 10, "v" * 32]
+        path = self.scenario({"ports": [{"driver": "dxo", "hba_name": name, "model_name": name, "sessions": [
+            {"tgt_iqn": name * 6, "tgt_ipv4addr": "0.0.0.0", "tgt_ipv6_port": 65535,
+             "tgt_ipv6addr": "fd00:1111:2222:3333:4444:5555:6666:7777",
+             "luns": [{"vendor": name[:2], "product": name[:5]}, {"lun": 300}]}]} for name in names]})
+        text = ""
+        for locale in ("C.UTF-8", "C"):
+            for command in ("ports", "sessions", "luns", "tree"):
+                output = on_host(path, command, locale=locale).stdout
+                self.assertLessEqual(max(map(columns, output.splitlines())), 80, output)
+                text += f"$ {command}, {locale}\n{output}"
+        self.compare("wide_names.txt", text)
 
     def test_endings(self):
         lab = json.loads(LAB.read_text())

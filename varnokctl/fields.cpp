@@ -16,6 +16,12 @@ namespace
 cell number(uint64_t value) { return {fmt::to_string(value), value}; }
 // Beyond 2^53 a JSON number is not safe with every reader.
 cell big(uint64_t value) { return {fmt::to_string(value), fmt::to_string(value)}; }
+// Unknown when it is 0.
+cell capacity(uint64_t bytes)
+{
+    return {bytes == 0 ? "" : fmt::to_string(bytes), big(bytes).value};
+}
+
 cell hex(unsigned value) { return {fmt::format("0x{:x}", value), value}; }
 cell flag(unsigned value) { return {value == 0 ? "no" : "yes", value != 0}; }
 cell same(const std::string &text) { return {text, text}; }
@@ -162,7 +168,7 @@ constexpr field lun_fields[] = {
     {"Type", "type", look::long_text, in::table,
      FIELD(coded(i.lun->DeviceType, device_type(i.lun->DeviceType)))},
     {"Size", nullptr, look::number, in::table, FIELD(same(size_text(i.lun->Capacity)))},
-    {"Bytes", "bytes", look::number, in::bytes, FIELD(big(i.lun->Capacity))},
+    {"Bytes", "bytes", look::number, in::bytes, FIELD(capacity(i.lun->Capacity))},
     {"Vendor", "vendor", look::long_text, in::table, FIELD(text(i.lun->VendorName, s))},
     {"Product", "product", look::long_text, in::table, FIELD(text(i.lun->ProductName, s))},
     {"Rev", "revision", look::text, in::table, FIELD(text(i.lun->ProductRevision, s))},

@@ -9,7 +9,7 @@ namespace
 {
 
 constexpr std::string_view gap = "  ";
-constexpr size_t least_width = 8; // of a column that shrinks
+constexpr size_t least_width = 8; // of a column that gives way
 
 const std::string &shown(const std::string &cell)
 {
@@ -29,19 +29,30 @@ std::vector<size_t> natural_widths(const std::vector<column> &columns, const std
     return widths;
 }
 
+// The widest of the columns that can still give way; their number when there is none.
+size_t widest_of(const std::vector<column> &columns, const std::vector<size_t> &widths,
+                 bool long_texts_only)
+{
+    size_t widest = columns.size();
+    size_t width = least_width;
+    for (size_t at = 0; at < columns.size(); at++) {
+        const bool gives_way = columns[at].shrinks || !(long_texts_only || columns[at].right);
+        if (gives_way && widths[at] > std::max(width, display_width(columns[at].title)))
+            width = widths[widest = at];
+    }
+    return widest;
+}
+
 void shrink(std::vector<size_t> &widths, const std::vector<column> &columns, size_t limit)
 {
     size_t total = std::accumulate(widths.begin(), widths.end(), gap.size() * (widths.size() - 1));
-    for (; total > limit; total--) {
-        size_t widest = columns.size();
-        size_t width = least_width;
-        for (size_t at = 0; at < columns.size(); at++)
-            if (columns[at].shrinks && widths[at] > width)
-                width = widths[widest = at];
-        if (widest == columns.size())
-            return;
-        widths[widest]--;
-    }
+    for (const bool long_texts_only : {true, false})
+        for (; total > limit; total--) {
+            const size_t widest = widest_of(columns, widths, long_texts_only);
+            if (widest == columns.size())
+                break;
+            widths[widest]--;
+        }
 }
 
 void trim_end(std::string &line) { line.erase(line.find_last_not_of(' ') + 1); }

@@ -11,8 +11,8 @@ namespace ctl
 
 struct column {
     std::string title;
-    bool right;   // for numbers
-    bool shrinks; // gives way when the table is too wide
+    bool right;   // for numbers, which are always whole
+    bool shrinks; // gives way before other texts do when the table is too wide
 };
 
 using row = std::vector<std::string>;

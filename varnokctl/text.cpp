@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cwchar>
 #include <iterator>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -34,23 +36,28 @@ bool printable(char32_t c)
 
 bool continues(uint8_t byte) { return (byte & 0xC0) == 0x80; }
 
-// Length of the printable character that the bytes start with; 0 when there is none.
-size_t printable_length(std::span<const uint8_t> bytes, bool utf8)
+struct character {
+    char32_t code;
+    size_t length; // in bytes
+};
+
+// What the bytes start with; no length when that is no character.
+character first_character(std::span<const uint8_t> bytes, bool utf8)
 {
     constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
     const uint8_t lead = bytes.front();
     if (lead < 0x80)
-        return printable(lead) ? 1 : 0;
+        return {lead, 1};
     const auto length = static_cast<size_t>(std::countl_one(lead));
     if (!utf8 || length < 2 || length > 4 || length > bytes.size())
-        return 0;
+        return {};
     char32_t code = lead & (0x7FU >> length);
     for (const uint8_t byte : bytes.subspan(1, length - 1)) {
         if (!continues(byte))
-            return 0;
+            return {};
         code = code << 6 | (byte & 0x3FU);
     }
-    return code >= smallest[length] && printable(code) ? length : 0;
+    return code >= smallest[length] ? character{code, length} : character{};
 }
 
 bool all_zero(std::span<const uint8_t> bytes)
@@ -66,14 +73,33 @@ std::string ip_text(int family, std::span<const uint8_t> address)
     return text.data();
 }
 
-// Where the character number count starts.
-size_t offset_of(std::string_view text, size_t count)
+struct extent {
+    size_t length, columns;
+};
+
+// Of the character that a text to print starts with.
+extent first_extent(std::string_view text)
 {
-    size_t at = 0;
-    for (; at < text.size(); at++)
-        if (!continues(static_cast<uint8_t>(text[at])) && count-- == 0)
-            break;
-    return at;
+    const auto *bytes = reinterpret_cast<const uint8_t *>(text.data());
+    const character first = first_character({bytes, text.size()}, true);
+    const int columns = wcwidth(static_cast<wchar_t>(first.code));
+    // The locale may not know the character.
+    return {std::max<size_t>(first.length, 1), columns < 0 ? 1U : static_cast<size_t>(columns)};
+}
+
+// The parts that a cut leaves whole: a character or an escape, with the marks that combine with it.
+std::vector<std::string_view> parts_of(std::string_view text)
+{
+    constexpr size_t escape_length = 4;
+    std::vector<std::string_view> parts;
+    while (!text.empty()) {
+        size_t length = text.front() == '\\' ? escape_length : first_extent(text).length;
+        while (length < text.size() && first_extent(text.substr(length)).columns == 0)
+            length += first_extent(text.substr(length)).length;
+        parts.push_back(text.substr(0, length));
+        text.remove_prefix(parts.back().size());
+    }
+    return parts;
 }
 
 } // namespace
@@ -86,12 +112,13 @@ std::string field_text(std::span<const uint8_t> field, const style &style)
 
     std::string text;
     while (!field.empty()) {
-        const size_t length = printable_length(field, style.utf8);
-        if (length == 0)
+        const auto [code, length] = first_character(field, style.utf8);
+        const bool shown = length != 0 && printable(code);
+        if (!shown)
             fmt::format_to(std::back_inserter(text), "\\x{:02X}", field.front());
         else
             text.append(field.begin(), field.begin() + static_cast<ptrdiff_t>(length));
-        field = field.subspan(std::max<size_t>(length, 1));
+        field = field.subspan(shown ? length : 1);
     }
     return text;
 }
@@ -142,8 +169,13 @@ std::string counted(size_t count, std::string_view noun)
 
 size_t display_width(std::string_view text)
 {
-    return static_cast<size_t>(std::ranges::count_if(
-        text, [](char byte) { return !continues(static_cast<uint8_t>(byte)); }));
+    size_t width = 0;
+    for (size_t at = 0; at < text.size();) {
+        const extent next = first_extent(text.substr(at));
+        width += next.columns;
+        at += next.length;
+    }
+    return width;
 }
 
 std::string padded(const std::string &text, size_t width, bool right)
@@ -154,14 +186,25 @@ std::string padded(const std::string &text, size_t width, bool right)
 
 std::string shortened(const std::string &text, size_t width, const style &style)
 {
-    const size_t had = display_width(text);
-    if (had <= width)
+    if (display_width(text) <= width)
         return text;
     const std::string gap = style.utf8 ? "…" : "...";
-    const size_t kept = width - std::min(width, display_width(gap));
-    const size_t head = kept / 3;
-    return text.substr(0, offset_of(text, head)) + gap +
-           text.substr(offset_of(text, had - (kept - head)));
+    size_t room = width - std::min(width, display_width(gap));
+    const size_t room_at_end = room - room / 3;
+    const auto takes = [&room](std::string_view part, size_t to_leave) {
+        const size_t columns = display_width(part);
+        const bool fits = columns + to_leave <= room;
+        room -= fits ? columns : 0;
+        return fits;
+    };
+    const std::vector<std::string_view> parts = parts_of(text);
+    std::string head;
+    for (auto part = parts.begin(); takes(*part, room_at_end); part++)
+        head += *part;
+    size_t tail = text.size();
+    for (auto part = parts.rbegin(); takes(*part, 0); part++)
+        tail -= part->size();
+    return head + gap + text.substr(tail);
 }
 
 } // namespace ctl

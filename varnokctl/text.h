@@ -41,13 +41,14 @@ std::string size_text(uint64_t bytes);
 // "no LUNs", "1 LUN", "5 LUNs".
 std::string counted(size_t count, std::string_view noun);
 
-// Columns that a text takes, one a code point.
+// Columns that a text takes on a terminal, by the program's locale.
 size_t display_width(std::string_view text);
 
 // The text filled up with spaces, at its end or (right) at its start.
 std::string padded(const std::string &text, size_t width, bool right = false);
 
-// The text with its middle left out when it is wider than that: names differ at their end.
+// The text with its middle left out when it is wider than that: names differ at their end. No
+// character and no escape is cut in two.
 std::string shortened(const std::string &text, size_t width, const style &style);
 
 } // namespace ctl

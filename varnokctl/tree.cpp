@@ -87,21 +87,27 @@ class printer
     std::string text_;
 };
 
-// The LUNs of a target stand below each other: their facts take equal widths.
+// The LUNs of a target stand below each other: their facts take equal widths, and so the bytes are
+// a fact of their own.
 std::vector<node> lun_nodes(const target &target, const style &style)
 {
     constexpr size_t size_fact = 2;
     std::vector<node> nodes;
     std::vector<size_t> widths;
+    ctl::style without_bytes = style;
+    without_bytes.bytes = false;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
-        const node &added = nodes.emplace_back(node{lun_facts(lun, style), {}});
-        widths.resize(added.facts.size());
+        auto &facts = nodes.emplace_back(node{lun_facts(lun, without_bytes), {}}).facts;
+        if (style.bytes)
+            facts.insert(facts.begin() + size_fact + 1,
+                         lun.Capacity == 0 ? "" : fmt::format("{} B", +lun.Capacity));
+        widths.resize(facts.size());
         for (size_t at = 0; at < widths.size(); at++)
-            widths[at] = std::max(widths[at], display_width(added.facts[at]));
+            widths[at] = std::max(widths[at], display_width(facts[at]));
     }
     for (node &node : nodes)
-        for (size_t at = 0; at < widths.size(); at++)
-            node.facts[at] = padded(node.facts[at], widths[at], at == size_fact);
+        for (size_t at = 0; at + 1 < widths.size(); at++) // nothing comes after the name
+            node.facts[at] = padded(node.facts[at], widths[at], at >= size_fact);
     return nodes;
 }
 
