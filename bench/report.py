@@ -9,6 +9,7 @@ import re
 import statistics
 import subprocess
 import sys
+import textwrap
 
 from plot import plot, seconds
 
@@ -54,8 +55,7 @@ class Calls:
         return max(self.over(side, driver, call) for driver in drivers for call in calls)
 
     def log(self):
-        ratios = [self.over("nolog", driver, call) for driver in DRIVERS for call in ASK_DRIVER]
-        return statistics.geometric_mean(ratios)
+        return [self.over("nolog", driver, call) for driver in DRIVERS for call in ASK_DRIVER]
 
     def table(self):
         rows = []
@@ -138,12 +138,14 @@ def whole_table(whole):
 
 
 def aims_table(calls, growth, live):
+    log = calls.log()
     aims = [("SCSI command, native driver / floor", 1.10, calls.worst(NATIVE, SCSI)),
             ("sessions, native driver / floor", 1.25, calls.worst(NATIVE, ["GetSessionInfo"])),
             ("physical port / floor", 2.0, calls.worst(DRIVERS, ["GetPhyPortInfo"])),
             ("SCSI command, legacy driver / floor", 2.0, calls.worst(LEGACY, SCSI)),
             ("discovery, a port of 4,096 / a port of 64", 1.1, growth.worst_discovery()),
-            ("log with mask 0 / no log calls, mean of the calls that ask a driver", 1.02, calls.log())]
+            (f"log with mask 0 / no log calls, mean of the calls that ask a driver (worst: {ratio(max(log))})", 1.02,
+             statistics.geometric_mean(log))]
     aims += [(f"`varnokctl luns` / `iscsi-ls -s`, {count} LUNs", 1.0,
               min(times["varnokctl luns"]) / min(times["iscsi-ls -s"])) for count, times in live.items()]
     return table(["ratio", "aim", "measured", ""],
@@ -159,8 +161,9 @@ def machine():
     model = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
     system = re.search(r'PRETTY_NAME="(.*)"', pathlib.Path("/etc/os-release").read_text())
     memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") / 2**30
-    return (f"{os.cpu_count()} cores ({model[1] if model else 'unknown'}), {memory:.0f} GiB; "
+    text = (f"{os.cpu_count()} cores ({model[1] if model else 'unknown'}), {memory:.0f} GiB; "
             f"{system[1] if system else 'unknown'}, {first_line('g++', '--version')}, optimised build (`-O3`).")
+    return textwrap.fill(text, 120)
 
 
 def main():
