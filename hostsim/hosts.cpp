@@ -1,7 +1,9 @@
 // hosts.cpp - hosts from scenarios, and the one that is installed.
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "machine.h"
 
@@ -9,8 +11,28 @@ namespace hostsim
 {
 namespace
 {
+
 constinit machine *installed = nullptr;
+
+// stdio tells why a file cannot be read, streams do not.
+std::string contents(const std::string &path)
+{
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
+                                                                  std::fclose);
+    std::string text;
+    std::array<char, 65536> piece;
+    while (file) {
+        const size_t size = std::fread(piece.data(), 1, piece.size(), file.get());
+        text.append(piece.data(), size);
+        if (size == 0)
+            break;
+    }
+    if (!file || std::ferror(file.get()))
+        throw scenario_error(std::strerror(errno));
+    return text;
 }
+
+} // namespace
 
 constinit host_finder find_host = nullptr;
 
@@ -21,11 +43,7 @@ std::unique_ptr<host> host::from_text(std::string_view json, const std::string &
 
 std::unique_ptr<host> host::from_file(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad())
-        throw scenario_error("cannot be read");
-    return from_text(text, std::filesystem::path(path).parent_path().string());
+    return from_text(contents(path), std::filesystem::path(path).parent_path().string());
 }
 
 void install(host *h) { installed = static_cast<machine *>(h); }

@@ -84,6 +84,8 @@ bool is_unit_attention(const std::vector<uint8_t> &sense)
 
 } // namespace
 
+const bool has_initiator = true;
+
 // A context and what it is waited for.
 class live_connection
 {

@@ -15,6 +15,8 @@ struct iscsi_context;
 namespace hostsim
 {
 
+extern const bool has_initiator; // of this build; without it no scenario names a portal
+
 struct live_login {
     std::string portal;    // "host:port"
     std::string initiator; // iSCSI name

@@ -6,6 +6,8 @@
 namespace hostsim
 {
 
+const bool has_initiator = false;
+
 class live_connection
 {
 };

@@ -182,18 +182,6 @@ void add_ports(scenario &s, const place &at, uint32_t copies, std::optional<uint
     }
 }
 
-std::string to_portal(const json &value, const place &at)
-{
-#ifdef HOSTSIM_LIVE
-    if (value.is_string() && value.get<std::string>().rfind(':') != std::string::npos)
-        return value.get<std::string>();
-    at.fail("not host:port");
-#else
-    static_cast<void>(value);
-    at.fail("this build has no iSCSI initiator");
-#endif
-}
-
 void read_port(const json &object, const place &at, const std::string &base, scenario &into)
 {
     port_description &p = into.descriptions.emplace_back();
@@ -273,6 +261,18 @@ void read_fault(const json &object, const place &at, scenario &into)
     into.faults.push_back(f);
 }
 
+// When all ports are there: they may follow the faults.
+void check_fault_instances(const scenario &s)
+{
+    for (size_t i = 0; i < s.faults.size(); i++) {
+        const fault &f = s.faults[i];
+        const auto &ports = s.by_driver[static_cast<size_t>(f.driver)].by_instance;
+        const place at{nullptr, "faults", i};
+        if (f.instance && *f.instance >= ports.size())
+            place{&at, "instance"}.fail("the driver has no such port");
+    }
+}
+
 void read_host(const json &object, const place &at, scenario &into)
 {
     each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
@@ -301,14 +301,7 @@ const session_description *port_description::session(uint32_t number) const
 
 scenario read_scenario(std::string_view text, const std::string &base)
 {
-    json document;
-    try {
-        document = json::parse(text, nullptr, true, true);
-    } catch (const json::exception &e) { // a number may be too large
-        std::string what = e.what();     // begins with the exception's name in brackets
-        size_t name_end = what.find("] ");
-        throw scenario_error(name_end == std::string::npos ? what : what.substr(name_end + 2));
-    }
+    const json document = parse_document(text);
 
     scenario s;
     each_member(document, place{}, [&](const std::string &key, const json &value, const place &at) {
@@ -329,6 +322,7 @@ scenario read_scenario(std::string_view text, const std::string &base)
         else if (key != "command" && key != "complete" && key != "failures")
             at.fail("unknown field");
     });
+    check_fault_instances(s);
     return s;
 }
 

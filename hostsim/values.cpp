@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstring>
 
+#include "live.h"
+
 namespace hostsim
 {
 namespace
@@ -44,7 +46,8 @@ std::string_view text_of(const json &value)
 std::string address(const json &value, const place &at, int family, size_t size, const char *what)
 {
     std::array<char, 16> bytes{};
-    if (inet_pton(family, std::string(text_of(value)).c_str(), bytes.data()) != 1)
+    const std::string text(text_of(value));
+    if (text.find('\0') != std::string::npos || inet_pton(family, text.c_str(), bytes.data()) != 1)
         at.fail(std::string("not an ") + what + " address");
     return {bytes.data(), size};
 }
@@ -161,6 +164,30 @@ sense_code to_sense(const json &value, const place &at)
         at.fail("not sense key, code and qualifier such as \"05/25/00\"");
     return {static_cast<uint8_t>(bytes[0]), static_cast<uint8_t>(bytes[1]),
             static_cast<uint8_t>(bytes[2])};
+}
+
+std::string portal_error(std::string_view portal)
+{
+    const size_t colon = portal.rfind(':');
+    const std::string_view host = portal.substr(0, colon);
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    const bool plain = !host.empty() && host.find_first_of("[]:") == std::string_view::npos;
+    const char *const end = portal.data() + portal.size();
+    uint16_t port = 0;
+    if (colon == std::string_view::npos || (!bracketed && !plain) ||
+        host.find('\0') != std::string_view::npos ||
+        std::from_chars(portal.data() + colon + 1, end, port).ptr != end || port == 0)
+        return "not host:port with a port from 1 to 65535";
+    return has_initiator ? "" : "this build has no iSCSI initiator";
+}
+
+std::string to_portal(const json &value, const place &at)
+{
+    std::string portal = to_text(value, at, SIZE_MAX);
+    const std::string error = portal_error(portal);
+    if (!error.empty())
+        at.fail(error);
+    return portal;
 }
 
 std::string to_field(const json &value, const place &at, const field &where)

@@ -6,15 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
-
+#include "document.h"
 #include "fields.h"
 #include "scenario.h"
 
 namespace hostsim
 {
-
-using json = nlohmann::ordered_json; // errors come in the order of the text
 
 // A place in the scenario. It lives on the stack, and its text is made only for an error.
 struct place {
@@ -56,7 +53,11 @@ size_t to_choice(const json &value, const place &at, std::span<const std::string
 uint64_t to_byte_count(const json &value, const place &at);
 int to_error_number(const json &value, const place &at);
 sense_code to_sense(const json &value, const place &at);
+std::string to_portal(const json &value, const place &at);
 std::string to_field(const json &value, const place &at, const field &where);
+
+// What is wrong with a portal's "host:port"; empty: nothing.
+std::string portal_error(std::string_view portal);
 
 struct lun_number {
     uint64_t wire;

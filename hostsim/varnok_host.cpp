@@ -5,21 +5,24 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <span>
 #include <string>
+#include <string_view>
 #include <unistd.h>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include <nlohmann/json.hpp>
 
 #include "hostsim.h"
+#include "values.h"
 
 namespace
 {
 
 namespace fs = std::filesystem;
 
+constexpr int exit_not_written = 1;
 constexpr int exit_usage = 2;
 constexpr int exit_not_started = 127;
 
@@ -89,7 +92,7 @@ std::string scenario_of(const std::string &driver, const std::string &portal)
     return nlohmann::json{{"ports", {port}}}.dump();
 }
 
-int run(const std::string &scenario, const std::vector<std::string> &program)
+int run(const std::string &scenario, std::span<char *> program)
 {
     if (const int wrong = check(scenario))
         return wrong;
@@ -104,55 +107,68 @@ int run(const std::string &scenario, const std::vector<std::string> &program)
     setenv("VARNOK_HOST_SCENARIO",
            is_text(scenario) ? scenario.c_str() : fs::absolute(scenario).c_str(), 1);
 
-    std::vector<char *> arguments(program.size() + 1); // a null ends them
-    std::transform(program.begin(), program.end(), arguments.begin(),
-                   [](const std::string &a) { return const_cast<char *>(a.c_str()); });
-    execvp(arguments[0], arguments.data());
+    execvp(program[0], program.data()); // main's null ends them
     return complain(exit_not_started, program[0], std::strerror(errno));
 }
 
-int start(int argc, char **argv)
+int start(std::span<char *> arguments)
 {
+    // Nothing behind the "--" of run is for this program.
+    auto end = arguments.end();
+    if (arguments.size() > 1 && arguments[1] == std::string_view("run"))
+        end = std::ranges::find(arguments, std::string_view("--"));
+    const std::span program(end == arguments.end() ? end : end + 1, arguments.end());
+
     CLI::App app("Runs programs on a simulated host.", "varnok-host");
     app.require_subcommand(1);
 
     std::string scenario, portal;
     std::string driver = "pelt";
-    std::vector<std::string> program;
     CLI::App *run_command = app.add_subcommand("run", "Run a program on the host of a scenario");
-    run_command->add_option("--portal", portal,
-                            "host:port of a real iSCSI portal, instead of a scenario");
+    run_command->footer("The program and its arguments come after \"--\".");
+    CLI::Option *portal_option =
+        run_command
+            ->add_option("--portal", portal,
+                         "host:port of a real iSCSI portal, instead of a scenario")
+            ->check(hostsim::portal_error);
     run_command->add_option("--driver", driver, "With --portal: rovani, tepli, pelt or dxo")
-        ->check(CLI::IsMember({"rovani", "tepli", "pelt", "dxo"}));
-    run_command->add_option("SCENARIO", scenario, "The scenario, a JSON file; none with --portal")
-        ->required();
-    run_command->add_option("PROGRAM", program, "After \"--\": the program and its arguments");
+        ->check(CLI::IsMember({"rovani", "tepli", "pelt", "dxo"}))
+        ->needs(portal_option);
+    CLI::Option *scenario_option =
+        run_command
+            ->add_option("SCENARIO", scenario, "The scenario, a JSON file; none with --portal")
+            ->excludes(portal_option);
     CLI::App *check_command = app.add_subcommand("check", "Say what is wrong with a scenario");
     check_command->add_option("SCENARIO", scenario, "The scenario, a JSON file")->required();
     CLI::App *example_command =
         app.add_subcommand("example", "Print a scenario to start one's own from");
 
     try {
-        app.parse(argc, argv);
+        app.parse(static_cast<int>(end - arguments.begin()), arguments.data());
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? 0 : exit_usage;
     }
-    if (*run_command && !portal.empty()) { // what came first is the program
-        program.insert(program.begin(), scenario);
-        scenario = scenario_of(driver, portal);
-    }
-    if (*run_command && program.empty())
-        return complain(exit_usage, "run", "the program is missing");
     if (*example_command)
-        return std::fputs(example, stdout) < 0 ? exit_usage : 0;
-    return *check_command ? check(scenario) : run(scenario, program);
+        std::fputs(example, stdout);
+    if (*check_command)
+        return check(scenario);
+    if (!*run_command)
+        return 0;
+    if (!*portal_option && !*scenario_option)
+        return complain(exit_usage, "run", "the scenario is missing");
+    if (program.empty())
+        return complain(exit_usage, "run", "the program is missing: it comes after \"--\"");
+    return run(*portal_option ? scenario_of(driver, portal) : scenario, program);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 try {
-    return start(argc, argv);
+    const int status = start(std::span(argv, static_cast<size_t>(argc)));
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    return complain(exit_not_written, "output", std::strerror(errno));
 } catch (const std::exception &e) {
     std::fprintf(stderr, "varnok-host: %s\n", e.what());
     return exit_usage;

@@ -82,6 +82,31 @@ class ToolsTest(ToolCase):
         wrong = subprocess.run([BIN / "varnok-host", "check", self.scenario(example + "]")], capture_output=True, check=False)
         self.assertEqual(wrong.returncode, 2)
 
+    def test_wrong_usage_of_the_host(self):
+        portal = ["--portal", "127.0.0.1:1"]
+        reason = "not host:port with a port from 1 to 65535"
+        full = [">/dev/full"]
+        cases = [  # the arguments are a shell's words
+            (2, "--driver requires --portal", ["run", "--driver", "dxo", LAB, "--", "echo"]),
+            (2, "--portal excludes SCENARIO", ["run", *portal, LAB, "--", "echo"]),
+            (2, "the scenario is missing", ["run", "--", LAB, "echo"]),
+            (2, "the program is missing", ["run", LAB, "--"]),
+            (2, "--portal: " + reason, ["run", "--portal", "127.0.0.1:99999", "--", "echo"]),
+            (2, "--portal: " + reason, ["run", "--portal", "x", "--", "echo"]),
+            (2, "/tmp: Is a directory", ["check", "/tmp"]),
+            (2, "/tmp: Is a directory", ["run", "/tmp", "--", "echo"]),
+            (1, "output: No space left on device", ["example", *full]),
+            (1, "output: No space left on device", ["--help", *full]),
+        ]
+        for status, message, arguments in cases:
+            with self.subTest(arguments):
+                result = subprocess.run(" ".join(map(str, [BIN / "varnok-host", *arguments])), shell=True,
+                                        capture_output=True, text=True, check=False)
+                self.assertEqual((result.returncode, result.stdout), (status, ""))
+                self.assertIn(message, result.stderr)
+        behind = [BIN / "varnok-host", "run", LAB, "--", "echo", "--", "--help"]
+        self.assertEqual(subprocess.run(behind, capture_output=True, text=True, check=True).stdout, "-- --help\n")
+
     def test_scsi_commands(self):
         lun = ["scsi", "--port", "0", "--target", "0", "--lun"]
         disk = [*lun, "0"]
