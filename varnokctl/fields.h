@@ -25,7 +25,7 @@ struct item {
     const VARNOK_LUN_INFO *lun = nullptr;
 };
 
-enum class look { text, long_text, number }; // long texts give way in a narrow table
+enum class look { text, long_text, number }; // long texts give way first in a narrow table
 enum class in { table, details, bytes };     // always; with all fields; with sizes in bytes too
 
 // A value for the eye and for a program.
