@@ -24,15 +24,16 @@ AXES = {"ports": "ports of the host", "sessions": "sessions of the port", "targe
 FIT_FROM = 64
 
 
-def best_times(path):
-    """The least time of every benchmark, in seconds: the one that the rest of the machine disturbed least."""
+def typical_times(path):
+    """The median time of every benchmark, in seconds: now and then the allocator keeps what it mostly gives back, and a
+    least time would tell of that."""
     times = collections.defaultdict(list)
     for run in json.loads(path.read_text())["benchmarks"]:
         if run["run_type"] == "iteration":
             name = run["run_name"]
             times[name.removesuffix("/manual_time")].append(
                 run["real_time" if name.endswith("/manual_time") else "cpu_time"] * 1e-9)
-    return {name: min(values) for name, values in times.items()}
+    return {name: statistics.median(values) for name, values in times.items()}
 
 
 def table(head, rows):
@@ -46,7 +47,7 @@ def ratio(value):
 
 class Calls:
     def __init__(self, path):
-        self.times = best_times(path)
+        self.times = typical_times(path)
 
     def over(self, side, driver, call):
         return self.times[f"library/{driver}/{call}"] / self.times[f"{side}/{driver}/{call}"]
@@ -73,7 +74,7 @@ class Calls:
 
 class Growth:
     def __init__(self, path):
-        self.times = best_times(path)
+        self.times = typical_times(path)
         self.curves = collections.defaultdict(dict)
         # In turn, whatever the order of the run: natives first.
         rows = sorted((name.split("/") for name in self.times if name.startswith("growth/")),

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <langinfo.h>
+#include <malloc.h>
 
 #include "capture.h"
 #include "document.h"
@@ -194,9 +195,19 @@ int end_early(const CLI::App &app, const CLI::ParseError &error, std::span<char 
     return ctl::usage;
 }
 
+// A command to a native driver takes two blocks of 256 KiB, which the allocator would fetch from
+// the kernel and give back each time: four fifths of the command's own time.
+void keep_memory()
+{
+    constexpr int most_kept = 8 << 20;
+    mallopt(M_MMAP_THRESHOLD, most_kept);
+    mallopt(M_TRIM_THRESHOLD, most_kept);
+}
+
 int run(int argc, char **argv)
 {
     std::setlocale(LC_CTYPE, "");
+    keep_memory();
     options options;
     const command *chosen = nullptr;
 
