@@ -55,7 +55,8 @@ bool is_orphan(int32_t sem_id)
     semun argument = {};
     argument.buf = &status;
     return semctl(sem_id, 0, GETVAL) == 0 && semctl(sem_id, 0, IPC_STAT, argument) == 0 &&
-           status.sem_otime == 0 && time(nullptr) - status.sem_ctime > creation_limit;
+           status.sem_otime == 0 && status.sem_ctime != 0 && // a host may not tell
+           time(nullptr) - status.sem_ctime > creation_limit;
 }
 
 } // namespace
