@@ -1,6 +1,7 @@
 #include "render.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -97,13 +98,15 @@ std::vector<node> lun_nodes(const target &target, const style &style)
     ctl::style without_bytes = style;
     without_bytes.bytes = false;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
-        auto &facts = nodes.emplace_back(node{lun_facts(lun, without_bytes), {}}).facts;
-        if (style.bytes)
-            facts.insert(facts.begin() + size_fact + 1,
-                         lun.Capacity == 0 ? "" : fmt::format("{} B", +lun.Capacity));
+        std::vector<std::string> facts = lun_facts(lun, without_bytes);
+        if (style.bytes) {
+            const std::string bytes = lun.Capacity == 0 ? "" : fmt::format("{} B", +lun.Capacity);
+            facts.insert(facts.begin() + size_fact + 1, bytes);
+        }
         widths.resize(facts.size());
         for (size_t at = 0; at < widths.size(); at++)
             widths[at] = std::max(widths[at], display_width(facts[at]));
+        nodes.push_back({std::move(facts), {}});
     }
     for (node &node : nodes)
         for (size_t at = 0; at + 1 < widths.size(); at++) // nothing comes after the name
