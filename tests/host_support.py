@@ -61,6 +61,13 @@ class HostTest(unittest.TestCase):
         folder = tempfile.mkdtemp(prefix="varnok-processes-")
         self.addCleanup(shutil.rmtree, folder)
         self.program = shutil.copy(PROGRAM, folder)
+        # The real lsof, but of these processes alone: this tree may lie in a folder of the library's name, and who runs
+        # the tests has his files there.
+        lsof = pathlib.Path(folder, "bin", "lsof")
+        lsof.parent.mkdir()
+        lsof.write_text(f'#!/bin/sh\nexec {shutil.which("lsof")} -c {os.path.basename(PROGRAM)} "$@"\n')
+        lsof.chmod(0o755)
+        self.path = f"{lsof.parent}:{os.environ['PATH']}"
         self.started = []
         self.forget_host()
         self.addCleanup(self.forget_host)
@@ -73,5 +80,5 @@ class HostTest(unittest.TestCase):
         SHARED_FILE.unlink(missing_ok=True)
 
     def start(self, **env):
-        self.started.append(Process(self.program, env))
+        self.started.append(Process(self.program, {"PATH": self.path} | env))
         return self.started[-1]

@@ -34,6 +34,8 @@ std::string text_of_reading(unsigned short columns)
 {
     const auto [read_end, write_end] = ends(columns);
     std::FILE *stream = fdopen(write_end, "w");
+    if (stream == nullptr)
+        return "no terminal to be had";
     ctl::request ask;
     ask.needs = ctl::need_luns;
     EXPECT_TRUE(ctl::read_host(ask, ctl::progress(stream, next_time)).failures.empty());
