@@ -2,6 +2,7 @@
 
 #include "calls.h"
 #include "hostsim.h"
+#include "next_calls.h"
 #include "varnok_dbg.h"
 #include "varnok_instdb.h"
 #include "varnok_mgmt.h"
@@ -9,11 +10,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
@@ -104,13 +103,6 @@ std::string_view bytes::text(size_t size)
 }
 
 // ---- The calls --------------------------------------------------------------------------------
-
-#define REAL(name) reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name))
-#define FROM_REST(last, declaration)                                                               \
-    va_list rest;                                                                                  \
-    va_start(rest, last);                                                                          \
-    declaration;                                                                                   \
-    va_end(rest)
 
 extern "C" {
 

@@ -163,7 +163,8 @@ TEST_P(OpenTest, WithoutAPort)
     uint32_t handle = 7, err = 7;
     in_silence_and_aloud([&] {
         EXPECT_EQ(native ? open(nullptr, 1, &handle) : varnok_open_adapter(&pdb, &handle, &err), 1U);
-        EXPECT_EQ(native ? close(nullptr) : 1, 1U);
+        if (native)
+            EXPECT_EQ(close(nullptr), 1U);
         EXPECT_EQ(native ? close(&pdb) : varnok_close_adapter(&pdb, &err), 0U) << "not open";
         EXPECT_EQ(handle + err + hw.open_cnt, 14U);
     });

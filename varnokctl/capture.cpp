@@ -66,6 +66,17 @@ std::string ip(const uint8_t (&address)[Size])
     return !text.empty() ? text : Size == 4 ? "0.0.0.0" : "::";
 }
 
+void put_addresses(json &object, const std::string &prefix, const uint8_t (&ipv4)[4],
+                   uint16_t ipv4_port, const uint8_t (&ipv6)[16], uint16_t ipv6_port)
+{
+    object[prefix + "ipv4addr"] = ip(ipv4);
+    object[prefix + "ipv4_port"] = ipv4_port;
+    object[prefix + "ipv6addr"] = ip(ipv6);
+    object[prefix + "ipv6_port"] = ipv6_port;
+}
+
+std::string pci_id(uint16_t id) { return fmt::format("0x{:04x}", id); }
+
 // The management firmware's version, four decimal numbers of a byte each.
 uint32_t version_number(std::span<const uint8_t> field)
 {
@@ -122,15 +133,11 @@ void put_session(json &object, const VARNOK_SESS_INFO &info)
     object["sess_unique"] = number(info.SessionUnique, "{:#x}");
     object["state"] = +info.SessionState;
     object["init_iqn"] = text(info.InitiatorName);
-    object["init_ipv4addr"] = ip(info.InitIPv4Addr);
-    object["init_ipv4_port"] = +info.InitIPv4PortNum;
-    object["init_ipv6addr"] = ip(info.InitIPv6Addr);
-    object["init_ipv6_port"] = +info.InitIPv6PortNum;
+    put_addresses(object, "init_", info.InitIPv4Addr, info.InitIPv4PortNum, info.InitIPv6Addr,
+                  info.InitIPv6PortNum);
     object["tgt_iqn"] = text(info.TargetName);
-    object["tgt_ipv4addr"] = ip(info.TgtIPv4Addr);
-    object["tgt_ipv4_port"] = +info.TgtIPv4PortNum;
-    object["tgt_ipv6addr"] = ip(info.TgtIPv6Addr);
-    object["tgt_ipv6_port"] = +info.TgtIPv6PortNum;
+    put_addresses(object, "tgt_", info.TgtIPv4Addr, info.TgtIPv4PortNum, info.TgtIPv6Addr,
+                  info.TgtIPv6PortNum);
     object["initial_r2t"] = +info.InitialR2T;
     object["imm_data"] = +info.ImmediateData;
     object["dataseq_inorder"] = +info.DataSequenceInOrder;
@@ -143,10 +150,11 @@ void put_session(json &object, const VARNOK_SESS_INFO &info)
 
 json target_object(const VARNOK_TGT_INFO &info)
 {
-    return {{"iqn", text(info.TargetName)}, {"mac", hex_bytes(info.MAC, ":")},
-            {"isid", hex_bytes(info.Isid)}, {"ipv4addr", ip(info.IPv4Addr)},
-            {"ipv4_port", +info.IPv4Port},  {"ipv6addr", ip(info.IPv6Addr)},
-            {"ipv6_port", +info.IPv6Port}};
+    json object = {{"iqn", text(info.TargetName)},
+                   {"mac", hex_bytes(info.MAC, ":")},
+                   {"isid", hex_bytes(info.Isid)}};
+    put_addresses(object, "", info.IPv4Addr, info.IPv4Port, info.IPv6Addr, info.IPv6Port);
+    return object;
 }
 
 json session_array(const port &port)
@@ -183,10 +191,10 @@ void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
     object["port_state"] = driver_code(port_states, info.PortState);
     object["port_speed"] = driver_code(port_speeds, info.PortSpeed);
     object["session_cnt"] = +info.SessCount;
-    object["vendor_id"] = fmt::format("0x{:04x}", +info.VendorID);
-    object["device_id"] = fmt::format("0x{:04x}", +info.DeviceID);
-    object["subvendor_id"] = fmt::format("0x{:04x}", +info.SubVendorID);
-    object["subsystem_id"] = fmt::format("0x{:04x}", +info.SubSystemID);
+    object["vendor_id"] = pci_id(info.VendorID);
+    object["device_id"] = pci_id(info.DeviceID);
+    object["subvendor_id"] = pci_id(info.SubVendorID);
+    object["subsystem_id"] = pci_id(info.SubSystemID);
     object["domain_num"] = +info.PciDomainNum;
     object["bus_num"] = +info.PciBusNum;
     object["device_num"] = +info.PciDeviceNum;
@@ -196,14 +204,6 @@ void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
     object["pcie_speed"] = driver_code(pcie_speeds, info.PCIESpeed);
     object["pcie_width"] = driver_code(pcie_widths, info.PCIEWidth);
     object["chip_rev_id"] = +info.ChipRevId;
-}
-
-void put_portal(json &object, const VARNOK_ISCSI_PORTAL &portal)
-{
-    object["ipv4addr"] = ip(portal.IPv4Addr);
-    object["ipv4_port"] = +portal.IPv4PortNum;
-    object["ipv6addr"] = ip(portal.IPv6Addr);
-    object["ipv6_port"] = +portal.IPv6PortNum;
 }
 
 // Native and legacy driver of the older family and of the newer generation, in the order in which
@@ -285,7 +285,8 @@ json capture_document(const host &host)
         else if (failure != host.failures.end())
             faults.push_back(fault_of(*failure, driver, instance));
         if (port.portal)
-            put_portal(object, *port.portal);
+            put_addresses(object, "", port.portal->IPv4Addr, port.portal->IPv4PortNum,
+                          port.portal->IPv6Addr, port.portal->IPv6PortNum);
         object["sessions"] = session_array(port);
         ports.push_back(object);
     }

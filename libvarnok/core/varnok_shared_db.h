@@ -65,8 +65,8 @@ bool shared_db_is_set_up();
 int open_shared_file(const char *func);
 
 // Brings the file back to its size when another process has cut it: to touch the mapping beyond the
-// file's end would kill this one. False when it stays short. A
-// descriptor that is another file's by now tells nothing: true, as if it were whole.
+// file's end would kill this one. False when it stays short. A descriptor that is another file's by
+// now tells nothing: true, as if it were whole.
 bool shared_file_is_whole(int fd);
 
 } // namespace varnok

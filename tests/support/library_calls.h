@@ -1,9 +1,9 @@
 // For functions that a test program puts between the library and the platform.
 #pragma once
 
-#include <cstdarg>
+#include "next_calls.h"
+
 #include <cstdlib>
-#include <dlfcn.h>
 
 inline dl_find_object library; // nothing is from it before it is found
 
@@ -17,9 +17,3 @@ inline bool from_library(void *caller) { return caller >= library.dlfo_map_start
 
 #define CALLER __builtin_return_address(0)
 #define FROM_LIBRARY from_library(CALLER)
-#define REAL(name) reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name))
-#define FROM_REST(last, declaration)                                                                                   \
-    va_list rest;                                                                                                      \
-    va_start(rest, last);                                                                                              \
-    declaration;                                                                                                       \
-    va_end(rest)
