@@ -126,6 +126,15 @@ TEST_F(InstdbTest, AFailedAllocationDiscardsTheList)
         EXPECT_EQ(pdb, nullptr);
         EXPECT_EQ(varnok_priv_database, nullptr);
     }
+    // A driver that claims ports without end does not get all memory.
+    varnok_free_all_hw_info_mem();
+    varnok_hw_info *hw = nullptr;
+    for (int i = 0; i < 65536; ++i)
+        ASSERT_EQ(varnok_alloc_hw_info_mem(&hw), 0U);
+    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(varnok_alloc_hw_info_mem(&hw), 1U); }),
+              "varnok_alloc_hw_info_mem: not enough memory for api_phy_info instance.\n"
+              "varnok_alloc_hw_info_mem: failed.\n");
+    EXPECT_EQ(varnok_phy_info, nullptr);
 }
 
 TEST_F(InstdbTest, QuadPortAdapters)

@@ -47,10 +47,6 @@ uint32_t VARNOK_FreeLibrary(void)
 
 uint32_t VARNOK_GetPortCount(uint32_t *pPortCount)
 {
-    if (pPortCount == nullptr) {
-        LOG_ERROR(": invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
     LOG_TRACE(": entered.");
     if (varnok_priv_database == nullptr) {
         LOG_ERROR(": no adapters found.");
@@ -59,6 +55,10 @@ uint32_t VARNOK_GetPortCount(uint32_t *pPortCount)
     if (!varnok::shared_db_is_set_up()) {
         LOG_ERROR(": error in shared database setup. Exiting.");
         return VARNOK_STATUS_FAILED;
+    }
+    if (pPortCount == nullptr) {
+        LOG_ERROR(": invalid parameter.");
+        return VARNOK_STATUS_INVALID_PARAMETER;
     }
     uint32_t count = 0;
     varnok_dlist_start(varnok_priv_database);

@@ -98,22 +98,26 @@ uint32_t ask_capacity(const target &t, lun_number lun, uint64_t &capacity)
     return 0;
 }
 
-void fill_lun(VARNOK_LUN_INFO &record, bool extended, lun_number lun, const inquiry_answer &answer,
+// size is the length of the caller's entry, which may lack the last field: only that much of a
+// record is read and written.
+void fill_lun(uint8_t *entry, size_t size, lun_number lun, const inquiry_answer &answer,
               uint64_t capacity)
 {
     varnok_scsi_inq_data inquiry;
     memcpy(&inquiry, answer.bytes, sizeof inquiry);
+    VARNOK_LUN_INFO record;
+    memcpy(&record, entry, size);
     record.ScsiLunNum = lun.levels_1_2;
     record.DeviceType = inquiry.peripheral_device_type;
     record.Capacity = capacity;
     memcpy(record.VendorName, inquiry.vendor_id, sizeof inquiry.vendor_id);
     memcpy(record.ProductName, inquiry.product_id, sizeof inquiry.product_id);
     memcpy(record.ProductRevision, inquiry.product_rev, sizeof inquiry.product_rev);
-    if (extended)
-        record.ScsiLunNumExt = lun.levels_3_4;
+    record.ScsiLunNumExt = lun.levels_3_4;
+    memcpy(entry, &record, size);
 }
 
-uint32_t list_lun(const target &t, lun_number lun, VARNOK_LUN_INFO &record, bool extended)
+uint32_t list_lun(const target &t, lun_number lun, uint8_t *entry, size_t size)
 {
     inquiry_answer inquiry;
     uint32_t rval = ask_inquiry(t, lun, inquiry);
@@ -123,7 +127,7 @@ uint32_t list_lun(const target &t, lun_number lun, VARNOK_LUN_INFO &record, bool
     rval = ask_capacity(t, lun, capacity);
     if (rval != 0)
         return rval;
-    fill_lun(record, extended, lun, inquiry, capacity);
+    fill_lun(entry, size, lun, inquiry, capacity);
     return 0;
 }
 
@@ -157,11 +161,13 @@ uint32_t VARNOK_GetLunInfo(uint32_t Handle, uint32_t ScsiTgtNum, uint32_t *pLunC
     }
     // A caller of the first version has shorter entries: they are found by address, not by index.
     uint8_t *const entries = reinterpret_cast<uint8_t *>(*pLunInfo);
-    const bool extended = (*pLunInfo)->Version == VARNOK_RECORD_VERSION_2;
-    const size_t stride = extended ? sizeof(VARNOK_LUN_INFO) : VARNOK_LUN_INFO_SIZE_1;
+    uint32_t version = 0;
+    memcpy(&version, entries, sizeof version);
+    const size_t size =
+        version == VARNOK_RECORD_VERSION_2 ? sizeof(VARNOK_LUN_INFO) : VARNOK_LUN_INFO_SIZE_1;
     for (uint32_t k = 0; k < reported && k < lun_list_entries; ++k) {
-        auto *const record = reinterpret_cast<VARNOK_LUN_INFO *>(entries + k * stride);
-        const uint32_t status = list_lun(t, lun_list_entry(list.get(), k), *record, extended);
+        const uint32_t status =
+            list_lun(t, lun_list_entry(list.get(), k), entries + k * size, size);
         if (status != 0)
             return status;
     }

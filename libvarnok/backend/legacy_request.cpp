@@ -79,11 +79,9 @@ uint32_t varnok::legacy_query(const legacy_driver &driver, const char *func,
                               const varnok::legacy_request &request, int32_t handle,
                               varnok_priv_db *pdb, void *record, uint32_t *stat)
 {
-    // Discovery asks before the port has a physical-function record.
-    const uint32_t apihandle = pdb->hw_info == nullptr ? 0 : pdb->hw_info->apihandle;
-    LOG_TRACE_AS(func, "(", dec(apihandle), "): entered.");
+    LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): entered.");
     if (call_driver(driver, func, request, handle, pdb, record, stat) != 0)
         return 1;
-    LOG_TRACE_AS(func, "(", dec(apihandle), "): exiting.");
+    LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting.");
     return 0;
 }

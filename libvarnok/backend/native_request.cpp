@@ -120,11 +120,10 @@ template <class Request, class Record>
 uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pdb, Record *record,
                uint32_t *stat)
 {
-    const uint32_t apihandle = pdb->hw_info->apihandle;
-    LOG_TRACE_AS(func, "(", dec(apihandle), "): entered.");
+    LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): entered.");
     heap_buffer<typename Request::envelope> envelope;
     if (!envelope) {
-        LOG_ERROR_AS(func, "(", dec(apihandle), Request::texts.no_memory);
+        LOG_ERROR_AS(func, "(", dec(handle_of(pdb)), Request::texts.no_memory);
         *stat = status_no_memory;
         return 1;
     }
@@ -144,9 +143,9 @@ uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pd
     }
     envelope.release();
     if constexpr (Request::traces_result)
-        LOG_TRACE_AS(func, "(", dec(apihandle), "): exiting. ret=", dec(result));
+        LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting. ret=", dec(result));
     else
-        LOG_TRACE_AS(func, "(", dec(apihandle), "): exiting.");
+        LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting.");
     return result;
 }
 

@@ -62,8 +62,7 @@ bool lies_at(const varnok_hw_info *hw, const varnok_drv_pci_info &location)
 
 uint32_t varnok_get_instance_from_pdb(varnok_priv_db *pdb, uint32_t *instance)
 {
-    const bool known = pdb != nullptr && pdb->hw_info != nullptr;
-    const lookup_scope scope(__func__, known ? pdb->hw_info->apihandle : 0);
+    const lookup_scope scope(__func__, pdb == nullptr ? 0 : varnok::handle_of(pdb));
     if (varnok_priv_database == nullptr) {
         LOG_ERROR(no_database);
         return 1;

@@ -42,10 +42,13 @@ void let_go(varnok_priv_db *pdb)
 
 void let_go(varnok_hw_info *) {}
 
+// A driver that claims ports without end must not take all memory.
+constexpr uint64_t records_max = 65536;
+
 // A new record at the list's cursor, or null.
 void *new_record(const char *func, varnok_Dlist *list, size_t size, const collection_texts &texts)
 {
-    void *const record = calloc(1, size);
+    void *const record = list->count < records_max ? calloc(1, size) : nullptr;
     if (record == nullptr) {
         LOG_ERROR_AS(func, texts.no_record_memory);
         return nullptr;
@@ -89,14 +92,18 @@ void free_element(const char *func, varnok_Dlist *list, const collection_texts &
         LOG_ERROR_AS(func, texts.absent);
         return;
     }
-    varnok_dlist_end(list);
-    while (Record *element = varnok::step<Record>(list, false)) {
-        if (element != record)
-            continue;
-        let_go(element);
-        varnok_dlist_delete(list, 1);
-        return;
+    // Discovery drops the record that it has just added: no walk then.
+    void *element = varnok_dlist_mark(list);
+    if (element != record) {
+        varnok_dlist_end(list);
+        do
+            element = varnok::step<Record>(list, false);
+        while (element != nullptr && element != record);
     }
+    if (element == nullptr)
+        return;
+    let_go(record);
+    varnok_dlist_delete(list, 1);
 }
 
 template <class Record>

@@ -21,9 +21,9 @@ extern "C" {
 // A physical function; every port has its own.
 typedef struct varnok_hw_info {
     uint8_t phys_path[256]; // the legacy driver's device node; empty for a native driver
-    uint32_t oshandle;  // descriptor of that device while a legacy open holds it; 0 or -1 is none
-    uint32_t apihandle; // the caller's handle; 0 while the port is not open
-    uint32_t open_cnt;  // opens not yet closed
+    uint32_t oshandle;      // descriptor of that device while the port is open; then -1
+    uint32_t apihandle;     // the caller's handle; 0 while the port is not open
+    uint32_t open_cnt;      // opens not yet closed
     uint8_t manufacturer[64];
     uint8_t model_name[32];
     uint8_t model_desc[128];
@@ -122,6 +122,12 @@ namespace varnok
 
 // The oshandle of a port that was closed.
 constexpr uint32_t no_descriptor = 0xFFFFFFFF;
+
+// For trace lines. Discovery asks before the port has a physical-function record.
+inline uint32_t handle_of(const varnok_priv_db *pdb)
+{
+    return pdb->hw_info == nullptr ? 0 : pdb->hw_info->apihandle;
+}
 
 varnok_hw_info *hw_info_at(const char *func, const varnok_drv_pci_info &location);
 varnok_priv_db *port_at(const char *func, const varnok_drv_pci_info &location);
