@@ -50,6 +50,7 @@ pid_t fork_one(std::istream &how)
     if (child != 0)
         return child;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::signal(SIGUSR1, [](int) {}); // interrupts a wait, and no more
     setenv("VARNOK_API_DEBUG", mask.c_str(), 1);
     kill_points::arm(call, nth, signal);
     live();

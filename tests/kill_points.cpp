@@ -78,7 +78,13 @@ FILE *fdopen(int fd, const char *mode) noexcept { return PASSED(fdopen, fd, mode
 int fputs(const char *text, FILE *stream) { return PASSED(fputs, text, stream); }
 int fflush(FILE *stream) { return PASSED(fflush, stream); }
 int fclose(FILE *stream) { return PASSED(fclose, stream); }
-time_t time(time_t *when) noexcept { return PASSED(time, when) + (getenv("CLOCK_AHEAD") != nullptr ? 60 : 0); }
+time_t time(time_t *when) noexcept
+{
+    const char *const ahead = getenv("CLOCK_AHEAD");
+    return PASSED(time, when) + (ahead != nullptr ? atol(ahead) : 0);
+}
+int nanosleep(const timespec *for_this, timespec *left) { return PASSED(nanosleep, for_this, left); }
+int posix_fallocate(int fd, off_t from, off_t size) { return PASSED(posix_fallocate, fd, from, size); }
 tm *localtime(const time_t *when) noexcept { return PASSED(localtime, when); }
 int semget(key_t key, int count, int flags) noexcept { return PASSED(semget, key, count, flags); }
 int semctl(int id, int number, int command, ...) noexcept

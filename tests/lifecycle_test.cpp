@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <tuple>
+#include <unistd.h>
 
 namespace
 {
@@ -101,13 +103,13 @@ TEST_F(LifecycleTest, CallsOutOfOrder)
         EXPECT_EQ(VARNOK_OpenAdapter(0, &handle), failed);
         EXPECT_EQ(VARNOK_CloseAdapter(0), failed);
         EXPECT_EQ(VARNOK_GetPhyPortInfo(0, nullptr), VARNOK_STATUS_INVALID_PARAMETER);
-        EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(VARNOK_GetPortCount(nullptr), failed);
     });
     EXPECT_STREQ(varnok_version_description, "Molvar Halcyon iSCSI API library version v5.00 build2");
-    EXPECT_EQ(log_of(6, [] { EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER); }),
-              "VARNOK_GetPortCount: invalid parameter.\n");
     simulate(R"({"ports":[{"driver":"rovani"}]})");
     EXPECT_EQ(VARNOK_LoadLibrary(), 0U);
+    EXPECT_EQ(log_of(6, [] { EXPECT_EQ(VARNOK_GetPortCount(nullptr), VARNOK_STATUS_INVALID_PARAMETER); }),
+              "VARNOK_GetPortCount: entered.\nVARNOK_GetPortCount: invalid parameter.\n");
     EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(VARNOK_OpenAdapter(1, &handle), VARNOK_STATUS_NOT_FOUND); }),
               "VARNOK_OpenAdapter(1): pdb not found, exiting\n");
     EXPECT_EQ(handle, 5U);
@@ -157,14 +159,18 @@ TEST_P(OpenTest, WithoutAPort)
 {
     const auto open = GetParam().newer ? varnoknt_open_adapter : varnok_ryxnt_open_adapter;
     const auto close = GetParam().newer ? varnoknt_close_adapter : varnok_ryxnt_close_adapter;
+    const auto ask = GetParam().newer ? varnoknt_get_port_info : varnok_ryxnt_get_port_info;
     varnok_hw_info hw = {};
-    varnok_priv_db pdb = {};
+    varnok_priv_db pdb = {}, bare = {};
+    varnok_drv_port_info info = {};
     pdb.hw_info = &hw;
-    uint32_t handle = 7, err = 7;
+    uint32_t handle = 7, err = 7, stat = 7;
     in_silence_and_aloud([&] {
         EXPECT_EQ(native ? open(nullptr, 1, &handle) : varnok_open_adapter(&pdb, &handle, &err), 1U);
-        if (native)
+        if (native) {
             EXPECT_EQ(close(nullptr), 1U);
+            EXPECT_EQ(ask(&bare, &info, &stat), 1U) << "only lines look for the handle";
+        }
         EXPECT_EQ(native ? close(&pdb) : varnok_close_adapter(&pdb, &err), 0U) << "not open";
         EXPECT_EQ(handle + err + hw.open_cnt, 14U);
     });
@@ -226,6 +232,43 @@ TEST_P(OpenTest, CleanupLeavesEveryPortClosed)
         EXPECT_EQ(hw->apihandle + hw->open_cnt + hw->phys_path[0], 0U);
     }
     EXPECT_EQ(hostsim::open_devices(), 0);
+}
+
+// In a program without its standard descriptors, nothing of the library's stays on them: log lines would go there.
+TEST_P(OpenTest, StandardDescriptorsStayFree)
+{
+    const int kept[] = {fcntl(0, F_DUPFD, 100), fcntl(1, F_DUPFD, 100), fcntl(2, F_DUPFD, 100)};
+    load(1);
+    VARNOK_FreeLibrary();
+    for (const bool moves : native ? std::vector{true} : std::vector{true, false}) {
+        for (const int fd : {0, 1, 2})
+            close(fd);
+        platform::reset();
+        if (!moves)
+            platform::fail_call("fcntl", 8, EMFILE); // after the node's, discovery's and the shared file's two
+        varnok_debug = moves ? 7 : 0;
+        const uint32_t loaded = VARNOK_LoadLibrary();
+        uint32_t handle = 0;
+        const uint32_t opened = VARNOK_OpenAdapter(0, &handle);
+        const bool met = platform::fault_met();
+        const std::string slots(reinterpret_cast<const char *>(varnok_shared_data), 32);
+        const varnok_hw_info hw = *varnok_get_pdb_from_user_instance(0)->hw_info;
+        const int file = varnok_shm_fildes;
+        const uint32_t closed = VARNOK_CloseAdapter(handle);
+        VARNOK_FreeLibrary();
+        varnok_debug = 0;
+        for (const int fd : {0, 1, 2}) {
+            EXPECT_EQ(fcntl(fd, F_GETFD), -1) << "left open: " << fd;
+            dup2(kept[fd], fd);
+        }
+        EXPECT_EQ(loaded + opened + closed, 0U);
+        EXPECT_EQ(slots, std::string("\5", 1) + std::string(31, '\0'));
+        EXPECT_NE(met, moves);
+        EXPECT_GT(file, 2);
+        EXPECT_EQ(native || hw.oshandle > 2, moves);
+    }
+    for (const int fd : kept)
+        close(fd);
 }
 
 // Admission and the back-end follow from the device alone, whichever pass found the port.

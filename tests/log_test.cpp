@@ -1,14 +1,15 @@
 // The debug log and the semaphores.
 #include "host_test.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <tuple>
-
 #include <sys/sem.h>
+#include <tuple>
+#include <unistd.h>
 
 namespace
 {
@@ -35,7 +36,8 @@ TEST_F(LogTest, Numbers)
         {255, 10, "255"}, {0x80000004, 16, "80000004h"},
         {5, 0, ""},       {UINT64_MAX, 16, "FFFFFFFFFFFFFFFFh"},
         {5, 2, "101"},    {UINT64_MAX, 10, "18446744073709551615"},
-        {5, 1, ""},       {5, 255, ""},
+        {35, 37, "Z"},    {255, 255, "10"},
+        {5, 1, ""},       {254, 255, "?"},
     };
     for (const auto &[number, radix, text] : cases)
         EXPECT_EQ(print("f", ":n=", number, radix), "f:n=" + text + "\n");
@@ -118,17 +120,18 @@ TEST_F(LogTest, AFailingLogSemaphoreDoesNotRecurse)
     EXPECT_EQ(platform::held_semaphores(), 0);
     varnok_sem_del(varnok_dbg_sem_id);
     varnok_dbg_sem_id = -1;
-    EXPECT_EQ(log_of(2, line), "f: x\n");
-    EXPECT_EQ(log_of(4, line), wait + "f: x\n");
+    EXPECT_EQ(log_of(7, line), "f: x\n") << "no semaphore: no lock, and no warning";
     // Another semaphore's failure goes through the log.
-    EXPECT_EQ(log_of(4, [] { varnok_sem_wait(12345678); }), wait + wait);
+    EXPECT_EQ(log_of(4, [] { varnok_sem_wait(12345678); }), wait);
 }
 
 TEST_F(LogTest, GettingASemaphore)
 {
     const key_t key = varnok_db_semkey;
-    platform::fail_call("semctl", 1, EPERM);
+    platform::fail_call("semctl", 3, EPERM); // the first value
     EXPECT_EQ(varnok_sem_get(key), -1) << "a set that cannot be set up is removed";
+    EXPECT_EQ(semget(key, 1, 0), -1);
+    errno = EPERM;
     EXPECT_EQ(errno, EPERM);
     const int32_t id = varnok_sem_get(key);
     EXPECT_GE(id, 0);
@@ -138,12 +141,89 @@ TEST_F(LogTest, GettingASemaphore)
     EXPECT_EQ(varnok_sem_get(key), id) << "held";
     EXPECT_EQ(varnok_sem_signal(id), 0);
     varnok_sem_del(id);
-    const int32_t young = semget(key, 1, IPC_CREAT | 0644);
-    EXPECT_EQ(varnok_sem_get(key), young);
-    EXPECT_EQ(semctl(young, 0, GETVAL), 0) << "its creator may be about to set it";
-    varnok_sem_del(young);
     platform::fail_call("semget", 2, ENOSPC);
     EXPECT_EQ(varnok_sem_get(key), -1);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+// Whose set lies under the key, who asks, and what becomes of it.
+TEST_F(LogTest, SetsThatOthersMade)
+{
+    enum fate { used, replaced, refused };
+    struct {
+        uid_t asks, made;
+        int semaphores;
+        fate then;
+    } const cases[] = {
+        {0, 0, 1, used},     {0, 12345, 1, replaced},    {0, 0, 2, replaced},        {12345, 12345, 1, used},
+        {12345, 0, 1, used}, {12345, 54321, 1, refused}, {12345, 12345, 2, refused},
+    };
+    const key_t key = varnok_db_semkey;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.asks << ' ' << c.made << ' ' << c.semaphores);
+        for (const bool told : {true, false}) {
+            if (seteuid(c.made) != 0)
+                GTEST_SKIP() << "only root can be somebody else";
+            const int32_t there = semget(key, c.semaphores, IPC_CREAT | 0666);
+            unsigned short ones[] = {1, 1};
+            semctl(there, 0, SETALL, ones);
+            ASSERT_TRUE(seteuid(0) == 0 && seteuid(c.asks) == 0);
+            if (!told)
+                platform::fail_call("semctl", 1, ENOSYS);
+            const int32_t id = varnok_sem_get(key);
+            EXPECT_TRUE(id != -1 || errno == EPERM);
+            ASSERT_EQ(seteuid(0), 0);
+            EXPECT_EQ(id == -1 ? refused : id == there ? used : replaced, told ? c.then : used);
+            EXPECT_TRUE(id == -1 || semctl(id, 0, GETVAL) == 1);
+            varnok_sem_del(semget(key, 1, 0));
+        }
+    }
+}
+
+// A set that never had a value: whoever waited on it would wait for ever.
+TEST_F(LogTest, SetsWhoseCreatorGaveNoValue)
+{
+    const key_t key = varnok_db_semkey;
+    const auto get = [key](int32_t there, int value) {
+        EXPECT_EQ(varnok_sem_get(key), there);
+        EXPECT_EQ(semctl(there, 0, GETVAL), value);
+        varnok_sem_del(there);
+        return std::count(platform::calls().begin(), platform::calls().end(), "nanosleep");
+    };
+    const auto make = [key] {
+        platform::reset();
+        return semget(key, 1, IPC_CREAT | 0644);
+    };
+    long steps = get(make(), 1);
+    EXPECT_TRUE(steps > 800 && steps <= 1000) << "ten seconds, less the part of one that the clock does not tell";
+    int32_t id = make();
+    platform::when_it_sleeps([] {});
+    EXPECT_EQ(get(id, 1), 1000) << "a clock that stands";
+    id = make();
+    platform::fail_call("nanosleep", 1, EINTR);
+    platform::when_it_sleeps([id] { semctl(id, 0, SETVAL, 1); });
+    EXPECT_EQ(get(id, 1), 2) << "interrupted, and then born";
+    id = make();
+    platform::when_it_sleeps([id] { varnok_sem_del(id); });
+    const int32_t next = varnok_sem_get(key);
+    EXPECT_NE(next, id) << "removed, and made anew";
+    varnok_sem_del(next);
+
+    // Nobody sleeps, and nobody gives a value.
+    id = make();
+    semctl(id, 0, SETVAL, 0);
+    EXPECT_EQ(get(id, 0), 0) << "0 on purpose";
+    id = make();
+    semctl(id, 0, SETVAL, 1);
+    sembuf take = {0, -1, 0};
+    semop(id, &take, 1);
+    EXPECT_EQ(get(id, 0), 0) << "held";
+    for (const auto &[call, nth] :
+         {std::pair("semget", 2), {"semctl", 4}, {"semctl", 5}, {"semop", 1}, {"semctl", 6}}) {
+        id = make();
+        platform::fail_call(call, nth, ENOSYS);
+        EXPECT_EQ(get(id, 0), 0) << "a host that records nothing: " << call << nth;
+    }
 }
 
 TEST_F(LogTest, Dump)

@@ -67,9 +67,9 @@ TEST_F(SharedDbTest, TheFirstOpenMakesTheFile)
     constexpr int guarded = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     const std::string opens = "open /tmp/varnok_shared.dat ";
     EXPECT_THAT(platform::calls(),
-                ElementsAre("semget 1444", "semget 932", "semctl 16", "semop -1", opens + std::to_string(guarded),
-                            opens + std::to_string(guarded | O_CREAT), "fstat", "fstat", "write 163840", "fsync",
-                            "mmap", "msync 4", "semop 1"));
+                ElementsAre("semget 1444", "semget 932", "semctl 2", "semctl 11", "semctl 16", "semop -1",
+                            opens + std::to_string(guarded), opens + std::to_string(guarded | O_CREAT | O_EXCL),
+                            "fstat", "write 163840", "fsync", "posix_fallocate", "mmap", "msync 4", "semop 1"));
     EXPECT_EQ(varnok_library_instance, 0);
     EXPECT_EQ(read_file(), flags({5}));
     struct stat status = {};
@@ -132,7 +132,8 @@ TEST_F(SharedDbTest, FailingOpens)
          "WARNING - semget function not supported.\n"
          "  Each adapter instance should be opened at most one time. errno=38\n"},
         {"open", 2, EACCES, -1, false, "Unable to create shared data file. errno=13\n"},
-        {"fstat", 1, EIO, -1, true, "Unable to create shared data file. errno=5\n"},
+        {"fstat", 1, EIO, -1, true, "Unable to read shared data file. errno=5\n"},
+        {"fstat", 1, EIO, 10, true, "Unable to create shared data file. errno=5\n"},
         {"write", 1, ENOSPC, -1, false, "Unable to write completely to shared data file. errno=28\n"},
         {"fsync", 1, EIO, -1, false, "fsync failed. errno=5\n"},
         {"fstat", 2, EIO, 10, true, "Unable to read shared data file. errno=5\n"},
@@ -140,6 +141,7 @@ TEST_F(SharedDbTest, FailingOpens)
         {"lseek", 1, EINVAL, 10, true, "Unable to seek to beginning of shared data file. errno=22\n"},
         {"write", 1, ENOSPC, 10, true, "Unable to upgrade shared data file. errno=28\n"},
         {"fsync", 1, EIO, 10, true, "fsync failed for existing file. errno=5\n"},
+        {"posix_fallocate", 1, ENOSPC, 163840, true, "Unable to allocate shared data file. errno=28\n"},
         {"mmap", 1, ENOMEM, 163840, true, "Unable to map shared data file. errno=12\n"},
         {nullptr, 1, 0, 5, true, "malloc failed=12\n"},
         {nullptr, 2, 0, 5, true, "Unable to alloc new shared data buf. errno=12\n"},
@@ -222,7 +224,8 @@ TEST_F(SharedDbTest, ClosingInThisOrder)
     varnok_close_database(0);
     EXPECT_THAT(platform::calls(),
                 ElementsAre("semop -1", "msync 4", "popen lsof 2> /dev/null | grep libvarnok | wc -l", "fstat",
-                            "semctl 14", "semop 1", "semctl 0", "munmap", "close", "remove /tmp/varnok_shared.dat"));
+                            "posix_fallocate", "semctl 14", "semop 1", "semctl 0", "munmap", "close",
+                            "remove /tmp/varnok_shared.dat"));
     // Without a slot the file is closed and everything else kept.
     ASSERT_EQ(open(), 0U);
     varnok_library_instance = 8;
@@ -246,6 +249,13 @@ TEST_F(SharedDbTest, AFileCutBehindTheMappingIsMadeWhole)
         EXPECT_EQ(read_file(), grows ? flags({}) : "");
         expect_nothing_held();
     }
+    // What the kernel cannot give a block to: a sparse file on a full disk.
+    for (const int err : {EINTR, EOPNOTSUPP}) {
+        platform::fail_call("posix_fallocate", 1, err);
+        EXPECT_EQ(open(), 0U);
+        EXPECT_TRUE(platform::fault_met());
+        varnok_close_database(0);
+    }
     // A program that closed all descriptors, and opened another file of its own since.
     ASSERT_EQ(open(), 0U);
     platform::set_user_lines("4\n");
@@ -261,6 +271,25 @@ TEST_F(SharedDbTest, AFileCutBehindTheMappingIsMadeWhole)
     platform::fail_call("open", 1, EMFILE);
     EXPECT_EQ(open(), 0U);
     EXPECT_EQ(read_file().substr(0, 4), "olde");
+}
+
+// Signals come in the midst of waiting: nobody goes on without the semaphore.
+TEST_F(SharedDbTest, InterruptedWaitsAreRepeated)
+{
+    const auto waits = [] { return std::count(platform::calls().begin(), platform::calls().end(), "semop -1"); };
+    const std::string warning = "varnok_sem_wait:libvarnok: WARNING - semaphore wait operation failed. errno=4\n";
+    platform::reset();
+    platform::fail_call("semop", 1, EINTR);
+    EXPECT_EQ(open(), 0U);
+    EXPECT_EQ(waits(), 2);
+    platform::reset();
+    platform::fail_call("semop", 1, EINTR);
+    varnok_close_database(0);
+    EXPECT_EQ(waits(), 2);
+    varnok_sem_del(varnok_dbg_sem_id);
+    varnok_dbg_sem_id = -1;
+    platform::fail_call("semop", 1, EINTR);
+    EXPECT_EQ(log_of(4, [] { open(); }), warning + "varnok_open_database: assigned api_lib_instance=0\n");
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // The discovery pass of the legacy drivers.
+#include "descriptor.h"
 #include "legacy_driver.h"
 #include "varnok_charnode.h"
 #include "varnok_device_rules.h"
@@ -18,23 +19,6 @@ using namespace varnok;
 constexpr uint32_t driver_instances = 65536; // what a header's hbaselect can name
 
 using node_path = char[sizeof(varnok_hw_info::phys_path)];
-
-class descriptor
-{
-  public:
-    explicit descriptor(const char *path) : fd_(open(path, O_RDWR)) {}
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    ~descriptor()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 enum class found { nothing, dropped, kept, no_memory };
 
@@ -156,8 +140,8 @@ uint32_t varnok::legacy_find_all_instances(const legacy_driver &driver, const ch
     }
     pass p = {driver, func, path, -1, static_cast<uint16_t>(*start_inst)};
     {
-        const descriptor device(path);
-        if (device.get() < 0) {
+        const descriptor device(open(path, O_RDWR));
+        if (!device) {
             LOG_ERROR_AS(func, ": char device open error.");
             return 1;
         }

@@ -1,10 +1,10 @@
 #include "varnok_charnode.h"
 
+#include "descriptor.h"
 #include "varnok_log.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 uint8_t varnok_charnode_exist(const char *path)
 {
@@ -12,18 +12,17 @@ uint8_t varnok_charnode_exist(const char *path)
         LOG_ERROR(": invalid char node file.");
         return 1;
     }
-    const int fd = open(path, O_RDONLY);
-    if (fd < 0) {
+    varnok::descriptor node(open(path, O_RDONLY));
+    if (!node) {
         LOG_ERROR(": file open failed.");
         return 1;
     }
     struct stat status = {};
-    const bool is_node = fstat(fd, &status) == 0 && S_ISCHR(status.st_mode);
-    if (!is_node)
+    if (fstat(node.get(), &status) != 0 || !S_ISCHR(status.st_mode)) {
         LOG_ERROR(": file not char node.");
-    close(fd);
-    if (!is_node)
         return 1;
+    }
+    node.reset();
     LOG_TRACE(": exiting.");
     return 0;
 }

@@ -1,5 +1,6 @@
 // Opening and closing a port of a legacy driver. Its character device is opened once, by the first
 // open.
+#include "descriptor.h"
 #include "varnok_core.h"
 #include "varnok_log.h"
 
@@ -19,7 +20,8 @@ uint32_t open_port(const char *func, varnok_priv_db *pdb, uint32_t *papi_handle,
     }
     varnok_hw_info *const hw = pdb->hw_info;
     if (hw->open_cnt == 0) {
-        const int fd = open(reinterpret_cast<const char *>(hw->phys_path), O_RDWR);
+        const int fd =
+            varnok::above_standard(open(reinterpret_cast<const char *>(hw->phys_path), O_RDWR));
         if (fd < 0) {
             *pret_err = static_cast<uint32_t>(errno);
             LOG_ERROR_AS(func, "(", dec(instance), "): error opening adapter=", dec(*pret_err),
@@ -40,7 +42,7 @@ uint32_t close_port(varnok_hw_info *hw, uint32_t *perr)
     if (hw->open_cnt == 0)
         return 0;
     if (hw->open_cnt == 1) {
-        if (varnok::holds_descriptor(hw) && close(static_cast<int>(hw->oshandle)) != 0) {
+        if (close(static_cast<int>(hw->oshandle)) != 0) {
             *perr = static_cast<uint32_t>(errno);
             return 1;
         }

@@ -33,8 +33,10 @@ void varnok_cleanup_hbas(void)
     varnok_dlist_start(varnok_priv_database);
     while (varnok_priv_db *pdb = varnok::step<varnok_priv_db>(varnok_priv_database)) {
         varnok_hw_info *const hw = pdb->hw_info;
+        // An open legacy port holds a descriptor; its value alone, 0 included, does not tell.
+        const bool device_is_open = hw->native_driver != 1 && hw->open_cnt != 0;
         hw->open_cnt = 0;
-        if (varnok::holds_descriptor(hw)) {
+        if (device_is_open) {
             LOG_TRACE(": closing handle=", dec(hw->oshandle));
             close(static_cast<int>(hw->oshandle));
         }

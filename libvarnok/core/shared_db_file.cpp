@@ -1,4 +1,5 @@
 // The shared file: creating it, and growing one that an earlier version left shorter.
+#include "descriptor.h"
 #include "heap_buffer.h"
 #include "own_file.h"
 #include "varnok_log.h"
@@ -27,96 +28,105 @@ bool wrote_all(int fd, const uint8_t *bytes)
     return write(fd, bytes, file_size) == static_cast<ssize_t>(file_size);
 }
 
-enum class outcome { good, failed, withdrawn };
-
-// Fills a new file with zeros. A file that cannot be filled is withdrawn: closed and deleted.
-outcome fill_new(const char *func, int fd)
+// Fills a new file with zeros. A file that cannot be filled is closed and deleted.
+bool fill_new(const char *func, varnok::descriptor &file)
 {
     const varnok::heap_buffer<uint8_t> zeros(file_size);
     if (!zeros) {
         LOG_ERROR_AS(func, ": malloc tmp mem failed=", dec(errno));
-        return outcome::failed;
+        return false;
     }
-    if (!wrote_all(fd, zeros.get()))
+    if (!wrote_all(file.get(), zeros.get()))
         LOG_ERROR_AS(func, ": Unable to write completely to shared data file. errno=", dec(errno));
-    else if (fsync(fd) != 0)
+    else if (fsync(file.get()) != 0)
         LOG_ERROR_AS(func, ": fsync failed. errno=", dec(errno));
     else
-        return outcome::good;
-    close(fd);
+        return true;
+    file.reset();
     if (remove(varnok_db_fname) != 0)
         LOG_ERROR_AS(func, ": Unable to remove shared data file. errno=", dec(errno));
-    return outcome::withdrawn;
+    return false;
 }
 
 // Keeps the bytes that are there at their offsets and adds zeros.
-outcome grow(const char *func, int fd, size_t size)
+bool grow(const char *func, int fd, size_t size)
 {
     const varnok::heap_buffer<uint8_t> old(size == 0 ? 1 : size);
     if (!old) {
         LOG_ERROR_AS(func, ": malloc failed=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     if (read(fd, old.get(), size) != static_cast<ssize_t>(size)) {
         LOG_ERROR_AS(func, ": Unable to read shared data file. errno=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     const varnok::heap_buffer<uint8_t> image(file_size);
     if (!image) {
         LOG_ERROR_AS(func, ": Unable to alloc new shared data buf. errno=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     memcpy(image.get(), old.get(), size);
     if (lseek(fd, 0, SEEK_SET) != 0) {
         LOG_ERROR_AS(func, ": Unable to seek to beginning of shared data file. errno=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     if (!wrote_all(fd, image.get())) {
         LOG_ERROR_AS(func, ": Unable to upgrade shared data file. errno=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     if (fsync(fd) != 0) {
         LOG_ERROR_AS(func, ": fsync failed for existing file. errno=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     LOG_TRACE_AS(func, ": done upgrading shared data file.");
-    return outcome::good;
+    return true;
 }
 
-// Only an empty file is taken for a new one: what is there already is never written over.
-outcome make_whole(const char *func, int fd, bool created)
+bool make_whole(const char *func, varnok::descriptor &file, bool created)
 {
     struct stat status = {};
-    if (fstat(fd, &status) != 0) {
+    if (fstat(file.get(), &status) != 0) {
         LOG_ERROR_AS(func, ": Unable to read shared data file. errno=", dec(errno));
-        return outcome::failed;
+        return false;
     }
     opened = {status.st_dev, status.st_ino};
-    if (created && status.st_size == 0)
-        return fill_new(func, fd);
+    if (created)
+        return fill_new(func, file);
     if (status.st_size >= static_cast<off_t>(file_size))
-        return outcome::good;
-    return grow(func, fd, static_cast<size_t>(status.st_size));
+        return true;
+    return grow(func, file.get(), static_cast<size_t>(status.st_size));
+}
+
+// To touch a page of the mapping that has no block, and gets none, would kill this process. 0 or
+// the error number. A file system that cannot tell is trusted.
+int allocate_blocks(int fd)
+{
+    int err = 0;
+    do
+        err = posix_fallocate(fd, 0, file_size);
+    while (err == EINTR);
+    return err == EINVAL || err == ENOSYS || err == EOPNOTSUPP ? 0 : err;
 }
 
 } // namespace
 
 int varnok::open_shared_file(const char *func)
 {
-    int fd = open_own_file(varnok_db_fname, O_RDWR);
-    const bool created = fd < 0;
-    if (created)
-        fd = open_own_file(varnok_db_fname, O_CREAT | O_RDWR);
-    if (fd < 0) {
+    const own_file found = open_own_file(varnok_db_fname, O_RDWR, owner_rule::trusted);
+    descriptor file(found.fd);
+    if (!file) {
         LOG_ERROR_AS(func, ": Unable to create shared data file. errno=", dec(errno));
+        if (found.refused != nullptr)
+            LOG_ERROR_AS(func, ": refused ", varnok_db_fname, ": ", found.refused);
         return -1;
     }
-    const outcome result = make_whole(func, fd, created);
-    if (result == outcome::good)
-        return fd;
-    if (result == outcome::failed)
-        close(fd);
-    return -1;
+    if (!make_whole(func, file, found.created))
+        return -1;
+    if (const int err = allocate_blocks(file.get())) {
+        LOG_ERROR_AS(func, ": Unable to allocate shared data file. errno=", dec(err));
+        return -1;
+    }
+    return file.release();
 }
 
 bool varnok::shared_file_is_whole(int fd)
@@ -124,6 +134,5 @@ bool varnok::shared_file_is_whole(int fd)
     struct stat status = {};
     if (fstat(fd, &status) != 0 || status.st_dev != opened.device || status.st_ino != opened.inode)
         return true;
-    return status.st_size >= static_cast<off_t>(file_size) ||
-           posix_fallocate(fd, 0, file_size) == 0;
+    return allocate_blocks(fd) == 0;
 }

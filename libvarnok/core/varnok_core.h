@@ -29,14 +29,3 @@ VARNOK_PRIVATE uint32_t varnok_open_adapter(varnok_priv_db *pdb, uint32_t *papi_
                                             uint32_t *pret_err);
 VARNOK_PRIVATE uint32_t varnok_close_adapter(varnok_priv_db *pdb, uint32_t *perr);
 }
-
-namespace varnok
-{
-
-// A new record holds 0 and a closed one -1: neither is a descriptor of ours.
-inline bool holds_descriptor(const varnok_hw_info *hw)
-{
-    return hw->oshandle != 0 && hw->oshandle != no_descriptor;
-}
-
-} // namespace varnok

@@ -1,5 +1,7 @@
 #include "varnok_shared_db.h"
 
+#include "descriptor.h"
+#include "held_semaphore.h"
 #include "varnok_log.h"
 #include "varnok_sem.h"
 
@@ -30,26 +32,10 @@ uint8_t varnok_library_instance = 0xFF;
 namespace
 {
 
-// The database semaphore for a scope, given back only if it was had. A wait that fails has warned
-// already, and the work goes on without it, as a log line does.
-class semaphore_hold
-{
-  public:
-    semaphore_hold() : held_(varnok_sem_wait(varnok_db_sem_id) == 0) {}
-    semaphore_hold(const semaphore_hold &) = delete;
-    semaphore_hold &operator=(const semaphore_hold &) = delete;
-    ~semaphore_hold() { release(); }
+using varnok::held_semaphore;
 
-    void release()
-    {
-        if (held_)
-            varnok_sem_signal(varnok_db_sem_id);
-        held_ = false;
-    }
-
-  private:
-    bool held_;
-};
+// A signal must not let this process in beside another one.
+constexpr auto wait_again = held_semaphore::when_interrupted::wait_again;
 
 void remove_semaphore()
 {
@@ -57,16 +43,20 @@ void remove_semaphore()
     varnok_db_sem_id = -1;
 }
 
-bool map_file(const char *func, int fd)
+// The file, open and mapped; -1 with neither.
+int map_shared_file(const char *func)
 {
+    varnok::descriptor file(varnok::open_shared_file(func));
+    if (!file)
+        return -1;
     void *const mapping =
-        mmap(nullptr, sizeof(varnok_shared_db), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        mmap(nullptr, sizeof(varnok_shared_db), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
     if (mapping == MAP_FAILED) {
         LOG_ERROR_AS(func, ": Unable to map shared data file. errno=", dec(errno));
-        return false;
+        return -1;
     }
     varnok_shared_data = static_cast<varnok_shared_db *>(mapping);
-    return true;
+    return file.release();
 }
 
 void sync_mapping() { msync(varnok_shared_data, sizeof(varnok_shared_db), MS_SYNC); }
@@ -112,7 +102,7 @@ bool somebody_waits() { return semctl(varnok_db_sem_id, 0, GETNCNT) != 0; }
 bool leave_slot(const char *func)
 {
     LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance), ", going to clean up shared mem.");
-    semaphore_hold hold;
+    held_semaphore hold(varnok_db_sem_id, wait_again);
     sync_mapping();
     const uint8_t users = varnok_get_total_libinst_count();
     const bool last = users <= 1;
@@ -160,11 +150,9 @@ uint32_t varnok_open_database(int32_t *ret_handle)
     }
     LOG_TRACE(": got varnok_db_sem_id=", dec(varnok_db_sem_id));
 
-    semaphore_hold hold;
-    const int fd = varnok::open_shared_file(__func__);
-    if (fd < 0 || !map_file(__func__, fd)) {
-        if (fd >= 0)
-            close(fd);
+    held_semaphore hold(varnok_db_sem_id, wait_again);
+    const int fd = map_shared_file(__func__);
+    if (fd < 0) {
         hold.release();
         remove_semaphore();
         return 1;

@@ -1,7 +1,7 @@
 // The log's hexadecimal table.
 #include "errno_keeper.h"
+#include "held_semaphore.h"
 #include "varnok_dbg.h"
-#include "varnok_sem.h"
 
 #include <cstring>
 
@@ -69,7 +69,7 @@ void put_table(const dump_layout &layout, const uint8_t *bytes, uint64_t count)
 void varnok_dbg_dump(const char *string, const void *buffer, uint32_t wd_size, uint64_t count)
 {
     const varnok::errno_keeper keeper;
-    const bool held = varnok_sem_wait(varnok_dbg_sem_id) == 0;
+    const varnok::held_semaphore lock(varnok_dbg_sem_id);
     if (string != nullptr && *string != '\0') {
         varnok_dbg_puts(string);
         varnok_dbg_putc('\n');
@@ -78,6 +78,4 @@ void varnok_dbg_dump(const char *string, const void *buffer, uint32_t wd_size, u
         if (layout.wd_size == wd_size)
             put_table(layout, static_cast<const uint8_t *>(buffer), count);
     // The log file stays open: the next print closes it.
-    if (held)
-        varnok_sem_signal(varnok_dbg_sem_id);
 }

@@ -1,46 +1,126 @@
 #include "own_file.h"
 
-#include "errno_keeper.h"
+#include "descriptor.h"
+#include "own_user.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace
 {
 
-constexpr mode_t file_mode = 0644;
-constexpr mode_t others_may_write = S_IWGRP | S_IWOTH;
+using namespace varnok;
 
-// Asked of the kernel itself: other objects of the process may answer geteuid for it.
-bool is_owner_trusted(uid_t owner)
+constexpr mode_t file_mode = 0644;
+// A FIFO must not block, and a terminal must not become this process's own.
+constexpr int guards = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+// Other processes make and remove the file at any moment; each time the name is looked at again.
+constexpr int attempts_max = 100;
+
+enum class verdict { good, failed, again };
+
+verdict refuse(own_file &file, const char *why)
 {
-    return owner == 0 || owner == static_cast<uid_t>(syscall(SYS_geteuid));
+    file.refused = why;
+    errno = EPERM;
+    return verdict::failed;
 }
 
-bool is_own(int fd)
+// On a file system without owners every file seems to be a stranger's, the library's own too.
+bool keeps_owners(const char *path, uid_t stranger)
+{
+    char probe[64];
+    snprintf(probe, sizeof probe, "%s.%ld", path, static_cast<long>(getpid()));
+    const descriptor made(open(probe, O_RDWR | O_CREAT | O_EXCL | guards, file_mode));
+    if (!made)
+        return true;
+    struct stat status = {};
+    const bool strange = fstat(made.get(), &status) == 0 && status.st_uid == stranger;
+    remove(probe);
+    return !strange;
+}
+
+// Only the file that was looked at goes: another process may have put its own there since.
+verdict replace_strangers_file(own_file &file, const char *path, const struct stat &seen)
+{
+    struct stat now = {};
+    if (!is_root())
+        return refuse(file, "it belongs to another user");
+    if (lstat(path, &now) == 0 && now.st_dev == seen.st_dev && now.st_ino == seen.st_ino &&
+        remove(path) != 0)
+        return refuse(file, "it belongs to another user and cannot be removed");
+    return verdict::again;
+}
+
+verdict judge(own_file &file, const char *path, int fd, owner_rule rule)
 {
     struct stat status = {};
     if (fstat(fd, &status) != 0)
-        return false;
-    if (S_ISREG(status.st_mode) && status.st_nlink == 1 &&
-        (status.st_mode & others_may_write) == 0 && is_owner_trusted(status.st_uid))
-        return true;
-    errno = EPERM;
-    return false;
+        return verdict::failed;
+    if (!S_ISREG(status.st_mode))
+        return refuse(file, "it is not a plain file");
+    if (status.st_nlink == 0)
+        return verdict::again; // removed since it was opened
+    const bool trusted = is_trusted(status.st_uid);
+    if (rule == owner_rule::trusted && !trusted && keeps_owners(path, status.st_uid))
+        return replace_strangers_file(file, path, status);
+    if (status.st_nlink > 1)
+        return refuse(file, "it has a second name");
+    // A file that cannot be closed to others is used all the same.
+    if (rule == owner_rule::trusted && (status.st_mode & 07777 & ~file_mode) != 0)
+        fchmod(fd, status.st_mode & file_mode);
+    return verdict::good;
+}
+
+// The name leads to something that open itself refuses.
+const char *refused_by_open()
+{
+    switch (errno) {
+    case ELOOP:
+        return "it is a symbolic link";
+    case EISDIR:
+        return "it is a folder";
+    case ENXIO: // nobody reads from it, or nothing answers there
+        return "it is not a plain file";
+    default:
+        return nullptr;
+    }
+}
+
+verdict open_once(own_file &file, const char *path, int flags, owner_rule rule)
+{
+    descriptor found(open(path, flags | guards));
+    if (found) {
+        const verdict result = judge(file, path, found.get(), rule);
+        if (result == verdict::good)
+            file.fd = found.release();
+        return result;
+    }
+    file.refused = refused_by_open();
+    if (file.refused != nullptr)
+        return verdict::failed;
+    const int why = errno;
+    // What was made here and now is nobody else's.
+    file.fd = above_standard(open(path, flags | O_CREAT | O_EXCL | guards, file_mode));
+    file.created = file.fd >= 0;
+    if (file.created)
+        return verdict::good;
+    if (errno != EEXIST)
+        return verdict::failed;
+    errno = why;
+    return verdict::again;
 }
 
 } // namespace
 
-int varnok::open_own_file(const char *path, int flags)
+varnok::own_file varnok::open_own_file(const char *path, int flags, owner_rule rule)
 {
-    // A FIFO must not block, and a terminal must not become this process's own.
-    const int fd = open(path, flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, file_mode);
-    if (fd < 0 || is_own(fd))
-        return fd;
-    const errno_keeper keeper;
-    close(fd);
-    return -1;
+    own_file file;
+    verdict result = verdict::again;
+    for (int attempt = 0; attempt < attempts_max && result == verdict::again; ++attempt)
+        result = open_once(file, path, flags, rule);
+    return file;
 }

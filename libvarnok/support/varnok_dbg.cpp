@@ -1,9 +1,10 @@
 #include "varnok_dbg.h"
 
+#include "descriptor.h"
 #include "errno_keeper.h"
 #include "heap_buffer.h"
+#include "held_semaphore.h"
 #include "own_file.h"
-#include "varnok_sem.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -28,15 +29,39 @@ uint8_t fill_index = 0;
 
 constexpr char default_path[] = "/var/tmp/libvarnok.log";
 
-// Every user can make files beside the default one; a caller's own choice is the caller's.
+// Once, until a log opens again. The log cannot tell of itself.
+void tell_of_refusal(const char *why)
+{
+    static bool told = false;
+    if (why == nullptr) {
+        told = false;
+    } else if (!told && (varnok_debug & VARNOK_DBG_ERROR) != 0) {
+        fprintf(stderr, "varnok_dbg_get_fptr:libvarnok: WARNING - log file %s refused: %s\n",
+                varnoklog_path, why);
+        told = true;
+    }
+}
+
+int open_log_descriptor()
+{
+    constexpr int flags = O_WRONLY | O_APPEND;
+    constexpr mode_t any_mode = 0666;
+    // A caller's own choice is the caller's.
+    if (strcmp(varnoklog_path, default_path) != 0)
+        return open(varnoklog_path, flags | O_CREAT | O_CLOEXEC, any_mode);
+    // Every user can make files beside the default one.
+    const varnok::own_file file =
+        varnok::open_own_file(default_path, flags, varnok::owner_rule::anybody);
+    tell_of_refusal(file.refused);
+    return file.fd;
+}
+
 FILE *open_log_file()
 {
-    if (strcmp(varnoklog_path, default_path) != 0)
-        return fopen(varnoklog_path, "ae");
-    const int fd = varnok::open_own_file(default_path, O_WRONLY | O_APPEND | O_CREAT);
-    FILE *const file = fd < 0 ? nullptr : fdopen(fd, "a");
-    if (fd >= 0 && file == nullptr)
-        close(fd);
+    varnok::descriptor opened(open_log_descriptor());
+    FILE *const file = opened ? fdopen(opened.get(), "a") : nullptr;
+    if (file != nullptr)
+        opened.release();
     return file;
 }
 
@@ -118,13 +143,14 @@ void varnok_dbg_puts(const char *s)
 void varnok_dbg_output_number(uint64_t n, uint8_t base)
 {
     static constexpr char digit_set[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-    if (base < 2 || base >= sizeof digit_set)
+    constexpr size_t letters = sizeof digit_set - 1;
+    if (base < 2)
         return;
     const bool tag_hex = base == 16 && n > 9;
     char digits[64]; // enough for 64 bits in radix 2
     size_t count = 0;
     do {
-        digits[count++] = digit_set[n % base];
+        digits[count++] = n % base < letters ? digit_set[n % base] : '?';
         n /= base;
     } while (n != 0);
     while (count > 0)
@@ -142,8 +168,7 @@ void varnok_dbg_print(const char *func_name, const char *string, uint64_t number
     const varnok::heap_buffer<char> work(line_buffer_size);
     if (!work)
         return;
-    // Without the semaphore the line is written all the same.
-    const bool held = varnok_sem_wait(varnok_dbg_sem_id) == 0;
+    const varnok::held_semaphore lock(varnok_dbg_sem_id);
     const bool stamp = (varnok_debug & VARNOK_DBG_FILE) != 0 && newline == 1;
     if (!stamp || write_time_stamp(work.get(), line_buffer_size)) {
         if (func_name != nullptr)
@@ -155,6 +180,4 @@ void varnok_dbg_print(const char *func_name, const char *string, uint64_t number
             varnok_dbg_putc('\n');
     }
     close_log_file();
-    if (held)
-        varnok_sem_signal(varnok_dbg_sem_id);
 }

@@ -1,23 +1,22 @@
 #include "varnok_sem.h"
 
 #include "errno_keeper.h"
+#include "sem_set.h"
 #include "varnok_dbg.h"
 #include "varnok_log.h"
 
 #include <cstdio>
-#include <ctime>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
 namespace
 {
 
-// The caller of semctl defines its argument.
-union semun {
-    int val;
-    struct semid_ds *buf;
-    unsigned short *array;
-};
+using namespace varnok;
+
+constexpr int permissions = 0644;
+// Other processes make and remove the set at any moment; each time the key is looked up again.
+constexpr int attempts_max = 100;
 
 void warn(const char *func, int32_t sem_id, const char *text)
 {
@@ -28,7 +27,7 @@ void warn(const char *func, int32_t sem_id, const char *text)
         LOG_ERROR_AS(func, text, hex(errno));
         return;
     }
-    const varnok::errno_keeper keeper;
+    const errno_keeper keeper;
     fprintf(stderr, "%s%s%X%s\n", func, text, static_cast<unsigned>(errno), errno > 9 ? "h" : "");
 }
 
@@ -38,47 +37,54 @@ int32_t operate(int32_t sem_id, short by)
     return semop(sem_id, &operation, 1);
 }
 
-bool set_free(int32_t sem_id)
+// Without the create flag the exclusive one only fetches.
+int32_t fetch(key_t key) { return semget(key, 1, IPC_EXCL | permissions); }
+
+enum class outcome { good, failed, again };
+
+outcome give_value_to_new(int32_t id)
 {
-    semun argument = {};
-    argument.val = 1;
-    return semctl(sem_id, 0, SETVAL, argument) == 0;
+    if (was_set_by_somebody(id))
+        return outcome::good; // who made it at the same moment was faster
+    if (give_first_value(id))
+        return outcome::good;
+    const errno_keeper keeper;
+    varnok_sem_del(id);
+    return outcome::failed;
 }
 
-// A set stands at 0 and was never operated on only between its creation and its first value. One
-// that stays so has lost its creator, and everybody would wait for ever. The value comes first: a
-// healthy set that somebody takes in between has been operated on then.
-bool is_orphan(int32_t sem_id)
+outcome get_once(key_t key, int32_t &id)
 {
-    constexpr time_t creation_limit = 10; // seconds
-    semid_ds status = {};
-    semun argument = {};
-    argument.buf = &status;
-    return semctl(sem_id, 0, GETVAL) == 0 && semctl(sem_id, 0, IPC_STAT, argument) == 0 &&
-           status.sem_otime == 0 && status.sem_ctime != 0 && // a host may not tell
-           time(nullptr) - status.sem_ctime > creation_limit;
+    id = fetch(key);
+    const bool is_new = id == -1;
+    if (is_new)
+        id = semget(key, 1, IPC_CREAT | permissions);
+    if (id == -1)
+        return outcome::failed;
+    switch (origin_of(id)) {
+    case set_origin::trusted:
+        break;
+    case set_origin::strange:
+        return remove_strange_set(id) ? outcome::again : outcome::failed;
+    case set_origin::unknown: // removed since, or a host that does not tell
+        if (!is_new && fetch(key) != id)
+            return outcome::again;
+        break;
+    }
+    if (is_new)
+        return give_value_to_new(id);
+    return see_through_birth(id) ? outcome::again : outcome::good;
 }
 
 } // namespace
 
 int32_t varnok_sem_get(key_t key)
 {
-    // Without the create flag the exclusive one only fetches.
-    int32_t id = semget(key, 1, IPC_EXCL | 0644);
-    if (id != -1) {
-        if (is_orphan(id))
-            set_free(id); // GCOVR_EXCL_LINE: tested by processes that are killed
-        return id;
-    }
-    id = semget(key, 1, IPC_CREAT | 0644);
-    if (id == -1)
-        return -1;
-    if (!set_free(id)) {
-        const varnok::errno_keeper keeper;
-        varnok_sem_del(id);
-        return -1;
-    }
-    return id;
+    int32_t id = -1;
+    outcome result = outcome::again;
+    for (int attempt = 0; attempt < attempts_max && result == outcome::again; ++attempt)
+        result = get_once(key, id);
+    return result == outcome::good ? id : -1;
 }
 
 int32_t varnok_sem_wait(int32_t sem_id)

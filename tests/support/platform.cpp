@@ -13,6 +13,7 @@
 #include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
+#include <utility>
 
 using std::to_string;
 
@@ -40,6 +41,10 @@ std::set<int> descriptors;
 std::set<void *> blocks;
 long semaphores = 0;
 std::string user_lines;
+std::string doomed_file;
+long lone_owner = -1;
+std::function<void()> sleeper;
+long slept = 0; // nanoseconds
 
 // What the library still calls when these are gone, counting coverage, is nobody's business.
 struct ending {
@@ -90,7 +95,7 @@ namespace platform
 std::string private_path(const std::string &path)
 {
     static const private_folder folder;
-    const bool fixed = path == "/tmp/varnok_shared.dat" || path == "/var/tmp/libvarnok.log";
+    const bool fixed = path.starts_with("/tmp/varnok_shared.dat") || path == "/var/tmp/libvarnok.log";
     return fixed ? folder.name + path.substr(path.rfind('/')) : path;
 }
 
@@ -98,6 +103,9 @@ void reset()
 {
     find_library();
     call_fault = allocation_fault = {};
+    lone_owner = -1;
+    sleeper = nullptr;
+    slept = 0;
     record.clear();
     set_user_lines("2\n");
 }
@@ -111,6 +119,9 @@ long live_blocks() { return static_cast<long>(blocks.size()); }
 long open_descriptors() { return static_cast<long>(descriptors.size()); }
 long held_semaphores() { return semaphores; }
 void set_user_lines(const std::string &text) { user_lines = text; }
+void show_every_file_as(long user) { lone_owner = user; }
+void unlink_before_fstat(const std::string &path) { doomed_file = path; }
+void when_it_sleeps(const std::function<void()> &run) { sleeper = run; }
 
 } // namespace platform
 
@@ -187,13 +198,22 @@ ssize_t write(int fd, const void *buffer, size_t size)
 int fsync(int) { return UNLESS_IT_FAILS(-1, "fsync", "", 0); }
 void sync(void) noexcept {}
 
-int fstat(int fd, struct stat *status) { return PLAIN(-1, fstat, "", fd, status); }
+int fstat(int fd, struct stat *status)
+{
+    if (FROM_LIBRARY && !doomed_file.empty())
+        std::filesystem::remove(std::exchange(doomed_file, ""));
+    const int result = PLAIN(-1, fstat, "", fd, status);
+    if (FROM_LIBRARY && result == 0 && lone_owner != -1)
+        status->st_uid = static_cast<uid_t>(lone_owner);
+    return result;
+}
 ssize_t read(int fd, void *buffer, size_t size) { return PLAIN(-1, read, "", fd, buffer, size); }
 off_t lseek(int fd, off_t offset, int whence) noexcept { return PLAIN(-1, lseek, "", fd, offset, whence); }
 int msync(void *at, size_t size, int flags) { return PLAIN(-1, msync, to_string(flags), at, size, flags); }
 tm *localtime(const time_t *when) noexcept { return PLAIN(nullptr, localtime, "", when); }
 int semget(key_t key, int count, int flags) noexcept { return PLAIN(-1, semget, to_string(flags), key, count, flags); }
 int remove(const char *path) noexcept { return PLAIN(-1, remove, path, PRIVATE(path)); }
+int lstat(const char *path, struct stat *status) noexcept { return PLAIN(-1, lstat, path, PRIVATE(path), status); }
 
 // The descriptor goes with the file.
 FILE *fdopen(int fd, const char *mode) noexcept
@@ -204,8 +224,19 @@ FILE *fdopen(int fd, const char *mode) noexcept
     return file;
 }
 
-int posix_fallocate(int fd, off_t from, off_t size) { return PLAIN(ENOSPC, posix_fallocate, "", fd, from, size); }
-FILE *fopen(const char *path, const char *mode) { return PLAIN(nullptr, fopen, path, PRIVATE(path), mode); }
+int posix_fallocate(int fd, off_t from, off_t size) { return PLAIN(errno, posix_fallocate, "", fd, from, size); }
+// The library's clock goes on by what it sleeps, and no test waits for it.
+int nanosleep(const timespec *time, timespec *left)
+{
+    if (!FROM_LIBRARY)
+        return REAL(nanosleep)(time, left);
+    if (fails("nanosleep"))
+        return -1;
+    sleeper != nullptr ? sleeper() : void(slept += time->tv_nsec);
+    return 0;
+}
+time_t time(time_t *when) noexcept { return REAL(time)(when) + (FROM_LIBRARY ? slept / 1'000'000'000 : 0); }
+
 int uname(utsname *name) noexcept { return UNLESS_IT_FAILS(-1, "uname", "", hostsim::calls::uname(name)); }
 uid_t geteuid(void) noexcept { return hostsim::calls::geteuid(); }
 

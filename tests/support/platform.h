@@ -3,6 +3,7 @@
 // untouched.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,5 +34,14 @@ std::string private_path(const std::string &path);
 
 // What the library's lsof pipeline prints: "2\n" after reset.
 void set_user_lines(const std::string &text);
+
+// As on a file system that keeps no owners.
+void show_every_file_as(long user);
+
+// The file is gone when the library first looks at what it opened.
+void unlink_before_fstat(const std::string &path);
+
+// Runs at each step of a wait, in place of the library's clock going on.
+void when_it_sleeps(const std::function<void()> &run);
 
 } // namespace platform
