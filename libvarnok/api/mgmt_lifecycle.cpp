@@ -1,10 +1,11 @@
 // Load, free, count, open and close.
-#include "varnok_core.h"
-#include "varnok_log.h"
-#include "varnok_mgmt_internal.h"
-#include "varnok_shared_db.h"
+#include "api/exported_call.h"
+#include "api/varnok_core.h"
+#include "core/varnok_shared_db.h"
+#include "support/varnok_log.h"
 
-using varnok::operations_of;
+using varnok::dec;
+using varnok::hex;
 
 uint32_t VARNOK_LoadLibrary(void)
 {
@@ -69,54 +70,50 @@ uint32_t VARNOK_GetPortCount(uint32_t *pPortCount)
     return VARNOK_STATUS_SUCCESS;
 }
 
-static uint32_t open_instance(const char *func, uint32_t instance, uint32_t *handle)
+static uint32_t open_instance(const varnok::exported_call &call, uint32_t instance,
+                              uint32_t *handle)
 {
     varnok_priv_db *const pdb = varnok_get_pdb_from_user_instance(instance);
-    if (pdb == nullptr) {
-        LOG_ERROR_AS(func, "(", dec(instance), "): pdb not found, exiting");
-        return VARNOK_STATUS_NOT_FOUND;
-    }
-    const varnok::backend_operations &operations = operations_of(pdb);
+    if (pdb == nullptr)
+        return call.fails(VARNOK_STATUS_NOT_FOUND, "): pdb not found, exiting");
+    const varnok::backend &backend = varnok::backend_of(pdb);
     uint32_t err = 0;
-    if (operations.open(pdb, instance, handle, &err) == 0)
+    if (backend.open(pdb, instance, handle, &err) == 0)
         return VARNOK_STATUS_SUCCESS;
-    LOG_ERROR_AS(func, "(", dec(instance), operations.open_failed);
-    return err != 0 ? err : VARNOK_STATUS_FAILED;
+    return call.fails(err != 0 ? err : VARNOK_STATUS_FAILED, backend.open_failed);
 }
 
 uint32_t VARNOK_OpenAdapter(uint32_t Instance, uint32_t *Handle)
 {
     varnok_set_debug_level();
-    LOG_TRACE("(", dec(Instance), "): entered.");
-    if (Handle == nullptr) {
-        LOG_ERROR("(", dec(Instance), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
-    if (varnok_priv_database == nullptr) {
-        LOG_ERROR("(", dec(Instance), "): no adapters found.");
-        return VARNOK_STATUS_FAILED;
-    }
-    const uint32_t rval = open_instance(__func__, Instance, Handle);
-    LOG_TRACE("(", dec(Instance), "): exiting, Return Handle=", dec(*Handle), " rval=", hex(rval));
+    const varnok::exported_call call(__func__, Instance, "): entered.");
+    if (Handle == nullptr)
+        return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
+    if (varnok_priv_database == nullptr)
+        return call.fails(VARNOK_STATUS_FAILED, "): no adapters found.");
+    const uint32_t rval = open_instance(call, Instance, Handle);
+    call.trace("): exiting, Return Handle=", dec(*Handle), " rval=", hex(rval));
     return rval;
+}
+
+static uint32_t close_port(const varnok::exported_call &call, varnok_priv_db *pdb)
+{
+    const varnok::backend &backend = varnok::backend_of(pdb);
+    uint32_t err = 0;
+    if (backend.close(pdb, &err) == 0)
+        return VARNOK_STATUS_SUCCESS;
+    // GCOVR_EXCL_START: a native close does not fail as yet
+    if (backend.close_failed != nullptr)
+        call.error(backend.close_failed);
+    // GCOVR_EXCL_STOP
+    return err != 0 ? err : VARNOK_STATUS_FAILED;
 }
 
 uint32_t VARNOK_CloseAdapter(uint32_t Handle)
 {
-    LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    const varnok::exported_call call(__func__, Handle, "): entered.");
+    varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    const varnok::backend_operations &operations = operations_of(pdb);
-    uint32_t err = 0;
-    uint32_t rval = VARNOK_STATUS_SUCCESS;
-    if (operations.close(pdb, &err) != 0) {
-        // GCOVR_EXCL_START: a native close does not fail as yet
-        if (operations.close_failed != nullptr)
-            LOG_ERROR("(", dec(Handle), operations.close_failed);
-        // GCOVR_EXCL_STOP
-        rval = err != 0 ? err : VARNOK_STATUS_FAILED;
-    }
-    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(rval));
-    return rval;
+    return call.returns(close_port(call, pdb));
 }

@@ -1,11 +1,9 @@
 // The physical port and its portal.
-#include "port_records.h"
-#include "varnok_bytes.h"
-#include "varnok_device_rules.h"
-#include "varnok_log.h"
-#include "varnok_mgmt_internal.h"
-
-#include <cerrno>
+#include "api/caller_array.h"
+#include "api/exported_call.h"
+#include "core/port_records.h"
+#include "core/varnok_device_rules.h"
+#include "support/varnok_bytes.h"
 
 namespace
 {
@@ -109,51 +107,43 @@ void fill_common(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
 
 uint32_t VARNOK_GetPhyPortInfo(uint32_t Handle, VARNOK_PHY_PORT_INFO *pPhyPort)
 {
-    LOG_TRACE("(", dec(Handle), "): entered.");
-    if (pPhyPort == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
-    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    const varnok::exported_call call(__func__, Handle, "): entered.");
+    if (pPhyPort == nullptr)
+        return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
+    varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    const varnok::backend_operations &operations = varnok::operations_of(pdb);
-    if (operations.port_info_trace != nullptr)
-        LOG_TRACE("(", dec(Handle), operations.port_info_trace);
+    const varnok::backend &backend = varnok::backend_of(pdb);
+    if (backend.port_info_trace != nullptr)
+        call.trace(backend.port_info_trace);
     varnok_drv_port_info info = {};
     uint32_t stat = 0;
-    if (operations.get_port_info(pdb, &info, &stat) != 0 || stat != 0) {
-        LOG_ERROR("(", dec(Handle), "): get port info failed. stat=", dec(stat),
-                  " errno=", dec(errno));
-        return varnok_xlate_err(stat);
-    }
+    if (backend.get_port_info(pdb, &info, &stat) != 0 || stat != 0)
+        return call.request_fails("): get port info failed. stat=", stat);
     varnok::refresh_port(pdb, info);
-    if (pPhyPort->Version == VARNOK_RECORD_VERSION_2)
+    if (varnok::size_at<VARNOK_PHY_PORT_INFO>(pPhyPort) == sizeof *pPhyPort)
         fill_extended(*pPhyPort, pdb);
     fill_common(*pPhyPort, pdb);
-    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
-    return VARNOK_STATUS_SUCCESS;
+    return call.returns(VARNOK_STATUS_SUCCESS);
 }
 
 uint32_t VARNOK_GetIscsiPortal(uint32_t Handle, uint32_t *pPortalCount,
                                VARNOK_ISCSI_PORTAL **pPortal)
 {
-    LOG_TRACE("(", dec(Handle), "): entered.");
-    const varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    const varnok::exported_call call(__func__, Handle, "): entered.");
+    const varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
     constexpr uint32_t portals = 1;
     constexpr varnok::list_texts texts = {nullptr, "): API portal count > apps portal count."};
-    const varnok::list_check check =
-        varnok::check_list(__func__, Handle, portals, pPortalCount, pPortal, texts);
-    if (check != varnok::list_check::fits)
-        return varnok::status_of(check);
+    const varnok::list_verdict list = call.check_list(portals, pPortalCount, pPortal, texts);
+    if (!list.fits)
+        return list.status;
     VARNOK_ISCSI_PORTAL &portal = **pPortal;
     portal.IsIPv4 = static_cast<uint8_t>(varnok_is_non_zero(pdb->ipv4addr, sizeof pdb->ipv4addr));
     copy_field(portal.IPv4Addr, pdb->ipv4addr);
     portal.IPv4PortNum = pdb->ipv4_port;
     copy_field(portal.IPv6Addr, pdb->ipv6addr);
     portal.IPv6PortNum = pdb->ipv6_port;
-    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
-    return VARNOK_STATUS_SUCCESS;
+    return call.returns(VARNOK_STATUS_SUCCESS);
 }

@@ -1,6 +1,5 @@
 // The SCSI pass-through.
-#include "varnok_log.h"
-#include "varnok_mgmt_internal.h"
+#include "api/exported_call.h"
 
 static uint8_t data_direction(const VARNOK_SCSI_CMND &command)
 {
@@ -9,28 +8,35 @@ static uint8_t data_direction(const VARNOK_SCSI_CMND &command)
     return moves_data ? command.Direction : VARNOK_SCSI_NO_DATA;
 }
 
+static uint32_t send(const varnok::exported_call &call, varnok_priv_db *pdb,
+                     const varnok::scsi_request &request)
+{
+    const varnok::backend &backend = varnok::backend_of(pdb);
+    if (request.data_len > backend.scsi_data_max)
+        return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
+    uint32_t stat = 0;
+    switch (backend.send_scsi_cmd(pdb, request, &stat)) {
+    case varnok::scsi_outcome::no_memory:
+        return call.fails(VARNOK_STATUS_NO_MEMORY, backend.scsi_alloc_failed);
+    case varnok::scsi_outcome::failed:
+        return call.returns(call.request_fails(backend.scsi_failed, stat));
+    case varnok::scsi_outcome::done:
+        break;
+    }
+    return call.returns(VARNOK_STATUS_SUCCESS);
+}
+
 uint32_t VARNOK_SendScsiCommand(uint32_t Handle, VARNOK_SCSI_CMND *pScsiCmnd, uint32_t *pDataLen,
                                 uint8_t *pData)
 {
-    LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    const varnok::exported_call call(__func__, Handle, "): entered.");
+    varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    if (pScsiCmnd == nullptr) {
-        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
-    const varnok::backend_operations &operations = varnok::operations_of(pdb);
+    if (pScsiCmnd == nullptr)
+        return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
     const uint8_t direction = data_direction(*pScsiCmnd);
     // Without data the two pointers may be anything.
     const uint32_t data_len = direction == VARNOK_SCSI_NO_DATA ? 0 : *pDataLen;
-    if (data_len > operations.scsi_data_max) {
-        LOG_ERROR("(", dec(Handle), "): invalid parameter.");
-        return VARNOK_STATUS_INVALID_PARAMETER;
-    }
-    const varnok::scsi_outcome outcome = operations.send_scsi_cmd(
-        {__func__, Handle, pdb, operations, pScsiCmnd, direction, data_len, pData});
-    if (outcome.sent)
-        LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(outcome.rval));
-    return outcome.rval;
+    return send(call, pdb, {pScsiCmnd, direction, data_len, pData});
 }

@@ -1,10 +1,8 @@
 // The sessions of a port.
-#include "heap_buffer.h"
-#include "varnok_bytes.h"
-#include "varnok_log.h"
-#include "varnok_mgmt_internal.h"
-
-#include <cerrno>
+#include "api/caller_array.h"
+#include "api/exported_call.h"
+#include "support/heap_buffer.h"
+#include "support/varnok_bytes.h"
 
 namespace
 {
@@ -43,37 +41,38 @@ void fill_session(VARNOK_SESS_INFO &session, const varnok_drv_session_info &info
     session.ConnID = info.cid;
 }
 
+using session_array = varnok::caller_array<VARNOK_SESS_INFO>;
+
+uint32_t list_sessions(const varnok::exported_call &call, varnok_priv_db *pdb,
+                       const session_array &sessions)
+{
+    const varnok::heap_buffer<varnok_drv_session_info> info;
+    if (!info)
+        return call.fails(VARNOK_STATUS_NO_MEMORY, varnok::backend_of(pdb).session_alloc_failed);
+    // The count is read again at every turn, and must not outgrow the array.
+    for (uint32_t i = 0; i < pdb->session_cnt && i < sessions.capacity(); ++i) {
+        varnok::clear(info.get(), sizeof *info);
+        info->sess_num = i;
+        uint32_t stat = 0;
+        if (varnok::backend_of(pdb).get_sess_info(pdb, info.get(), &stat) != 0 || stat != 0)
+            return call.request_fails("): session info ioctl failed, stat=", stat);
+        sessions.write(i, [&](VARNOK_SESS_INFO &session) { fill_session(session, *info); });
+    }
+    return VARNOK_STATUS_SUCCESS;
+}
+
 } // namespace
 
 uint32_t VARNOK_GetSessionInfo(uint32_t Handle, uint32_t *pSessCount, VARNOK_SESS_INFO **pSessInfo)
 {
-    LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    const varnok::exported_call call(__func__, Handle, "): entered.");
+    varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
     const uint32_t capacity = *pSessCount;
-    const varnok::list_check check =
-        varnok::check_list(__func__, Handle, pdb->session_cnt, pSessCount, pSessInfo, texts);
-    if (check != varnok::list_check::fits)
-        return varnok::status_of(check);
-    varnok::heap_buffer<varnok_drv_session_info> info;
-    if (!info) {
-        LOG_ERROR("(", dec(Handle), varnok::operations_of(pdb).session_alloc_failed);
-        return VARNOK_STATUS_NO_MEMORY;
-    }
-    // The count is read again at every turn, and must not outgrow the array.
-    for (uint32_t i = 0; i < pdb->session_cnt && i < capacity; ++i) {
-        varnok::clear(info.get(), sizeof *info);
-        info->sess_num = i;
-        uint32_t stat = 0;
-        if (varnok::operations_of(pdb).get_sess_info(pdb, info.get(), &stat) != 0 || stat != 0) {
-            LOG_ERROR("(", dec(Handle), "): session info ioctl failed, stat=", dec(stat),
-                      " errno=", dec(errno));
-            return varnok_xlate_err(stat);
-        }
-        fill_session((*pSessInfo)[i], *info);
-    }
-    info.release();
-    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
-    return VARNOK_STATUS_SUCCESS;
+    const varnok::list_verdict list =
+        call.check_list(pdb->session_cnt, pSessCount, pSessInfo, texts);
+    if (!list.fits)
+        return list.status;
+    return call.ends(list_sessions(call, pdb, {*pSessInfo, capacity}));
 }

@@ -1,7 +1,7 @@
 // The library's identity, and the drivers' statuses as status codes.
-#include "varnok_core.h"
-#include "varnok_log.h"
-#include "varnok_mgmt_internal.h"
+#include "api/mgmt_status.h"
+#include "api/varnok_core.h"
+#include "support/varnok_log.h"
 
 #include <cstring>
 

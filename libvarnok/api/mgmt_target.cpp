@@ -1,11 +1,9 @@
 // The targets of a port, each with the number of LUNs that it reports.
-#include "heap_buffer.h"
-#include "scsi_commands.h"
-#include "varnok_bytes.h"
-#include "varnok_log.h"
-#include "varnok_mgmt_internal.h"
-
-#include <cerrno>
+#include "api/caller_array.h"
+#include "api/exported_call.h"
+#include "api/scsi_commands.h"
+#include "support/heap_buffer.h"
+#include "support/varnok_bytes.h"
 
 namespace
 {
@@ -33,50 +31,53 @@ void fill_target(VARNOK_TGT_INFO &target, uint32_t number, const varnok_drv_tgt_
     target.LunCount = varnok::lun_list_count(lun_list);
 }
 
+// Asks the target itself. One that does not answer is listed all the same.
+void count_luns(const varnok::exported_call &call, uint32_t handle, uint32_t target, uint8_t *list)
+{
+    uint32_t size = varnok::lun_list_size;
+    varnok::clear(list, size);
+    VARNOK_SCSI_CMND command = varnok::report_luns_command(target);
+    const uint32_t rval = VARNOK_SendScsiCommand(handle, &command, &size, list);
+    if (rval != 0)
+        call.error("): send scsi cmd failed, rval=", varnok::hex(rval));
+}
+
+using target_array = varnok::caller_array<VARNOK_TGT_INFO>;
+
+uint32_t list_targets(const varnok::exported_call &call, uint32_t handle, varnok_priv_db *pdb,
+                      const target_array &targets)
+{
+    const varnok::heap_buffer<uint8_t> lun_list(varnok::lun_list_size);
+    if (!lun_list)
+        return call.fails(VARNOK_STATUS_NO_MEMORY, "): pdata alloc failed.");
+    const varnok::heap_buffer<varnok_drv_tgt_info> info;
+    if (!info)
+        return call.fails(VARNOK_STATUS_NO_MEMORY, varnok::backend_of(pdb).target_alloc_failed);
+    // The count is read again at every turn, and must not outgrow the array.
+    for (uint32_t i = 0; i < pdb->session_cnt && i < targets.capacity(); ++i) {
+        varnok::clear(info.get(), sizeof *info);
+        info->scsi_tgt_num = i;
+        uint32_t stat = 0;
+        if (varnok::backend_of(pdb).get_tgt_info(pdb, info.get(), &stat) != 0 || stat != 0)
+            return call.request_fails("): tgt info failed, stat=", stat);
+        count_luns(call, handle, i, lun_list.get());
+        targets.write(
+            i, [&](VARNOK_TGT_INFO &target) { fill_target(target, i, *info, lun_list.get()); });
+    }
+    return VARNOK_STATUS_SUCCESS;
+}
+
 } // namespace
 
 uint32_t VARNOK_GetTgtInfo(uint32_t Handle, uint32_t *pTgtCount, VARNOK_TGT_INFO **pTgtInfo)
 {
-    LOG_TRACE("(", dec(Handle), "): entered.");
-    varnok_priv_db *const pdb = varnok::port_of(__func__, Handle);
+    const varnok::exported_call call(__func__, Handle, "): entered.");
+    varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
     const uint32_t capacity = *pTgtCount;
-    const varnok::list_check check =
-        varnok::check_list(__func__, Handle, pdb->session_cnt, pTgtCount, pTgtInfo, texts);
-    if (check != varnok::list_check::fits)
-        return varnok::status_of(check);
-    uint32_t list_size = varnok::lun_list_size;
-    varnok::heap_buffer<uint8_t> lun_list(list_size);
-    if (!lun_list) {
-        LOG_ERROR("(", dec(Handle), "): pdata alloc failed.");
-        return VARNOK_STATUS_NO_MEMORY;
-    }
-    varnok::heap_buffer<varnok_drv_tgt_info> info;
-    if (!info) {
-        LOG_ERROR("(", dec(Handle), varnok::operations_of(pdb).target_alloc_failed);
-        return VARNOK_STATUS_NO_MEMORY;
-    }
-    // The count is read again at every turn, and must not outgrow the array.
-    for (uint32_t i = 0; i < pdb->session_cnt && i < capacity; ++i) {
-        varnok::clear(info.get(), sizeof *info);
-        info->scsi_tgt_num = i;
-        uint32_t stat = 0;
-        if (varnok::operations_of(pdb).get_tgt_info(pdb, info.get(), &stat) != 0 || stat != 0) {
-            LOG_ERROR("(", dec(Handle), "): tgt info failed, stat=", dec(stat),
-                      " errno=", dec(errno));
-            return varnok_xlate_err(stat);
-        }
-        memset(lun_list.get(), 0, list_size);
-        VARNOK_SCSI_CMND command = varnok::report_luns_command(i);
-        const uint32_t rval = VARNOK_SendScsiCommand(Handle, &command, &list_size, lun_list.get());
-        // A target that does not answer is listed all the same.
-        if (rval != 0)
-            LOG_ERROR("(", dec(Handle), "): send scsi cmd failed, rval=", hex(rval));
-        fill_target((*pTgtInfo)[i], i, *info, lun_list.get());
-    }
-    lun_list.release();
-    info.release();
-    LOG_TRACE("(", dec(Handle), "): exiting, rval=", hex(0));
-    return VARNOK_STATUS_SUCCESS;
+    const varnok::list_verdict list = call.check_list(pdb->session_cnt, pTgtCount, pTgtInfo, texts);
+    if (!list.fits)
+        return list.status;
+    return call.ends(list_targets(call, Handle, pdb, {*pTgtInfo, capacity}));
 }

@@ -1,4 +1,6 @@
-#include "scsi_commands.h"
+#include "api/scsi_commands.h"
+
+#include "support/varnok_bytes.h"
 
 VARNOK_SCSI_CMND varnok::read_command(uint32_t target, lun_number lun,
                                       std::initializer_list<uint8_t> cdb)
@@ -22,17 +24,6 @@ VARNOK_SCSI_CMND varnok::report_luns_command(uint32_t target)
                         {0xA0, 0, 0, 0, 0, 0, lun_list_size >> 24 & 0xFF,
                          lun_list_size >> 16 & 0xFF, lun_list_size >> 8 & 0xFF,
                          lun_list_size & 0xFF, 0, 0});
-}
-
-uint32_t varnok::big_endian_32(const uint8_t *bytes)
-{
-    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
-           static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
-}
-
-uint64_t varnok::big_endian_64(const uint8_t *bytes)
-{
-    return static_cast<uint64_t>(big_endian_32(bytes)) << 32 | big_endian_32(bytes + 4);
 }
 
 uint32_t varnok::lun_list_count(const uint8_t *list) { return big_endian_32(list) / 8; }

@@ -1,7 +1,7 @@
 // scsi_commands.h - the SCSI commands that the library sends itself, and their answers.
 #pragma once
 
-#include "varnok_mgmt.h"
+#include "include/varnok_mgmt.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -25,9 +25,6 @@ VARNOK_SCSI_CMND read_command(uint32_t target, lun_number lun, std::initializer_
 
 // Answered by a list of lun_list_size bytes at most.
 VARNOK_SCSI_CMND report_luns_command(uint32_t target);
-
-uint32_t big_endian_32(const uint8_t *bytes);
-uint64_t big_endian_64(const uint8_t *bytes);
 
 // LUNs that the list claims to hold, which may be more than were received.
 uint32_t lun_list_count(const uint8_t *list);

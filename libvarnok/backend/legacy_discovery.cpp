@@ -1,9 +1,9 @@
 // The discovery pass of the legacy drivers.
-#include "descriptor.h"
-#include "legacy_driver.h"
-#include "varnok_charnode.h"
-#include "varnok_device_rules.h"
-#include "varnok_log.h"
+#include "backend/legacy_driver.h"
+#include "backend/varnok_charnode.h"
+#include "core/varnok_device_rules.h"
+#include "support/descriptor.h"
+#include "support/varnok_log.h"
 
 #include <cerrno>
 #include <cstdio>

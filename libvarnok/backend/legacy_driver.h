@@ -1,9 +1,11 @@
 // legacy_driver.h - the transport of the legacy drivers: one ioctl on a character device for each
-// request. Two drivers speak it and differ in the constants below.
+// request. Two drivers use it. They differ in the constants below.
 #pragma once
 
-#include "port_records.h"
-#include "varnok_instdb.h"
+#include "backend/legacy_adapter.h"
+#include "backend/scsi_forms.h"
+#include "core/port_records.h"
+#include "core/varnok_instdb.h"
 
 namespace varnok
 {
@@ -83,5 +85,30 @@ uint32_t legacy_query(const legacy_driver &driver, const char *func, const legac
 // count on with each port kept.
 uint32_t legacy_find_all_instances(const legacy_driver &driver, const char *func,
                                    const char *driver_name, uint32_t *start_inst);
+
+// ---- A legacy back-end's table ----
+
+// A request goes through the port's open device.
+template <class Record, uint32_t (*Request)(int32_t, varnok_priv_db *, Record *, uint32_t *)>
+uint32_t on_device(varnok_priv_db *pdb, Record *record, uint32_t *stat)
+{
+    return Request(static_cast<int32_t>(pdb->hw_info->oshandle), pdb, record, stat);
+}
+
+template <uint32_t (*Send)(int32_t, varnok_priv_db *, varnok_drv_scsi_cmd_ioctl *, uint32_t *)>
+constexpr auto send_on_device =
+    send_in_form<varnok_drv_scsi_cmd_ioctl, on_device<varnok_drv_scsi_cmd_ioctl, Send>>;
+
+// The driver's own part of the table, and what all legacy drivers have in common.
+constexpr backend legacy_backend(backend own)
+{
+    own.open = [](varnok_priv_db *pdb, uint32_t, uint32_t *handle, uint32_t *err) {
+        return varnok_open_adapter(pdb, handle, err);
+    };
+    own.close = varnok_close_adapter;
+    own.scsi_data_max = UINT32_MAX; // an address travels, and no data
+    own.open_failed = "): open failed.";
+    return own;
+}
 
 } // namespace varnok

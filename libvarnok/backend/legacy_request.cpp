@@ -1,7 +1,7 @@
 // One request to a legacy driver.
-#include "legacy_driver.h"
-#include "varnok_bytes.h"
-#include "varnok_log.h"
+#include "backend/legacy_driver.h"
+#include "support/varnok_bytes.h"
+#include "support/varnok_log.h"
 
 #include <cerrno>
 #include <cstring>

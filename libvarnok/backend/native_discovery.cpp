@@ -1,7 +1,7 @@
 // The discovery pass of the native drivers, and open and close, which the driver does not notice.
-#include "native_driver.h"
-#include "varnok_device_rules.h"
-#include "varnok_log.h"
+#include "backend/native_driver.h"
+#include "core/varnok_device_rules.h"
+#include "support/varnok_log.h"
 
 namespace
 {

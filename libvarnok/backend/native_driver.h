@@ -1,11 +1,12 @@
 // native_driver.h - the transport of the native drivers: one synchronous kernel callback for each
 // request, with an envelope that carries the port's host number, a status and the driver record.
-// Two drivers speak it and differ in the constants below.
+// Two drivers use it. They differ in the constants below.
 #pragma once
 
-#include "port_records.h"
-#include "varnok_driver_records.h"
-#include "varnok_instdb.h"
+#include "backend/scsi_forms.h"
+#include "core/port_records.h"
+#include "core/varnok_instdb.h"
+#include "records/varnok_driver_records.h"
 #include "vmkapi_mgmt_lib.h"
 
 namespace varnok
@@ -58,5 +59,28 @@ uint32_t native_query(const native_driver &driver, const char *func, varnok_priv
 // The last of them, for a caller that looks at no more of the data than it asked for.
 uint32_t native_scsi_answer(const native_driver &driver, const char *func, varnok_priv_db *pdb,
                             varnok_drv_scsi_cmd_native *record, uint32_t *stat);
+
+// ---- A native back-end's table ----
+
+template <uint32_t (*Open)(varnok_priv_db *, uint32_t, uint32_t *)>
+uint32_t open_without_device(varnok_priv_db *pdb, uint32_t instance, uint32_t *handle, uint32_t *)
+{
+    return Open(pdb, instance, handle);
+}
+
+template <uint32_t (*Close)(varnok_priv_db *)>
+uint32_t close_without_device(varnok_priv_db *pdb, uint32_t *)
+{
+    return Close(pdb);
+}
+
+// The driver's own part of the table, and what all native drivers have in common.
+constexpr backend native_backend(backend own)
+{
+    own.scsi_data_max = VARNOK_DRV_SCSI_DATA_MAX;
+    own.open_failed = "): native open failed.";
+    own.close_failed = "): native close failed.";
+    return own;
+}
 
 } // namespace varnok

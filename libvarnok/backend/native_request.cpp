@@ -1,8 +1,8 @@
 // One request to a native driver.
-#include "heap_buffer.h"
-#include "native_driver.h"
-#include "varnok_bytes.h"
-#include "varnok_log.h"
+#include "backend/native_driver.h"
+#include "support/heap_buffer.h"
+#include "support/varnok_bytes.h"
+#include "support/varnok_log.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -1,6 +1,6 @@
-#include "peltl_core.h"
+#include "backend/peltl_core.h"
 
-#include "legacy_driver.h"
+#include "backend/legacy_driver.h"
 
 namespace
 {
@@ -78,3 +78,16 @@ varnok_priv_db *varnok_get_parent_port_zt(dxo_pci_info *pci)
 {
     return varnok::port_at(__func__, *pci);
 }
+
+constinit const varnok::backend varnok::dxo_backend = legacy_backend({
+    .driver_name = DXO_DRIVER_NAME,
+    .find_all_instances = varnok_find_all_instances_zt,
+    .get_port_info = on_device<dxo_port_info, varnok_get_port_info_zt>,
+    .get_sess_info = on_device<dxo_session_info, varnok_get_sess_info_zt>,
+    .get_tgt_info = on_device<dxo_tgt_info, varnok_get_tgt_info_zt>,
+    .send_scsi_cmd = send_on_device<varnok_send_scsi_cmd_zt>,
+    .session_alloc_failed = "): ioctl qsess_info alloc failed.",
+    .target_alloc_failed = "): ioctl qtgt_info alloc failed.",
+    .scsi_alloc_failed = "): ioctl qcmd alloc failed.",
+    .scsi_failed = "): scsi cmd zt callback failed, stat=",
+});

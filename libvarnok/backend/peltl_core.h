@@ -5,9 +5,10 @@
 // in place.
 #pragma once
 
-#include "peltl_ioctl.h"
-#include "varnok_export.h"
-#include "varnok_instdb.h"
+#include "backend/backend.h"
+#include "core/varnok_instdb.h"
+#include "records/peltl_ioctl.h"
+#include "records/varnok_export.h"
 
 extern "C" {
 
@@ -38,3 +39,10 @@ VARNOK_PRIVATE uint32_t varnok_send_scsi_cmd_zt(int32_t handle, varnok_priv_db *
 // *start_inst.
 VARNOK_PRIVATE uint32_t varnok_find_all_instances_zt(const char *driver_name, uint32_t *start_inst);
 }
+
+namespace varnok
+{
+
+extern const backend dxo_backend;
+
+} // namespace varnok

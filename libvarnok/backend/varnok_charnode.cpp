@@ -1,7 +1,7 @@
-#include "varnok_charnode.h"
+#include "backend/varnok_charnode.h"
 
-#include "descriptor.h"
-#include "varnok_log.h"
+#include "support/descriptor.h"
+#include "support/varnok_log.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 // varnok_charnode.h - the check of a legacy driver's device node.
 #pragma once
 
-#include "varnok_export.h"
+#include "records/varnok_export.h"
 
 #include <cstdint>
 

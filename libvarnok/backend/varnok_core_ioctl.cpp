@@ -1,6 +1,6 @@
-#include "varnok_core_ioctl.h"
+#include "backend/varnok_core_ioctl.h"
 
-#include "legacy_driver.h"
+#include "backend/legacy_driver.h"
 
 namespace
 {
@@ -68,3 +68,16 @@ uint32_t varnok_find_all_instances(const char *driver_name, uint32_t *start_inst
 {
     return varnok::legacy_find_all_instances(tepli_driver, __func__, driver_name, start_inst);
 }
+
+constinit const varnok::backend varnok::tepli_backend = legacy_backend({
+    .driver_name = TEPLI_DRIVER_NAME,
+    .find_all_instances = varnok_find_all_instances,
+    .get_port_info = on_device<tepli_port_info, varnok_get_port_info>,
+    .get_sess_info = on_device<tepli_session_info, varnok_get_sess_info>,
+    .get_tgt_info = on_device<tepli_tgt_info, varnok_get_tgt_info>,
+    .send_scsi_cmd = send_on_device<varnok_send_scsi_cmd>,
+    .session_alloc_failed = "): ioctl sess_info alloc failed.",
+    .target_alloc_failed = "): ioctl tgt_info alloc failed.",
+    .scsi_alloc_failed = "): RYX ioctl cmd alloc failed.",
+    .scsi_failed = "): scsi cmd ioctl failed, stat=",
+});

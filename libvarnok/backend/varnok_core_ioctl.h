@@ -5,9 +5,10 @@
 // in place.
 #pragma once
 
-#include "varnok_export.h"
-#include "varnok_instdb.h"
-#include "varnok_ioctl.h"
+#include "backend/backend.h"
+#include "core/varnok_instdb.h"
+#include "records/varnok_export.h"
+#include "records/varnok_ioctl.h"
 
 extern "C" {
 
@@ -37,3 +38,10 @@ VARNOK_PRIVATE uint32_t varnok_send_scsi_cmd(int32_t handle, varnok_priv_db *pdb
 // *start_inst.
 VARNOK_PRIVATE uint32_t varnok_find_all_instances(const char *driver_name, uint32_t *start_inst);
 }
+
+namespace varnok
+{
+
+extern const backend tepli_backend;
+
+} // namespace varnok

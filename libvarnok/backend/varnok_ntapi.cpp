@@ -1,6 +1,6 @@
-#include "varnok_ntapi.h"
+#include "backend/varnok_ntapi.h"
 
-#include "native_driver.h"
+#include "backend/native_driver.h"
 
 vmk_MgmtCallbackInfo pelt_callbacks[VARNOK_DRV_CALLBACK_COUNT] = VARNOK_NATIVE_CALLBACKS;
 
@@ -50,7 +50,24 @@ uint32_t varnoknt_send_scsi_cmd(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32
     return varnok::native_query(driver, __func__, pdb, pcmd, stat);
 }
 
-uint32_t varnok::pelt_scsi_answer(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat)
+// As varnoknt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
+static uint32_t scsi_answer(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat)
 {
-    return native_scsi_answer(driver, "varnoknt_send_scsi_cmd", pdb, pcmd, stat);
+    return varnok::native_scsi_answer(driver, "varnoknt_send_scsi_cmd", pdb, pcmd, stat);
 }
+
+constinit const varnok::backend varnok::pelt_backend = native_backend({
+    .driver_name = PELT_DRIVER_NAME,
+    .find_all_instances = varnoknt_find_all_instances,
+    .open = open_without_device<varnoknt_open_adapter>,
+    .close = close_without_device<varnoknt_close_adapter>,
+    .get_port_info = varnoknt_get_port_info,
+    .get_sess_info = varnoknt_get_sess_info,
+    .get_tgt_info = varnoknt_get_tgt_info,
+    .send_scsi_cmd = send_in_form<pelt_scsi_cmd, scsi_answer>,
+    .port_info_trace = "): calling native port info.",
+    .session_alloc_failed = "): native nqsess_info alloc failed.",
+    .target_alloc_failed = "): native nqtgt_info alloc failed.",
+    .scsi_alloc_failed = "): native nqcmd alloc failed.",
+    .scsi_failed = "): scsi cmd callback failed, stat=",
+});

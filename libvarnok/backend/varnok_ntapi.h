@@ -4,8 +4,9 @@
 // the caller's record on success only.
 #pragma once
 
-#include "pelt_vmkmgmt.h"
-#include "varnok_instdb.h"
+#include "backend/backend.h"
+#include "core/varnok_instdb.h"
+#include "records/pelt_vmkmgmt.h"
 
 extern "C" {
 
@@ -34,7 +35,6 @@ VARNOK_PRIVATE uint32_t varnoknt_send_scsi_cmd(varnok_priv_db *pdb, pelt_scsi_cm
 namespace varnok
 {
 
-// As varnoknt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
-uint32_t pelt_scsi_answer(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat);
+extern const backend pelt_backend;
 
 } // namespace varnok

@@ -1,6 +1,6 @@
-#include "varnok_ryx_ntapi.h"
+#include "backend/varnok_ryx_ntapi.h"
 
-#include "native_driver.h"
+#include "backend/native_driver.h"
 
 vmk_MgmtCallbackInfo kx_iscsi_callbacks[VARNOK_DRV_CALLBACK_COUNT] = VARNOK_NATIVE_CALLBACKS;
 
@@ -55,7 +55,23 @@ uint32_t varnok_ryxnt_send_scsi_cmd(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd
     return varnok::native_query(driver, __func__, pdb, pcmd, stat);
 }
 
-uint32_t varnok::rovani_scsi_answer(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd, uint32_t *stat)
+// As varnok_ryxnt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
+static uint32_t scsi_answer(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd, uint32_t *stat)
 {
-    return native_scsi_answer(driver, "varnok_ryxnt_send_scsi_cmd", pdb, pcmd, stat);
+    return varnok::native_scsi_answer(driver, "varnok_ryxnt_send_scsi_cmd", pdb, pcmd, stat);
 }
+
+constinit const varnok::backend varnok::rovani_backend = native_backend({
+    .driver_name = KX_ISCSI_DRIVER_NAME,
+    .find_all_instances = varnok_ryxnt_find_all_instances,
+    .open = open_without_device<varnok_ryxnt_open_adapter>,
+    .close = close_without_device<varnok_ryxnt_close_adapter>,
+    .get_port_info = varnok_ryxnt_get_port_info,
+    .get_sess_info = varnok_ryxnt_get_sess_info,
+    .get_tgt_info = varnok_ryxnt_get_tgt_info,
+    .send_scsi_cmd = send_in_form<kx_iscsi_scsi_cmd, scsi_answer>,
+    .session_alloc_failed = "): native nsess_info alloc failed.",
+    .target_alloc_failed = "): native ntgt_info alloc failed.",
+    .scsi_alloc_failed = "): RYX native cmd alloc failed.",
+    .scsi_failed = "): scsi cmd ryx callback failed, stat=",
+});

@@ -4,8 +4,9 @@
 // the caller's record on success only.
 #pragma once
 
-#include "kx_iscsi_vmkmgmt.h"
-#include "varnok_instdb.h"
+#include "backend/backend.h"
+#include "core/varnok_instdb.h"
+#include "records/kx_iscsi_vmkmgmt.h"
 
 extern "C" {
 
@@ -35,7 +36,6 @@ VARNOK_PRIVATE uint32_t varnok_ryxnt_send_scsi_cmd(varnok_priv_db *pdb, kx_iscsi
 namespace varnok
 {
 
-// As varnok_ryxnt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
-uint32_t rovani_scsi_answer(varnok_priv_db *pdb, kx_iscsi_scsi_cmd *pcmd, uint32_t *stat);
+extern const backend rovani_backend;
 
 } // namespace varnok

@@ -1,9 +1,10 @@
-// The shared file: creating it, and growing one that an earlier version left shorter.
-#include "descriptor.h"
-#include "heap_buffer.h"
-#include "own_file.h"
-#include "varnok_log.h"
-#include "varnok_shared_db.h"
+#include "core/shared_db_file.h"
+
+#include "core/varnok_shared_db.h"
+#include "support/descriptor.h"
+#include "support/heap_buffer.h"
+#include "support/own_file.h"
+#include "support/varnok_log.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +12,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+const char varnok_db_fname[40] = "/tmp/varnok_shared.dat";
 
 namespace
 {

@@ -1,6 +1,6 @@
-#include "varnok_device_rules.h"
+#include "core/varnok_device_rules.h"
 
-#include "varnok_log.h"
+#include "support/varnok_log.h"
 
 const varnok_device_info varnok_quad_port_zt_list[18] = {
     {0x1E2B, 0x7A24, 0x1E2B, 0x0136}, {0x1E2B, 0x7A24, 0x1E2B, 0x0137},
@@ -50,11 +50,3 @@ uint32_t varnok_is_quad_port_zt(varnok_hw_info *hw_info)
 bool varnok::is_admitted(uint16_t device_id) { return holds(admitted, device_id); }
 
 bool varnok::is_newer_generation(uint16_t device_id) { return holds(newer_generation, device_id); }
-
-varnok::backend varnok::backend_of(const varnok_hw_info *hw_info)
-{
-    const bool newer = is_newer_generation(hw_info->device_id);
-    if (hw_info->native_driver == 1)
-        return newer ? backend::native_newer : backend::native_older;
-    return newer ? backend::legacy_newer : backend::legacy_older;
-}

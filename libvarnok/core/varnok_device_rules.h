@@ -2,7 +2,7 @@
 // quad-port boards.
 #pragma once
 
-#include "varnok_instdb.h"
+#include "core/varnok_instdb.h"
 
 extern "C" {
 
@@ -27,11 +27,5 @@ namespace varnok
 bool is_admitted(uint16_t device_id);
 
 bool is_newer_generation(uint16_t device_id);
-
-enum class backend { native_newer, native_older, legacy_newer, legacy_older };
-
-// Which back-end serves a port, derived afresh at each use. It says nothing about the pass that
-// found the port.
-backend backend_of(const varnok_hw_info *hw_info);
 
 } // namespace varnok

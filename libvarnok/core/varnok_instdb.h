@@ -7,10 +7,10 @@
 // against two threads.
 #pragma once
 
-#include "peltl_ioctl.h"
-#include "varnok_dlist.h"
-#include "varnok_export.h"
-#include "varnok_ioctl.h"
+#include "records/peltl_ioctl.h"
+#include "records/varnok_export.h"
+#include "records/varnok_ioctl.h"
+#include "support/varnok_dlist.h"
 
 #include <cstdint>
 

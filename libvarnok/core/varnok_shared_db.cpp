@@ -1,9 +1,10 @@
-#include "varnok_shared_db.h"
+#include "core/varnok_shared_db.h"
 
-#include "descriptor.h"
-#include "held_semaphore.h"
-#include "varnok_log.h"
-#include "varnok_sem.h"
+#include "core/shared_db_file.h"
+#include "support/descriptor.h"
+#include "support/held_semaphore.h"
+#include "support/varnok_log.h"
+#include "support/varnok_sem.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -22,7 +23,6 @@ static_assert(sizeof(varnok_shared_db) == 163840);
 static_assert(offsetof(varnok_shared_db, hbaptevq) == 32 &&
               offsetof(varnok_shared_db, reserved) == 32960);
 
-const char varnok_db_fname[40] = "/tmp/varnok_shared.dat";
 key_t varnok_db_semkey = 831;
 int32_t varnok_db_sem_id = -1;
 int32_t varnok_shm_fildes = -1;

@@ -6,7 +6,7 @@
 // slots 1 to 7 and takes slot 0.
 #pragma once
 
-#include "varnok_export.h"
+#include "records/varnok_export.h"
 
 #include <cstdint>
 #include <sys/types.h>
@@ -32,7 +32,6 @@ typedef struct varnok_shared_db {
     uint8_t reserved[130880];
 } VARNOK_SHARED_PACKED varnok_shared_db;
 
-VARNOK_PRIVATE extern const char varnok_db_fname[40];
 VARNOK_PRIVATE extern key_t varnok_db_semkey;
 VARNOK_PRIVATE extern int32_t varnok_db_sem_id;             // -1 when there is none
 VARNOK_PRIVATE extern int32_t varnok_shm_fildes;            // -1 when the file is not open
@@ -58,15 +57,5 @@ constexpr uint32_t slot_claimed = 0x1;
 constexpr uint32_t slot_in_use = 0x4;
 
 bool shared_db_is_set_up();
-
-// Creates the shared file or brings an older, shorter one to its size; the descriptor, or -1 with
-// nothing open.
-// func stands in its log lines.
-int open_shared_file(const char *func);
-
-// Brings the file back to its size when another process has cut it: to touch the mapping beyond the
-// file's end would kill this one. False when it stays short. A descriptor that is another file's by
-// now tells nothing: true, as if it were whole.
-bool shared_file_is_whole(int fd);
 
 } // namespace varnok

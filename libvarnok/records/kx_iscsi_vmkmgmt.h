@@ -3,8 +3,8 @@
 #ifndef KX_ISCSI_VMKMGMT_H
 #define KX_ISCSI_VMKMGMT_H
 
-#include "kx_iscsi_vmkmgmt_struct.h"
-#include "varnok_export.h"
+#include "records/kx_iscsi_vmkmgmt_struct.h"
+#include "records/varnok_export.h"
 #include "vmkapi_mgmt_lib.h"
 
 #define KX_ISCSI_DRIVER_NAME "rovani"

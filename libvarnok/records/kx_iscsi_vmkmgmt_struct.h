@@ -3,7 +3,7 @@
 #ifndef KX_ISCSI_VMKMGMT_STRUCT_H
 #define KX_ISCSI_VMKMGMT_STRUCT_H
 
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 typedef varnok_drv_pci_info kx_iscsi_pci_info;
 typedef varnok_drv_port_info kx_iscsi_port_info;

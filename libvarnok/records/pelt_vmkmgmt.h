@@ -3,8 +3,8 @@
 #ifndef PELT_VMKMGMT_H
 #define PELT_VMKMGMT_H
 
-#include "pelt_vmkmgmt_struct.h"
-#include "varnok_export.h"
+#include "records/pelt_vmkmgmt_struct.h"
+#include "records/varnok_export.h"
 #include "vmkapi_mgmt_lib.h"
 
 #define PELT_DRIVER_NAME "pelt"

@@ -3,7 +3,7 @@
 #ifndef PELT_VMKMGMT_STRUCT_H
 #define PELT_VMKMGMT_STRUCT_H
 
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 typedef varnok_drv_pci_info pelt_pci_info;
 typedef varnok_drv_port_info pelt_port_info;

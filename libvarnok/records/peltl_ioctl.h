@@ -3,7 +3,7 @@
 #ifndef PELTL_IOCTL_H
 #define PELTL_IOCTL_H
 
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 #define DXO_DRIVER_NAME "dxo"
 #define DXO_IOCTL_SIGNATURE "DXO"

@@ -3,7 +3,7 @@
 #ifndef VARNOK_IOCTL_H
 #define VARNOK_IOCTL_H
 
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 #define TEPLI_DRIVER_NAME "tepli"
 #define TEPLI_IOCTL_SIGNATURE "TEPLI"

@@ -1,7 +1,7 @@
 // descriptor.h - a file descriptor for the length of a scope, clear of the standard ones.
 #pragma once
 
-#include "errno_keeper.h"
+#include "support/errno_keeper.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -2,7 +2,7 @@
 // allocation that fails is a status, not an exception.
 #pragma once
 
-#include "errno_keeper.h"
+#include "support/errno_keeper.h"
 
 #include <cstddef>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // held_semaphore.h - a semaphore held for the length of a scope.
 #pragma once
 
-#include "errno_keeper.h"
-#include "varnok_sem.h"
+#include "support/errno_keeper.h"
+#include "support/varnok_sem.h"
 
 #include <cerrno>
 

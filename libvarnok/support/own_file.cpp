@@ -1,7 +1,7 @@
-#include "own_file.h"
+#include "support/own_file.h"
 
-#include "descriptor.h"
-#include "own_user.h"
+#include "support/descriptor.h"
+#include "support/own_user.h"
 
 #include <cerrno>
 #include <cstdio>

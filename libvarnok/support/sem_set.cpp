@@ -1,6 +1,6 @@
-#include "sem_set.h"
+#include "support/sem_set.h"
 
-#include "own_user.h"
+#include "support/own_user.h"
 
 #include <cerrno>
 #include <ctime>

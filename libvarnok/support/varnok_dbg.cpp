@@ -1,10 +1,10 @@
-#include "varnok_dbg.h"
+#include "support/varnok_dbg.h"
 
-#include "descriptor.h"
-#include "errno_keeper.h"
-#include "heap_buffer.h"
-#include "held_semaphore.h"
-#include "own_file.h"
+#include "support/descriptor.h"
+#include "support/errno_keeper.h"
+#include "support/heap_buffer.h"
+#include "support/held_semaphore.h"
+#include "support/own_file.h"
 
 #include <cstdlib>
 #include <cstring>

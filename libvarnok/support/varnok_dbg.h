@@ -4,8 +4,8 @@
 // The library's own sources write their lines with the macros of varnok_log.h.
 #pragma once
 
-#include "varnok_export.h"
-#include "varnok_mgmt.h"
+#include "include/varnok_mgmt.h"
+#include "records/varnok_export.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
-#include "varnok_dlist.h"
+#include "support/varnok_dlist.h"
 
-#include "dlist_links.h"
+#include "support/varnok_dlist_links.h"
 
 #include <cstdlib>
 

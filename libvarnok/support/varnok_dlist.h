@@ -10,7 +10,7 @@
 // Iteration: varnok_dlist_start, then _varnok_dlist_mark_move forward until marker equals head.
 #pragma once
 
-#include "varnok_export.h"
+#include "records/varnok_export.h"
 
 #include <cstddef>
 #include <cstdint>

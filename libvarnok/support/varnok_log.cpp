@@ -1,4 +1,4 @@
-#include "varnok_log.h"
+#include "support/varnok_log.h"
 
 namespace varnok
 {

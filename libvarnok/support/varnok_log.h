@@ -7,7 +7,7 @@
 // text goes out as a piece of its own, with the number that follows it. errno survives.
 #pragma once
 
-#include "varnok_dbg.h"
+#include "support/varnok_dbg.h"
 
 #include <initializer_list>
 

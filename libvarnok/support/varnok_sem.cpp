@@ -1,9 +1,9 @@
-#include "varnok_sem.h"
+#include "support/varnok_sem.h"
 
-#include "errno_keeper.h"
-#include "sem_set.h"
-#include "varnok_dbg.h"
-#include "varnok_log.h"
+#include "support/errno_keeper.h"
+#include "support/sem_set.h"
+#include "support/varnok_dbg.h"
+#include "support/varnok_log.h"
 
 #include <cstdio>
 #include <sys/ipc.h>

@@ -2,7 +2,7 @@
 // process ends, so that a process that dies while it holds one does not block the others.
 #pragma once
 
-#include "varnok_export.h"
+#include "records/varnok_export.h"
 
 #include <cstdint>
 #include <sys/types.h>

@@ -4,6 +4,8 @@
 
 #include "hostsim.h"
 #include "platform.h"
+#include "legacy_adapter.h"
+#include "shared_db_file.h"
 #include "varnok_core.h"
 #include "varnok_dbg.h"
 #include "varnok_instdb.h"

@@ -1,7 +1,7 @@
 // dlist_links.h - how the list's nodes hang together, for the list's own sources.
 #pragma once
 
-#include "varnok_dlist.h"
+#include "support/varnok_dlist.h"
 
 namespace varnok
 {

@@ -1,8 +1,7 @@
-// Opening and closing a port of a legacy driver. Its character device is opened once, by the first
-// open.
-#include "descriptor.h"
-#include "varnok_core.h"
-#include "varnok_log.h"
+#include "backend/legacy_adapter.h"
+
+#include "support/descriptor.h"
+#include "support/varnok_log.h"
 
 #include <cerrno>
 #include <fcntl.h>

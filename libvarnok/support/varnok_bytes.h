@@ -1,7 +1,7 @@
-// varnok_bytes.h - byte-array utilities.
+// varnok_bytes.h - bytes: copied, compared, and read as numbers.
 #pragma once
 
-#include "varnok_export.h"
+#include "records/varnok_export.h"
 
 #include <cstdint>
 #include <cstring>
@@ -35,6 +35,9 @@ void copy_field(uint8_t (&to)[Size], const uint8_t (&from)[Size])
 {
     memcpy(to, from, Size);
 }
+
+uint32_t big_endian_32(const uint8_t *bytes);
+uint64_t big_endian_64(const uint8_t *bytes);
 
 // By value: the fields of packed records cannot be referred to.
 constexpr size_t smaller(size_t a, size_t b) { return a < b ? a : b; }

@@ -1,12 +1,10 @@
 // Loading: who may, where, and which drivers are asked in which order.
-#include "peltl_core.h"
-#include "port_records.h"
-#include "varnok_core.h"
-#include "varnok_core_ioctl.h"
-#include "varnok_log.h"
-#include "varnok_ntapi.h"
-#include "varnok_ryx_ntapi.h"
-#include "varnok_shared_db.h"
+#include "api/mgmt_status.h"
+#include "api/varnok_core.h"
+#include "backend/families.h"
+#include "core/port_records.h"
+#include "core/varnok_shared_db.h"
+#include "support/varnok_log.h"
 
 #include <cstring>
 #include <sys/utsname.h>
@@ -20,40 +18,26 @@ namespace
 constexpr uint8_t os_esxi = 1;
 constexpr uint8_t os_other = 2;
 
-using discovery_pass = uint32_t (*)(const char *driver_name, uint32_t *start_inst);
-
-// An adapter family's native driver wins; its legacy driver is asked only when the native one
-// failed.
-struct family {
-    const char *native_name;
-    discovery_pass native_pass;
-    const char *legacy_name;
-    discovery_pass legacy_pass;
-};
-
-constexpr family older_family = {KX_ISCSI_DRIVER_NAME, varnok_ryxnt_find_all_instances,
-                                 TEPLI_DRIVER_NAME, varnok_find_all_instances};
-constexpr family newer_generation = {PELT_DRIVER_NAME, varnoknt_find_all_instances, DXO_DRIVER_NAME,
-                                     varnok_find_all_instances_zt};
-
-// 0, or the legacy pass's failure.
-uint32_t discover(const family &f, uint32_t &ports)
+// 0 when one of the family's drivers could be asked.
+uint32_t discover(const varnok::family &its, uint32_t &ports)
 {
-    if (f.native_pass(f.native_name, &ports) == 0)
-        return 0;
-    return f.legacy_pass(f.legacy_name, &ports);
+    const uint32_t result = its.native.find_all_instances(its.native.driver_name, &ports);
+    return result == 0 ? 0 : its.legacy.find_all_instances(its.legacy.driver_name, &ports);
 }
 
 bool any_port() { return varnok_priv_database != nullptr && varnok_priv_database->count > 0; }
 
 uint32_t discover_and_join(const char *func)
 {
-    uint32_t older_ports = 0;
-    uint32_t newer_ports = 0;
-    // The older family alone decides what a load without ports returns.
-    const uint32_t result = discover(older_family, older_ports);
-    discover(newer_generation, newer_ports);
-    if (!any_port() || older_ports + newer_ports == 0) {
+    uint32_t ports = 0;
+    // The first family alone decides what a load without ports returns.
+    const uint32_t result = discover(varnok::families().front(), ports);
+    for (const varnok::family &other : varnok::families().subspan(1)) {
+        uint32_t more = 0;
+        discover(other, more);
+        ports += more;
+    }
+    if (!any_port() || ports == 0) {
         LOG_ERROR_AS(func, ": ERROR finding adapters.");
         varnok::drop_all_ports();
         return result;

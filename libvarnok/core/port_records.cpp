@@ -1,7 +1,7 @@
-#include "port_records.h"
+#include "core/port_records.h"
 
-#include "varnok_bytes.h"
-#include "varnok_device_rules.h"
+#include "core/varnok_device_rules.h"
+#include "support/varnok_bytes.h"
 
 void varnok::refresh_port(varnok_priv_db *pdb, const varnok_drv_port_info &info)
 {

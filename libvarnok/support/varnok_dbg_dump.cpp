@@ -1,7 +1,7 @@
 // The log's hexadecimal table.
-#include "errno_keeper.h"
-#include "held_semaphore.h"
-#include "varnok_dbg.h"
+#include "support/errno_keeper.h"
+#include "support/held_semaphore.h"
+#include "support/varnok_dbg.h"
 
 #include <cstring>
 

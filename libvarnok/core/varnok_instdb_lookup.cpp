@@ -1,6 +1,6 @@
 // Finding a port: by position, by handle, by PCI location. Every walk is first to last.
-#include "varnok_instdb.h"
-#include "varnok_log.h"
+#include "core/varnok_instdb.h"
+#include "support/varnok_log.h"
 
 namespace
 {

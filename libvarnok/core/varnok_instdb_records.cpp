@@ -1,6 +1,6 @@
 // Adding and releasing the records of the instance database.
-#include "varnok_instdb.h"
-#include "varnok_log.h"
+#include "core/varnok_instdb.h"
+#include "support/varnok_log.h"
 
 #include <cstddef>
 #include <cstdlib>

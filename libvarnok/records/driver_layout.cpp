@@ -1,7 +1,7 @@
 // The drivers' side of every record is compiled elsewhere: a field that moves here corrupts data
 // there.
-#include "layout_assert.h"
-#include "varnok_driver_records.h"
+#include "records/layout_assert.h"
+#include "records/varnok_driver_records.h"
 
 #include <bit>
 

@@ -1,6 +1,6 @@
 // The list's ordered operations: sorted insertion, filtering and the bottom-up merge sort, which
 // relinks nodes between the list and a helper list.
-#include "dlist_links.h"
+#include "support/varnok_dlist_links.h"
 
 using namespace varnok;
 

@@ -1,8 +1,9 @@
 // Unloading: every device closed, the shared database left, all ports forgotten.
-#include "port_records.h"
-#include "varnok_core.h"
-#include "varnok_log.h"
-#include "varnok_shared_db.h"
+#include "api/varnok_core.h"
+#include "backend/legacy_adapter.h"
+#include "core/port_records.h"
+#include "core/varnok_shared_db.h"
+#include "support/varnok_log.h"
 
 #include <unistd.h>
 
@@ -33,10 +34,9 @@ void varnok_cleanup_hbas(void)
     varnok_dlist_start(varnok_priv_database);
     while (varnok_priv_db *pdb = varnok::step<varnok_priv_db>(varnok_priv_database)) {
         varnok_hw_info *const hw = pdb->hw_info;
-        // An open legacy port holds a descriptor; its value alone, 0 included, does not tell.
-        const bool device_is_open = hw->native_driver != 1 && hw->open_cnt != 0;
+        const bool holds_descriptor = varnok::device_is_open(hw);
         hw->open_cnt = 0;
-        if (device_is_open) {
+        if (holds_descriptor) {
             LOG_TRACE(": closing handle=", dec(hw->oshandle));
             close(static_cast<int>(hw->oshandle));
         }

@@ -1,7 +1,7 @@
 // The records that callers compile into their programs: a field that moves here corrupts data
 // there.
-#include "layout_assert.h"
-#include "varnok_mgmt.h"
+#include "include/varnok_mgmt.h"
+#include "records/layout_assert.h"
 
 SIZE(VARNOK_ISCSI_PORTAL, 29);
 AT(VARNOK_ISCSI_PORTAL, Version, 0);

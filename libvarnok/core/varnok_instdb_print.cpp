@@ -1,7 +1,7 @@
 // The trace dump of a port record.
-#include "varnok_bytes.h"
-#include "varnok_instdb.h"
-#include "varnok_log.h"
+#include "core/varnok_instdb.h"
+#include "support/varnok_bytes.h"
+#include "support/varnok_log.h"
 
 #include <cstring>
 

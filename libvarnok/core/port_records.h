@@ -2,7 +2,7 @@
 // back-ends.
 #pragma once
 
-#include "varnok_instdb.h"
+#include "core/varnok_instdb.h"
 
 namespace varnok
 {

@@ -1,4 +1,4 @@
-#include "varnok_bytes.h"
+#include "support/varnok_bytes.h"
 
 #include <cstdlib>
 
@@ -40,4 +40,15 @@ void varnok::copy(void *to, const void *from, size_t size) { memcpy(to, from, si
 void *varnok_64bit_to_ptr(uint64_t value)
 {
     return reinterpret_cast<void *>(static_cast<uintptr_t>(value));
+}
+
+uint32_t varnok::big_endian_32(const uint8_t *bytes)
+{
+    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
+           static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
+}
+
+uint64_t varnok::big_endian_64(const uint8_t *bytes)
+{
+    return static_cast<uint64_t>(big_endian_32(bytes)) << 32 | big_endian_32(bytes + 4);
 }

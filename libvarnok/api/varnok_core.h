@@ -1,10 +1,9 @@
-// varnok_core.h - loading, unloading, and opening and closing a legacy port.
+// varnok_core.h - loading and unloading.
 #pragma once
 
-#include "varnok_export.h"
-#include "varnok_instdb.h"
+#include "records/varnok_export.h"
 
-#define VARNOK_API_VERSION_TEXT "v5.00 build2"
+#include <cstdint>
 
 extern "C" {
 
@@ -22,10 +21,4 @@ VARNOK_PRIVATE void varnok_check_esx(void);
 
 // Closes every open device and withdraws every handle, whatever the open counts.
 VARNOK_PRIVATE void varnok_cleanup_hbas(void);
-
-// A legacy port. 0 or 1; the last argument receives the error number when the device cannot be
-// opened or closed.
-VARNOK_PRIVATE uint32_t varnok_open_adapter(varnok_priv_db *pdb, uint32_t *papi_handle,
-                                            uint32_t *pret_err);
-VARNOK_PRIVATE uint32_t varnok_close_adapter(varnok_priv_db *pdb, uint32_t *perr);
 }
