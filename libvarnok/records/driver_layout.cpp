@@ -3,11 +3,6 @@
 #include "records/layout_assert.h"
 #include "records/varnok_driver_records.h"
 
-#include <bit>
-
-static_assert(std::endian::native == std::endian::little,
-              "records travel in the host's byte order");
-
 SIZE(varnok_drv_pci_info, 64);
 AT(varnok_drv_pci_info, vendor_id, 0);
 AT(varnok_drv_pci_info, device_id, 2);

@@ -12,6 +12,10 @@
 
 #include <stdint.h>
 
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "libvarnok requires a little-endian host: its records travel as they lie in memory"
+#endif
+
 #define VARNOK_DRV_PACKED __attribute__((packed))
 
 /* Values of pcie_speed that the library knows. */
