@@ -6,7 +6,9 @@
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h> /* where times are wider than a long, the library calls ioctl by another name */
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -142,7 +144,8 @@ int main(void)
     assert(VARNOK_GetVersion(version, sizeof version) == 0x05000200);
     assert(strncmp(varnok_version_description, "Molvar Halcyon", 14) == 0);
     assert(varnok_debug == 0 && varnoklog_path[0] == 0);
-    assert(VARNOK_LoadLibrary() == 0);
+    assert(setenv("VARNOK_API_DEBUG", "80000000", 1) == 0);
+    assert(VARNOK_LoadLibrary() == 0 && varnok_debug == 0x80000000);
     assert(VARNOK_GetPortCount(&count) == 0 && count == 2);
     use_port(0);
     use_port(1);

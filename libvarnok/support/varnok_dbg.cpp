@@ -99,7 +99,8 @@ void varnok_set_debug_level(void)
     const char *const text = getenv("VARNOK_API_DEBUG");
     if (text == nullptr)
         return;
-    varnok_debug = static_cast<uint32_t>(strtol(text, nullptr, 16));
+    // A long may have no room for bit 31.
+    varnok_debug = static_cast<uint32_t>(strtoll(text, nullptr, 16));
     if (varnok_debug != 0 && varnok_dbg_sem_id == -1)
         varnok_dbg_sem_id = varnok_sem_get(varnok_dbg_semkey);
 }
