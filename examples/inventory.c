@@ -33,7 +33,7 @@ int main(void)
             continue;
         if (VARNOK_GetPhyPortInfo(handle, &info) == VARNOK_STATUS_SUCCESS) {
             printf("%.32s, %.32s\n", (const char *)info.HbaName, (const char *)info.ModelName);
-            if (info.SessCount != 0) /* there are as many targets */
+            if (info.SessCount != 0) /* one target for each session */
                 list_targets(handle, info.SessCount);
         }
         VARNOK_CloseAdapter(handle);

@@ -1,11 +1,11 @@
-// The LUNs of every target that this host sees, with their sizes.
+// Lists the LUNs of every target that this host sees, with their sizes.
 #include <cinttypes>
 #include <cstdio>
 #include <vector>
 
 #include <varnok_mgmt.h>
 
-// Asks with the room that the last answer called for, until it fits.
+// Repeats the query with a longer array until the list fits.
 template <class Record, class Query>
 std::vector<Record> list(uint32_t count, Query query)
 {
@@ -25,7 +25,7 @@ std::vector<Record> list(uint32_t count, Query query)
 static void show_port(uint32_t handle)
 {
     VARNOK_PHY_PORT_INFO port = {};
-    if (VARNOK_GetPhyPortInfo(handle, &port) != VARNOK_STATUS_SUCCESS) // refreshes the counts
+    if (VARNOK_GetPhyPortInfo(handle, &port) != VARNOK_STATUS_SUCCESS) // refreshes SessCount
         return;
     const auto targets =
         list<VARNOK_TGT_INFO>(0, [handle](uint32_t *count, VARNOK_TGT_INFO **array) {
@@ -40,6 +40,7 @@ static void show_port(uint32_t handle)
             target.LunCount, [handle, number](uint32_t *count, VARNOK_LUN_INFO **array) {
                 return VARNOK_GetLunInfo(handle, number, count, array);
             });
+        // ScsiLunNum includes the address method: flat LUN 300 shows as 16684.
         for (const VARNOK_LUN_INFO &lun : luns)
             std::printf("  LUN %" PRIu32 ": %" PRIu64 " MiB\n", lun.ScsiLunNum, lun.Capacity >> 20);
     }

@@ -1,11 +1,11 @@
-"""The iSCSI ports of this host and their state, through ctypes."""
+"""Lists the iSCSI ports of this host, through ctypes."""
 
 import ctypes
 import sys
 
 
 class PhyPort(ctypes.LittleEndianStructure):
-    """VARNOK_PHY_PORT_INFO; the fields that are not shown are skipped as bytes."""
+    """VARNOK_PHY_PORT_INFO. Runs of fields that are not used stand as bytes."""
 
     _pack_ = 1
     _fields_ = [("Version", ctypes.c_uint32), ("ModelName", ctypes.c_char * 32), ("skipped", ctypes.c_uint8 * 209),
