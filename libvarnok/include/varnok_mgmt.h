@@ -274,7 +274,7 @@ VARNOK_API uint32_t VARNOK_GetVersion(uint8_t *pVersion, uint32_t VersionSize);
 /* Finds the host's ports and joins the database that all processes share. Requires root and ESXi.
  * Reads VARNOK_API_DEBUG. A load of a loaded library does nothing.
  *
- * Returns 0 when there are ports. Also returns 0 when there are none but a driver of the older
+ * Returns 0 when there are ports. It also returns 0 when there are none and a driver of the older
  * family answered: then nothing stays loaded, and the next load looks again.
  *   VARNOK_STATUS_FAILED in every other case */
 VARNOK_API uint32_t VARNOK_LoadLibrary(void);
@@ -305,8 +305,8 @@ VARNOK_API uint32_t VARNOK_OpenAdapter(uint32_t Instance, uint32_t *Handle);
 VARNOK_API uint32_t VARNOK_CloseAdapter(uint32_t Handle);
 
 /* Asks the driver for the port's data and fills the record. The caller sets Version first. Only
- * this call refreshes the number of sessions, which the session and target queries go by. On
- * failure the record is unchanged.
+ * this call refreshes the number of sessions, which the session and target queries use. On failure
+ * the record is unchanged.
  *   VARNOK_STATUS_INVALID_PARAMETER  pPhyPort is null
  *   VARNOK_STATUS_FAILED             the handle is not open
  *   a driver's status                the driver failed the request */
@@ -335,7 +335,7 @@ VARNOK_API uint32_t VARNOK_GetSessionInfo(uint32_t Handle, uint32_t *pSessCount,
                                           VARNOK_SESS_INFO **pSessInfo);
 
 /* Lists the port's targets, one for each session, by the same rules. It sends REPORT LUNS to each
- * target. LunCount is the length of the answer's list, and may exceed the 2047 LUNs that
+ * target. LunCount is the number of LUNs that the answer claims. It may exceed the 2047 LUNs that
  * VARNOK_GetLunInfo fills. A target that fails REPORT LUNS is listed all the same: LunCount is then
  * read from what came back, and is 0 when nothing did. */
 VARNOK_API uint32_t VARNOK_GetTgtInfo(uint32_t Handle, uint32_t *pTgtCount,
@@ -346,9 +346,9 @@ VARNOK_API uint32_t VARNOK_GetTgtInfo(uint32_t Handle, uint32_t *pTgtCount,
  * not checked. A native driver carries at most 262144 bytes in one command.
  *
  * Returns 0 when the driver carried the command out. There is no SCSI status and no count of the
- * bytes that came: a caller zeroes pData and Sense first, and looks at Sense. Sense receives at
- * most SenseLength bytes, also when the driver fails: the driver's own on a legacy port, zeros on
- * a native one.
+ * bytes that came: a caller zeroes Sense, and the buffer that it reads into, before the call. Sense
+ * receives at most SenseLength bytes. It is written when the driver fails, too: with the driver's
+ * sense data on a legacy port, with zeros on a native one.
  *   VARNOK_STATUS_FAILED             the handle is not open
  *   VARNOK_STATUS_INVALID_PARAMETER  pScsiCmnd is null, or there is too much data
  *   VARNOK_STATUS_NO_MEMORY          no working memory
