@@ -4,14 +4,13 @@
 #include "core/varnok_shared_db.h"
 #include "support/varnok_log.h"
 
-using varnok::dec;
-using varnok::hex;
+using namespace varnok;
 
 uint32_t VARNOK_LoadLibrary(void)
 {
     varnok_set_debug_level();
     LOG_TRACE(": entered.");
-    if (varnok::shared_db_is_set_up()) {
+    if (shared_db_is_set_up()) {
         LOG_ERROR(": already loaded.");
         return VARNOK_STATUS_SUCCESS;
     }
@@ -24,7 +23,7 @@ uint32_t VARNOK_LoadLibrary(void)
         LOG_ERROR(": no adapters found.");
         return VARNOK_STATUS_SUCCESS;
     }
-    if (!varnok::shared_db_is_set_up()) {
+    if (!shared_db_is_set_up()) {
         LOG_ERROR(": shared db setup failed.");
         return VARNOK_STATUS_FAILED;
     }
@@ -53,7 +52,7 @@ uint32_t VARNOK_GetPortCount(uint32_t *pPortCount)
         LOG_ERROR(": no adapters found.");
         return VARNOK_STATUS_FAILED;
     }
-    if (!varnok::shared_db_is_set_up()) {
+    if (!shared_db_is_set_up()) {
         LOG_ERROR(": error in shared database setup. Exiting.");
         return VARNOK_STATUS_FAILED;
     }
@@ -63,20 +62,19 @@ uint32_t VARNOK_GetPortCount(uint32_t *pPortCount)
     }
     uint32_t count = 0;
     varnok_dlist_start(varnok_priv_database);
-    while (varnok::step<varnok_priv_db>(varnok_priv_database) != nullptr)
+    while (step<varnok_priv_db>(varnok_priv_database) != nullptr)
         ++count;
     *pPortCount = count;
     LOG_TRACE(": exiting. cnt=", dec(count));
     return VARNOK_STATUS_SUCCESS;
 }
 
-static uint32_t open_instance(const varnok::exported_call &call, uint32_t instance,
-                              uint32_t *handle)
+static uint32_t open_instance(const exported_call &call, uint32_t instance, uint32_t *handle)
 {
     varnok_priv_db *const pdb = varnok_get_pdb_from_user_instance(instance);
     if (pdb == nullptr)
         return call.fails(VARNOK_STATUS_NOT_FOUND, "): pdb not found, exiting");
-    const varnok::backend &backend = varnok::backend_of(pdb);
+    const backend &backend = backend_of(pdb);
     uint32_t err = 0;
     if (backend.open(pdb, instance, handle, &err) == 0)
         return VARNOK_STATUS_SUCCESS;
@@ -86,7 +84,7 @@ static uint32_t open_instance(const varnok::exported_call &call, uint32_t instan
 uint32_t VARNOK_OpenAdapter(uint32_t Instance, uint32_t *Handle)
 {
     varnok_set_debug_level();
-    const varnok::exported_call call(__func__, Instance, "): entered.");
+    const exported_call call(__func__, Instance, "): entered.");
     if (Handle == nullptr)
         return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
     if (varnok_priv_database == nullptr)
@@ -96,9 +94,9 @@ uint32_t VARNOK_OpenAdapter(uint32_t Instance, uint32_t *Handle)
     return rval;
 }
 
-static uint32_t close_port(const varnok::exported_call &call, varnok_priv_db *pdb)
+static uint32_t close_port(const exported_call &call, varnok_priv_db *pdb)
 {
-    const varnok::backend &backend = varnok::backend_of(pdb);
+    const backend &backend = backend_of(pdb);
     uint32_t err = 0;
     if (backend.close(pdb, &err) == 0)
         return VARNOK_STATUS_SUCCESS;
@@ -111,7 +109,7 @@ static uint32_t close_port(const varnok::exported_call &call, varnok_priv_db *pd
 
 uint32_t VARNOK_CloseAdapter(uint32_t Handle)
 {
-    const varnok::exported_call call(__func__, Handle, "): entered.");
+    const exported_call call(__func__, Handle, "): entered.");
     varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;

@@ -5,10 +5,10 @@
 #include "core/varnok_device_rules.h"
 #include "support/varnok_bytes.h"
 
+using namespace varnok;
+
 namespace
 {
-
-using varnok::copy_field;
 
 struct code {
     uint32_t driver;
@@ -73,7 +73,7 @@ void fill_extended(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
     port.ChipRevId = hw->chip_rev_id;
     port.MediaType = VARNOK_MEDIA_TYPE;
     copy_field(port.HbaName, pdb->hba_name);
-    if (varnok::is_newer_generation(hw->device_id))
+    if (is_newer_generation(hw->device_id))
         put_version(port.MFWVersion, hw->mfw_version);
 }
 
@@ -107,21 +107,21 @@ void fill_common(VARNOK_PHY_PORT_INFO &port, const varnok_priv_db *pdb)
 
 uint32_t VARNOK_GetPhyPortInfo(uint32_t Handle, VARNOK_PHY_PORT_INFO *pPhyPort)
 {
-    const varnok::exported_call call(__func__, Handle, "): entered.");
+    const exported_call call(__func__, Handle, "): entered.");
     if (pPhyPort == nullptr)
         return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
     varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
-    const varnok::backend &backend = varnok::backend_of(pdb);
+    const backend &backend = backend_of(pdb);
     if (backend.port_info_trace != nullptr)
         call.trace(backend.port_info_trace);
     varnok_drv_port_info info = {};
     uint32_t stat = 0;
     if (backend.get_port_info(pdb, &info, &stat) != 0 || stat != 0)
         return call.request_fails("): get port info failed. stat=", stat);
-    varnok::refresh_port(pdb, info);
-    if (varnok::size_at<VARNOK_PHY_PORT_INFO>(pPhyPort) == sizeof *pPhyPort)
+    refresh_port(pdb, info);
+    if (size_at<VARNOK_PHY_PORT_INFO>(pPhyPort) == sizeof *pPhyPort)
         fill_extended(*pPhyPort, pdb);
     fill_common(*pPhyPort, pdb);
     return call.returns(VARNOK_STATUS_SUCCESS);
@@ -130,13 +130,13 @@ uint32_t VARNOK_GetPhyPortInfo(uint32_t Handle, VARNOK_PHY_PORT_INFO *pPhyPort)
 uint32_t VARNOK_GetIscsiPortal(uint32_t Handle, uint32_t *pPortalCount,
                                VARNOK_ISCSI_PORTAL **pPortal)
 {
-    const varnok::exported_call call(__func__, Handle, "): entered.");
+    const exported_call call(__func__, Handle, "): entered.");
     const varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
     constexpr uint32_t portals = 1;
-    constexpr varnok::list_texts texts = {nullptr, "): API portal count > apps portal count."};
-    const varnok::list_verdict list = call.check_list(portals, pPortalCount, pPortal, texts);
+    constexpr list_texts texts = {nullptr, "): API portal count > apps portal count."};
+    const list_verdict list = call.check_list(portals, pPortalCount, pPortal, texts);
     if (!list.fits)
         return list.status;
     VARNOK_ISCSI_PORTAL &portal = **pPortal;

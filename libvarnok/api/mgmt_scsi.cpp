@@ -1,6 +1,8 @@
 // The SCSI pass-through.
 #include "api/exported_call.h"
 
+using namespace varnok;
+
 static uint8_t data_direction(const VARNOK_SCSI_CMND &command)
 {
     const bool moves_data =
@@ -8,19 +10,18 @@ static uint8_t data_direction(const VARNOK_SCSI_CMND &command)
     return moves_data ? command.Direction : VARNOK_SCSI_NO_DATA;
 }
 
-static uint32_t send(const varnok::exported_call &call, varnok_priv_db *pdb,
-                     const varnok::scsi_request &request)
+static uint32_t send(const exported_call &call, varnok_priv_db *pdb, const scsi_request &request)
 {
-    const varnok::backend &backend = varnok::backend_of(pdb);
+    const backend &backend = backend_of(pdb);
     if (request.data_len > backend.scsi_data_max)
         return call.fails(VARNOK_STATUS_INVALID_PARAMETER, "): invalid parameter.");
     uint32_t stat = 0;
     switch (backend.send_scsi_cmd(pdb, request, &stat)) {
-    case varnok::scsi_outcome::no_memory:
+    case scsi_outcome::no_memory:
         return call.fails(VARNOK_STATUS_NO_MEMORY, backend.scsi_alloc_failed);
-    case varnok::scsi_outcome::failed:
+    case scsi_outcome::failed:
         return call.returns(call.request_fails(backend.scsi_failed, stat));
-    case varnok::scsi_outcome::done:
+    case scsi_outcome::done:
         break;
     }
     return call.returns(VARNOK_STATUS_SUCCESS);
@@ -29,7 +30,7 @@ static uint32_t send(const varnok::exported_call &call, varnok_priv_db *pdb,
 uint32_t VARNOK_SendScsiCommand(uint32_t Handle, VARNOK_SCSI_CMND *pScsiCmnd, uint32_t *pDataLen,
                                 uint8_t *pData)
 {
-    const varnok::exported_call call(__func__, Handle, "): entered.");
+    const exported_call call(__func__, Handle, "): entered.");
     varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;

@@ -4,13 +4,13 @@
 #include "support/heap_buffer.h"
 #include "support/varnok_bytes.h"
 
+using namespace varnok;
+
 namespace
 {
 
-using varnok::copy_field;
-
-constexpr varnok::list_texts texts = {"): No sessions present.",
-                                      "): API sesion count > apps session count."};
+constexpr list_texts texts = {"): No sessions present.",
+                              "): API sesion count > apps session count."};
 
 void fill_session(VARNOK_SESS_INFO &session, const varnok_drv_session_info &info)
 {
@@ -41,20 +41,20 @@ void fill_session(VARNOK_SESS_INFO &session, const varnok_drv_session_info &info
     session.ConnID = info.cid;
 }
 
-using session_array = varnok::caller_array<VARNOK_SESS_INFO>;
+using session_array = caller_array<VARNOK_SESS_INFO>;
 
-uint32_t list_sessions(const varnok::exported_call &call, varnok_priv_db *pdb,
+uint32_t list_sessions(const exported_call &call, varnok_priv_db *pdb,
                        const session_array &sessions)
 {
-    const varnok::heap_buffer<varnok_drv_session_info> info;
+    const heap_buffer<varnok_drv_session_info> info;
     if (!info)
-        return call.fails(VARNOK_STATUS_NO_MEMORY, varnok::backend_of(pdb).session_alloc_failed);
+        return call.fails(VARNOK_STATUS_NO_MEMORY, backend_of(pdb).session_alloc_failed);
     // The count is read again at every turn, and must not outgrow the array.
     for (uint32_t i = 0; i < pdb->session_cnt && i < sessions.capacity(); ++i) {
-        varnok::clear(info.get(), sizeof *info);
+        clear(info.get(), sizeof *info);
         info->sess_num = i;
         uint32_t stat = 0;
-        if (varnok::backend_of(pdb).get_sess_info(pdb, info.get(), &stat) != 0 || stat != 0)
+        if (backend_of(pdb).get_sess_info(pdb, info.get(), &stat) != 0 || stat != 0)
             return call.request_fails("): session info ioctl failed, stat=", stat);
         sessions.write(i, [&](VARNOK_SESS_INFO &session) { fill_session(session, *info); });
     }
@@ -65,13 +65,12 @@ uint32_t list_sessions(const varnok::exported_call &call, varnok_priv_db *pdb,
 
 uint32_t VARNOK_GetSessionInfo(uint32_t Handle, uint32_t *pSessCount, VARNOK_SESS_INFO **pSessInfo)
 {
-    const varnok::exported_call call(__func__, Handle, "): entered.");
+    const exported_call call(__func__, Handle, "): entered.");
     varnok_priv_db *const pdb = call.port();
     if (pdb == nullptr)
         return VARNOK_STATUS_FAILED;
     const uint32_t capacity = *pSessCount;
-    const varnok::list_verdict list =
-        call.check_list(pdb->session_cnt, pSessCount, pSessInfo, texts);
+    const list_verdict list = call.check_list(pdb->session_cnt, pSessCount, pSessInfo, texts);
     if (!list.fits)
         return list.status;
     return call.ends(list_sessions(call, pdb, {*pSessInfo, capacity}));

@@ -18,41 +18,25 @@ struct legacy_request {
     const char *call_line;
 };
 
-inline constexpr legacy_request ask_hba_count = {
-    VARNOK_DRV_REQUEST_HBA_CNT,
-    ": Get HBA Count ioctl failed, ioctl_status=",
-    ": Get HBA Count ioctl function failed, errno=",
-};
-inline constexpr legacy_request ask_hostno = {
-    VARNOK_DRV_REQUEST_HOSTNO,
-    ": Get Host number ioctl failed, ioctl_status=",
-    ": Get Host number ioctl function failed, errno=",
-};
-inline constexpr legacy_request ask_pci_info = {
-    VARNOK_DRV_REQUEST_PCI_INFO,
-    ": Get pci info ioctl failed, ioctl_status=",
-    ": Get pci info ioctl function failed, errno=",
-};
-inline constexpr legacy_request ask_port_info = {
-    VARNOK_DRV_REQUEST_PORT_INFO,
-    ": Get port info ioctl failed, ioctl_status=",
-    ": Get port info ioctl function failed, errno=",
-};
-inline constexpr legacy_request ask_sess_info = {
-    VARNOK_DRV_REQUEST_SESS_INFO,
-    ": Get session info ioctl failed, ioctl_status=",
-    ": Get session info ioctl function failed, errno=",
-};
-inline constexpr legacy_request ask_tgt_info = {
-    VARNOK_DRV_REQUEST_TGT_INFO,
-    ": Get tgt info ioctl failed, ioctl_status=",
-    ": Get tgt info ioctl function failed, errno=",
-};
-inline constexpr legacy_request ask_scsi_cmd = {
-    VARNOK_DRV_REQUEST_SCSI_CMD,
-    ": send scsi cmd ioctl failed, ioctl_status=",
-    ": send scsi cmd ioctl function failed, errno=",
-};
+#define VARNOK_LEGACY_REQUEST(number, what)                                                        \
+    {                                                                                              \
+        number,                                                                                    \
+            ": " what " ioctl failed, ioctl_status=", ": " what " ioctl function failed, errno="   \
+    }
+inline constexpr legacy_request ask_hba_count =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_HBA_CNT, "Get HBA Count");
+inline constexpr legacy_request ask_hostno =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_HOSTNO, "Get Host number");
+inline constexpr legacy_request ask_pci_info =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_PCI_INFO, "Get pci info");
+inline constexpr legacy_request ask_port_info =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_PORT_INFO, "Get port info");
+inline constexpr legacy_request ask_sess_info =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_SESS_INFO, "Get session info");
+inline constexpr legacy_request ask_tgt_info =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_TGT_INFO, "Get tgt info");
+inline constexpr legacy_request ask_scsi_cmd =
+    VARNOK_LEGACY_REQUEST(VARNOK_DRV_REQUEST_SCSI_CMD, "send scsi cmd");
 
 // What one driver is known by, and the operations that its discovery pass needs.
 struct legacy_driver {

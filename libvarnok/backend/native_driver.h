@@ -45,20 +45,29 @@ uint32_t native_open(const char *func, varnok_priv_db *pdb, uint32_t instance,
                      uint32_t *papi_handle);
 uint32_t native_close(const char *func, varnok_priv_db *pdb);
 
-// The four queries. The record is written on success only; stat receives the driver's status, 0
-// when the call itself failed, 10 when memory did.
-uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                      varnok_drv_port_info *record, uint32_t *stat);
-uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                      varnok_drv_session_info *record, uint32_t *stat);
-uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                      varnok_drv_tgt_info *record, uint32_t *stat);
-uint32_t native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                      varnok_drv_scsi_cmd_native *record, uint32_t *stat);
+// What one kind of query needs beside the common steps.
+struct native_request {
+    varnok_drv_callback id;
+    size_t record_size;
+    void (*copy_in)(void *to, const void *from); // what of the caller's record goes to the driver
+    const char *no_memory;
+    const char *status_line;
+    const char *call_line;
+    bool traces_result = false;
+    size_t (*comes_back)(const void *to, const void *from) = nullptr; // bytes; null: all
+};
 
-// The last of them, for a caller that looks at no more of the data than it asked for.
-uint32_t native_scsi_answer(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                            varnok_drv_scsi_cmd_native *record, uint32_t *stat);
+extern const native_request callback_port_info;
+extern const native_request callback_sess_info;
+extern const native_request callback_tgt_info;
+extern const native_request callback_scsi_cmd;
+// The same, for a caller that looks at no more of the data than it asked for.
+extern const native_request callback_scsi_answer;
+
+// The record is written on success only; stat receives the driver's status, 0 when the call itself
+// failed, 10 when memory did.
+uint32_t native_query(const native_driver &driver, const char *func, const native_request &request,
+                      varnok_priv_db *pdb, void *record, uint32_t *stat);
 
 // ---- A native back-end's table ----
 

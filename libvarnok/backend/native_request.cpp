@@ -15,141 +15,104 @@ using namespace varnok;
 
 constexpr uint32_t status_no_memory = 10;
 
-struct request_texts {
-    const char *no_memory;
-    const char *status_line;
-    const char *call_line;
+// Every envelope begins so; the driver record follows.
+struct envelope_head {
+    uint32_t host_no;
+    uint32_t status;
 };
+static_assert(sizeof(envelope_head) == offsetof(varnok_drv_port_info_cb, port));
+static_assert(sizeof(envelope_head) == offsetof(varnok_drv_sess_info_cb, sess));
+static_assert(sizeof(envelope_head) == offsetof(varnok_drv_tgt_info_cb, tgt));
+static_assert(sizeof(envelope_head) == offsetof(varnok_drv_scsi_cmd_cb, cmnd));
 
-// What one kind of request needs beside the common steps: its envelope, the driver record in it,
-// which fields of the caller's record travel to the driver, and what of it travels back.
+void copy_nothing(void *, const void *) {}
 
-struct whole_record {
-    template <class Record>
-    static void copy_out(Record &to, const Record &from)
-    {
-        copy(&to, &from, sizeof to);
-    }
-};
-
-struct port_info_request : whole_record {
-    using envelope = varnok_drv_port_info_cb;
-    static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_PORT_INFO;
-    static constexpr bool traces_result = false;
-    static constexpr request_texts texts = {
-        "): port_info_cb alloc failed.",
-        ": Get port info callback failed, status=",
-        ": Get port info callback function failed, errno=",
-    };
-    static auto &record(envelope &e) { return e.port; }
-    static void copy_in(varnok_drv_port_info &, const varnok_drv_port_info &) {}
-};
-
-struct sess_info_request : whole_record {
-    using envelope = varnok_drv_sess_info_cb;
-    static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_SESS_INFO;
-    static constexpr bool traces_result = true;
-    static constexpr request_texts texts = {
-        "): psess_cb alloc failed.",
-        ": Get session info native failed, status=",
-        ": Get session info native function failed, errno=",
-    };
-    static auto &record(envelope &e) { return e.sess; }
-    static void copy_in(varnok_drv_session_info &to, const varnok_drv_session_info &from)
-    {
-        to.sess_num = from.sess_num;
-    }
-};
-
-struct tgt_info_request : whole_record {
-    using envelope = varnok_drv_tgt_info_cb;
-    static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_TGT_INFO;
-    static constexpr bool traces_result = false;
-    static constexpr request_texts texts = {
-        "): ptgt_cb alloc failed.",
-        ": Get tgt info native failed, status=",
-        ": Get tgt info native function failed, errno=",
-    };
-    static auto &record(envelope &e) { return e.tgt; }
-    static void copy_in(varnok_drv_tgt_info &to, const varnok_drv_tgt_info &from)
-    {
-        to.scsi_tgt_num = from.scsi_tgt_num;
-    }
-};
-
-struct scsi_cmd_request : whole_record {
-    using envelope = varnok_drv_scsi_cmd_cb;
-    static constexpr varnok_drv_callback id = VARNOK_DRV_CALLBACK_SCSI_CMD;
-    static constexpr bool traces_result = false;
-    static constexpr request_texts texts = {
-        "): pcmd_cb alloc failed.",
-        ": send scsi cmd native failed, status=",
-        ": send scsi cmd native function failed, errno=",
-    };
-    static auto &record(envelope &e) { return e.cmnd; }
-
-    // Lengths travel as given; what is copied never passes the fields.
-    static void copy_in(varnok_drv_scsi_cmd_native &to, const varnok_drv_scsi_cmd_native &from)
-    {
-        to.lun_ext = from.lun_ext;
-        to.tgt = from.tgt;
-        to.lun = from.lun;
-        to.direction = from.direction;
-        if (from.direction == 1 || from.direction == 2)
-            to.data_len = from.data_len;
-        if (from.direction == 2)
-            memcpy(to.data_buffer, from.data_buffer, smaller(from.data_len, sizeof to.data_buffer));
-        to.cdb_len = from.cdb_len;
-        memcpy(to.cdb, from.cdb, smaller(from.cdb_len, sizeof to.cdb));
-        to.sense_len = from.sense_len;
-    }
-};
-
-// Most commands move a few bytes of the 256 KiB that the record has room for: no more of the data
-// comes back than was asked for.
-struct scsi_answer_request : scsi_cmd_request {
-    static void copy_out(varnok_drv_scsi_cmd_native &to, const varnok_drv_scsi_cmd_native &from)
-    {
-        const size_t asked = to.direction == 1 ? to.data_len : 0;
-        const size_t data = smaller(smaller(asked, from.data_len), sizeof to.data_buffer);
-        copy(&to, &from, offsetof(varnok_drv_scsi_cmd_native, data_buffer) + data);
-    }
-};
-
-template <class Request, class Record>
-uint32_t query(const native_driver &driver, const char *func, varnok_priv_db *pdb, Record *record,
-               uint32_t *stat)
+void copy_sess_num(void *to, const void *from)
 {
-    LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): entered.");
-    heap_buffer<typename Request::envelope> envelope;
-    if (!envelope) {
-        LOG_ERROR_AS(func, "(", dec(handle_of(pdb)), Request::texts.no_memory);
-        *stat = status_no_memory;
-        return 1;
-    }
-    envelope->host_no = pdb->host_no;
-    Request::copy_in(Request::record(*envelope), *record);
-    const int call = native_invoke(driver, Request::id, envelope.get());
-    *stat = envelope->status;
+    static_cast<varnok_drv_session_info *>(to)->sess_num =
+        static_cast<const varnok_drv_session_info *>(from)->sess_num;
+}
 
-    uint32_t result = 1;
-    if (envelope->status != 0) {
-        LOG_ERROR_AS(func, Request::texts.status_line, dec(envelope->status));
-    } else if (call != 0) {
-        LOG_ERROR_AS(func, Request::texts.call_line, dec(errno));
-    } else {
-        Request::copy_out(*record, Request::record(*envelope));
-        result = 0;
-    }
-    envelope.release();
-    if constexpr (Request::traces_result)
-        LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting. ret=", dec(result));
-    else
-        LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting.");
-    return result;
+void copy_tgt_num(void *to, const void *from)
+{
+    static_cast<varnok_drv_tgt_info *>(to)->scsi_tgt_num =
+        static_cast<const varnok_drv_tgt_info *>(from)->scsi_tgt_num;
+}
+
+using scsi_record = varnok_drv_scsi_cmd_native;
+
+// Lengths travel as given; what is copied never passes the fields.
+void copy_command(void *to_record, const void *from_record)
+{
+    auto &to = *static_cast<scsi_record *>(to_record);
+    const auto &from = *static_cast<const scsi_record *>(from_record);
+    to.lun_ext = from.lun_ext;
+    to.tgt = from.tgt;
+    to.lun = from.lun;
+    to.direction = from.direction;
+    if (from.direction == VARNOK_SCSI_DATA_IN || from.direction == VARNOK_SCSI_DATA_OUT)
+        to.data_len = from.data_len;
+    if (from.direction == VARNOK_SCSI_DATA_OUT)
+        memcpy(to.data_buffer, from.data_buffer, smaller(from.data_len, sizeof to.data_buffer));
+    to.cdb_len = from.cdb_len;
+    memcpy(to.cdb, from.cdb, smaller(from.cdb_len, sizeof to.cdb));
+    to.sense_len = from.sense_len;
+}
+
+// Most commands move a few bytes of the 256 KiB that the record has room for.
+size_t size_with_data(const void *to_record, const void *from_record)
+{
+    const auto &to = *static_cast<const scsi_record *>(to_record);
+    const auto &from = *static_cast<const scsi_record *>(from_record);
+    const size_t asked = to.direction == VARNOK_SCSI_DATA_IN ? to.data_len : 0;
+    const size_t data = smaller(smaller(asked, from.data_len), sizeof to.data_buffer);
+    return offsetof(scsi_record, data_buffer) + data;
 }
 
 } // namespace
+
+constexpr native_request varnok::callback_port_info = {
+    VARNOK_DRV_CALLBACK_PORT_INFO,
+    sizeof(varnok_drv_port_info),
+    copy_nothing,
+    "): port_info_cb alloc failed.",
+    ": Get port info callback failed, status=",
+    ": Get port info callback function failed, errno=",
+};
+
+constexpr native_request varnok::callback_sess_info = {
+    VARNOK_DRV_CALLBACK_SESS_INFO,
+    sizeof(varnok_drv_session_info),
+    copy_sess_num,
+    "): psess_cb alloc failed.",
+    ": Get session info native failed, status=",
+    ": Get session info native function failed, errno=",
+    true,
+};
+
+constexpr native_request varnok::callback_tgt_info = {
+    VARNOK_DRV_CALLBACK_TGT_INFO,
+    sizeof(varnok_drv_tgt_info),
+    copy_tgt_num,
+    "): ptgt_cb alloc failed.",
+    ": Get tgt info native failed, status=",
+    ": Get tgt info native function failed, errno=",
+};
+
+constexpr native_request varnok::callback_scsi_cmd = {
+    VARNOK_DRV_CALLBACK_SCSI_CMD,
+    sizeof(scsi_record),
+    copy_command,
+    "): pcmd_cb alloc failed.",
+    ": send scsi cmd native failed, status=",
+    ": send scsi cmd native function failed, errno=",
+};
+
+constexpr native_request varnok::callback_scsi_answer = [] {
+    native_request answer = callback_scsi_cmd;
+    answer.comes_back = size_with_data;
+    return answer;
+}();
 
 int varnok::native_invoke(const native_driver &driver, varnok_drv_callback id, void *envelope)
 {
@@ -157,33 +120,38 @@ int varnok::native_invoke(const native_driver &driver, varnok_drv_callback id, v
     return vmk_MgmtUserCallbackInvokeInt(*driver.handle, no_instance, id, 1, envelope);
 }
 
-uint32_t varnok::native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                              varnok_drv_port_info *record, uint32_t *stat)
+uint32_t varnok::native_query(const native_driver &driver, const char *func,
+                              const native_request &request, varnok_priv_db *pdb, void *record,
+                              uint32_t *stat)
 {
-    return query<port_info_request>(driver, func, pdb, record, stat);
-}
-
-uint32_t varnok::native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                              varnok_drv_session_info *record, uint32_t *stat)
-{
-    return query<sess_info_request>(driver, func, pdb, record, stat);
-}
-
-uint32_t varnok::native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                              varnok_drv_tgt_info *record, uint32_t *stat)
-{
-    return query<tgt_info_request>(driver, func, pdb, record, stat);
-}
-
-uint32_t varnok::native_query(const native_driver &driver, const char *func, varnok_priv_db *pdb,
-                              varnok_drv_scsi_cmd_native *record, uint32_t *stat)
-{
-    return query<scsi_cmd_request>(driver, func, pdb, record, stat);
-}
-
-uint32_t varnok::native_scsi_answer(const native_driver &driver, const char *func,
-                                    varnok_priv_db *pdb, varnok_drv_scsi_cmd_native *record,
-                                    uint32_t *stat)
-{
-    return query<scsi_answer_request>(driver, func, pdb, record, stat);
+    LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): entered.");
+    uint32_t result = 1;
+    {
+        const heap_buffer<uint8_t> envelope(sizeof(envelope_head) + request.record_size);
+        if (!envelope) {
+            LOG_ERROR_AS(func, "(", dec(handle_of(pdb)), request.no_memory);
+            *stat = status_no_memory;
+            return 1;
+        }
+        auto *const head = reinterpret_cast<envelope_head *>(envelope.get());
+        void *const answer = envelope.get() + sizeof *head;
+        head->host_no = pdb->host_no;
+        request.copy_in(answer, record);
+        const int call = native_invoke(driver, request.id, head);
+        *stat = head->status;
+        if (*stat != 0) {
+            LOG_ERROR_AS(func, request.status_line, dec(*stat));
+        } else if (call != 0) {
+            LOG_ERROR_AS(func, request.call_line, dec(errno));
+        } else {
+            const bool whole = request.comes_back == nullptr;
+            copy(record, answer, whole ? request.record_size : request.comes_back(record, answer));
+            result = 0;
+        }
+    }
+    if (request.traces_result)
+        LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting. ret=", dec(result));
+    else
+        LOG_TRACE_AS(func, "(", dec(handle_of(pdb)), "): exiting.");
+    return result;
 }

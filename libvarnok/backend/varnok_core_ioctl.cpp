@@ -2,71 +2,62 @@
 
 #include "backend/legacy_driver.h"
 
-namespace
-{
+using namespace varnok;
 
-constexpr varnok::legacy_driver tepli_driver = {
-    TEPLI_IOCTL_SIGNATURE, TEPLI_IOCTL_BASE,  varnok::phy_port_from_port_num,
-    varnok_get_hba_count,  varnok_get_hostno, varnok_get_pci_info,
-    varnok_get_port_info,
+static constexpr legacy_driver tepli_driver = {
+    TEPLI_IOCTL_SIGNATURE, TEPLI_IOCTL_BASE,    phy_port_from_port_num, varnok_get_hba_count,
+    varnok_get_hostno,     varnok_get_pci_info, varnok_get_port_info,
 };
-
-} // namespace
 
 uint32_t varnok_setup_ioctl_struct(uint16_t subcmd, void *payload, varnok_priv_db *pdb,
                                    tepli_ioctl *header)
 {
-    return varnok::legacy_setup_header(tepli_driver, subcmd, payload, pdb, header);
+    return legacy_setup_header(tepli_driver, subcmd, payload, pdb, header);
 }
 
 uint32_t varnok_get_hba_count(int32_t handle, int32_t *count)
 {
-    return varnok::legacy_hba_count(tepli_driver, __func__, handle, count);
+    return legacy_hba_count(tepli_driver, __func__, handle, count);
 }
 
 uint32_t varnok_get_hostno(varnok_priv_db *pdb, int32_t handle, uint32_t *host_no)
 {
-    return varnok::legacy_hostno(tepli_driver, __func__, pdb, handle, host_no);
+    return legacy_hostno(tepli_driver, __func__, pdb, handle, host_no);
 }
 
 uint32_t varnok_get_pci_info(int32_t handle, varnok_priv_db *pdb, tepli_pci_info *record,
                              uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_pci_info, handle, pdb, record,
-                                stat);
+    return legacy_query(tepli_driver, __func__, ask_pci_info, handle, pdb, record, stat);
 }
 
 uint32_t varnok_get_port_info(int32_t handle, varnok_priv_db *pdb, tepli_port_info *record,
                               uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_port_info, handle, pdb, record,
-                                stat);
+    return legacy_query(tepli_driver, __func__, ask_port_info, handle, pdb, record, stat);
 }
 
 uint32_t varnok_get_sess_info(int32_t handle, varnok_priv_db *pdb, tepli_session_info *record,
                               uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_sess_info, handle, pdb, record,
-                                stat);
+    return legacy_query(tepli_driver, __func__, ask_sess_info, handle, pdb, record, stat);
 }
 
 uint32_t varnok_get_tgt_info(int32_t handle, varnok_priv_db *pdb, tepli_tgt_info *record,
                              uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_tgt_info, handle, pdb, record,
-                                stat);
+    return legacy_query(tepli_driver, __func__, ask_tgt_info, handle, pdb, record, stat);
 }
 
 uint32_t varnok_send_scsi_cmd(int32_t handle, varnok_priv_db *pdb, tepli_scsi_cmd *record,
                               uint32_t *stat)
 {
-    return varnok::legacy_query(tepli_driver, __func__, varnok::ask_scsi_cmd, handle, pdb, record,
-                                stat);
+    return legacy_query(tepli_driver, __func__, ask_scsi_cmd, handle, pdb, record, stat);
 }
 
 uint32_t varnok_find_all_instances(const char *driver_name, uint32_t *start_inst)
 {
-    return varnok::legacy_find_all_instances(tepli_driver, __func__, driver_name, start_inst);
+    return legacy_find_all_instances(tepli_driver, __func__, driver_name, start_inst);
 }
 
 constinit const varnok::backend varnok::tepli_backend = legacy_backend({

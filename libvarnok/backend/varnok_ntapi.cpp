@@ -2,6 +2,8 @@
 
 #include "backend/native_driver.h"
 
+using namespace varnok;
+
 vmk_MgmtCallbackInfo pelt_callbacks[VARNOK_DRV_CALLBACK_COUNT] = VARNOK_NATIVE_CALLBACKS;
 
 vmk_MgmtApiSignature pelt_sig = {
@@ -11,49 +13,44 @@ vmk_MgmtApiSignature pelt_sig = {
 
 vmk_MgmtUserHandle pelt_handle = 0;
 
-namespace
-{
-
-constexpr varnok::native_driver driver = {&pelt_sig, &pelt_handle, varnok::phy_port_from_function};
-
-} // namespace
+static constexpr native_driver driver = {&pelt_sig, &pelt_handle, phy_port_from_function};
 
 uint32_t varnoknt_find_all_instances(const char *, uint32_t *start_inst)
 {
-    return varnok::native_find_all_instances(driver, __func__, start_inst);
+    return native_find_all_instances(driver, __func__, start_inst);
 }
 
 uint32_t varnoknt_open_adapter(varnok_priv_db *pdb, uint32_t instance, uint32_t *papi_handle)
 {
-    return varnok::native_open(__func__, pdb, instance, papi_handle);
+    return native_open(__func__, pdb, instance, papi_handle);
 }
 
-uint32_t varnoknt_close_adapter(varnok_priv_db *pdb) { return varnok::native_close(__func__, pdb); }
+uint32_t varnoknt_close_adapter(varnok_priv_db *pdb) { return native_close(__func__, pdb); }
 
 uint32_t varnoknt_get_port_info(varnok_priv_db *pdb, pelt_port_info *port_info, uint32_t *stat)
 {
-    return varnok::native_query(driver, __func__, pdb, port_info, stat);
+    return native_query(driver, __func__, callback_port_info, pdb, port_info, stat);
 }
 
 uint32_t varnoknt_get_sess_info(varnok_priv_db *pdb, pelt_sess_info *psess, uint32_t *stat)
 {
-    return varnok::native_query(driver, __func__, pdb, psess, stat);
+    return native_query(driver, __func__, callback_sess_info, pdb, psess, stat);
 }
 
 uint32_t varnoknt_get_tgt_info(varnok_priv_db *pdb, pelt_tgt_info *ptgt, uint32_t *stat)
 {
-    return varnok::native_query(driver, __func__, pdb, ptgt, stat);
+    return native_query(driver, __func__, callback_tgt_info, pdb, ptgt, stat);
 }
 
 uint32_t varnoknt_send_scsi_cmd(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat)
 {
-    return varnok::native_query(driver, __func__, pdb, pcmd, stat);
+    return native_query(driver, __func__, callback_scsi_cmd, pdb, pcmd, stat);
 }
 
 // As varnoknt_send_scsi_cmd, for a caller that looks at no more of the data than it asked for.
 static uint32_t scsi_answer(varnok_priv_db *pdb, pelt_scsi_cmd *pcmd, uint32_t *stat)
 {
-    return varnok::native_scsi_answer(driver, "varnoknt_send_scsi_cmd", pdb, pcmd, stat);
+    return native_query(driver, "varnoknt_send_scsi_cmd", callback_scsi_answer, pdb, pcmd, stat);
 }
 
 constinit const varnok::backend varnok::pelt_backend = native_backend({

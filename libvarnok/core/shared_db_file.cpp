@@ -20,6 +20,9 @@ namespace
 
 constexpr size_t file_size = sizeof(varnok_shared_db);
 
+// The file is opened, made and grown on behalf of this function alone.
+constexpr char func[] = "varnok_open_database";
+
 // The file that the descriptor was opened on: the program around the library may have closed it.
 struct {
     dev_t device;
@@ -32,7 +35,7 @@ bool wrote_all(int fd, const uint8_t *bytes)
 }
 
 // Fills a new file with zeros. A file that cannot be filled is closed and deleted.
-bool fill_new(const char *func, varnok::descriptor &file)
+bool fill_new(varnok::descriptor &file)
 {
     const varnok::heap_buffer<uint8_t> zeros(file_size);
     if (!zeros) {
@@ -52,7 +55,7 @@ bool fill_new(const char *func, varnok::descriptor &file)
 }
 
 // Keeps the bytes that are there at their offsets and adds zeros.
-bool grow(const char *func, int fd, size_t size)
+bool grow(int fd, size_t size)
 {
     const varnok::heap_buffer<uint8_t> old(size == 0 ? 1 : size);
     if (!old) {
@@ -85,7 +88,7 @@ bool grow(const char *func, int fd, size_t size)
     return true;
 }
 
-bool make_whole(const char *func, varnok::descriptor &file, bool created)
+bool make_whole(varnok::descriptor &file, bool created)
 {
     struct stat status = {};
     if (fstat(file.get(), &status) != 0) {
@@ -94,10 +97,10 @@ bool make_whole(const char *func, varnok::descriptor &file, bool created)
     }
     opened = {status.st_dev, status.st_ino};
     if (created)
-        return fill_new(func, file);
+        return fill_new(file);
     if (status.st_size >= static_cast<off_t>(file_size))
         return true;
-    return grow(func, file.get(), static_cast<size_t>(status.st_size));
+    return grow(file.get(), static_cast<size_t>(status.st_size));
 }
 
 // To touch a page of the mapping that has no block, and gets none, would kill this process. 0 or
@@ -113,7 +116,7 @@ int allocate_blocks(int fd)
 
 } // namespace
 
-int varnok::open_shared_file(const char *func)
+int varnok::open_shared_file()
 {
     const own_file found = open_own_file(varnok_db_fname, O_RDWR, owner_rule::trusted);
     descriptor file(found.fd);
@@ -123,7 +126,7 @@ int varnok::open_shared_file(const char *func)
             LOG_ERROR_AS(func, ": refused ", varnok_db_fname, ": ", found.refused);
         return -1;
     }
-    if (!make_whole(func, file, found.created))
+    if (!make_whole(file, found.created))
         return -1;
     if (const int err = allocate_blocks(file.get())) {
         LOG_ERROR_AS(func, ": Unable to allocate shared data file. errno=", dec(err));

@@ -11,8 +11,8 @@ VARNOK_PRIVATE extern const char varnok_db_fname[40];
 namespace varnok
 {
 
-// The descriptor, or -1 with nothing open. func stands in the log lines.
-int open_shared_file(const char *func);
+// The descriptor, or -1 with nothing open.
+int open_shared_file();
 
 // Brings the file back to its size when another process has cut it: to touch the mapping beyond the
 // file's end would kill this one. False when it stays short. A descriptor that is another file's by

@@ -7,23 +7,6 @@ namespace
 
 constexpr char no_database[] = ": no memory allocated for api_priv_data";
 
-// Traces a lookup by number: the number stands in both lines.
-class lookup_scope
-{
-  public:
-    lookup_scope(const char *func, uint32_t argument) : func_(func), argument_(argument)
-    {
-        LOG_TRACE_AS(func_, "(", dec(argument_), "): entered.");
-    }
-    lookup_scope(const lookup_scope &) = delete;
-    lookup_scope &operator=(const lookup_scope &) = delete;
-    ~lookup_scope() { LOG_TRACE_AS(func_, "(", dec(argument_), "): exiting."); }
-
-  private:
-    const char *func_;
-    uint32_t argument_;
-};
-
 // The first record that matches, with the cursor on it; null with the cursor on the sentinel.
 template <class Record, class Matches>
 Record *find(varnok_Dlist *list, Matches matches)
@@ -38,7 +21,7 @@ Record *find(varnok_Dlist *list, Matches matches)
 template <class Matches>
 varnok_priv_db *find_by_handle(const char *func, uint32_t handle, Matches matches)
 {
-    const lookup_scope scope(func, handle);
+    const varnok::trace_scope scope(func, handle);
     if (varnok_priv_database == nullptr) {
         LOG_ERROR_AS(func, no_database);
         return nullptr;
@@ -62,7 +45,7 @@ bool lies_at(const varnok_hw_info *hw, const varnok_drv_pci_info &location)
 
 uint32_t varnok_get_instance_from_pdb(varnok_priv_db *pdb, uint32_t *instance)
 {
-    const lookup_scope scope(__func__, pdb == nullptr ? 0 : varnok::handle_of(pdb));
+    const varnok::trace_scope scope(__func__, pdb == nullptr ? 0 : varnok::handle_of(pdb));
     if (varnok_priv_database == nullptr) {
         LOG_ERROR(no_database);
         return 1;
@@ -80,7 +63,7 @@ uint32_t varnok_get_instance_from_pdb(varnok_priv_db *pdb, uint32_t *instance)
 
 varnok_priv_db *varnok_get_pdb_from_user_instance(uint32_t instance)
 {
-    const lookup_scope scope(__func__, instance);
+    const varnok::trace_scope scope(__func__, instance);
     if (varnok_priv_database == nullptr) {
         LOG_ERROR(no_database);
         return nullptr;

@@ -16,13 +16,6 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
-static_assert(sizeof(varnok_hbaptevq) == 4116);
-static_assert(offsetof(varnok_hbaptevq, q_head) == 4096 &&
-              offsetof(varnok_hbaptevq, q_tail) == 4098 && offsetof(varnok_hbaptevq, rsvd) == 4100);
-static_assert(sizeof(varnok_shared_db) == 163840);
-static_assert(offsetof(varnok_shared_db, hbaptevq) == 32 &&
-              offsetof(varnok_shared_db, reserved) == 32960);
-
 key_t varnok_db_semkey = 831;
 int32_t varnok_db_sem_id = -1;
 int32_t varnok_shm_fildes = -1;
@@ -37,6 +30,19 @@ using varnok::held_semaphore;
 // A signal must not let this process in beside another one.
 constexpr auto wait_again = held_semaphore::when_interrupted::wait_again;
 
+bool get_semaphore(const char *func)
+{
+    varnok_db_sem_id = varnok_sem_get(varnok_db_semkey);
+    if (varnok_db_sem_id == -1)
+        LOG_ERROR_AS(func,
+                     ": WARNING - semget function not supported.\n"
+                     "  Each adapter instance should be opened at most one time. errno=",
+                     dec(errno));
+    else
+        LOG_TRACE_AS(func, ": got varnok_db_sem_id=", dec(varnok_db_sem_id));
+    return varnok_db_sem_id != -1;
+}
+
 void remove_semaphore()
 {
     varnok_sem_del(varnok_db_sem_id);
@@ -46,7 +52,7 @@ void remove_semaphore()
 // The file, open and mapped; -1 with neither.
 int map_shared_file(const char *func)
 {
-    varnok::descriptor file(varnok::open_shared_file(func));
+    varnok::descriptor file(varnok::open_shared_file());
     if (!file)
         return -1;
     void *const mapping =
@@ -70,6 +76,11 @@ void take_slot(uint8_t slot)
 
 void claim_slot(const char *func)
 {
+    LOG_TRACE_AS(func, ": before accessing shared db.");
+    for (uint8_t slot = 0; slot < VARNOK_LIBINST_MAX; ++slot) {
+        LOG_TRACE_AS(func, ": libi=", dec(slot));
+        LOG_TRACE_AS(func, ": libinst_flags=", hex(varnok_shared_data->libinst_flags[slot]));
+    }
     for (uint8_t slot = 0; slot < VARNOK_LIBINST_MAX; ++slot) {
         if ((varnok_shared_data->libinst_flags[slot] & varnok::slot_in_use) != 0)
             continue;
@@ -141,26 +152,14 @@ uint32_t varnok_open_database(int32_t *ret_handle)
         *ret_handle = varnok_shm_fildes;
         return 0;
     }
-    varnok_db_sem_id = varnok_sem_get(varnok_db_semkey);
-    if (varnok_db_sem_id == -1) {
-        LOG_ERROR(": WARNING - semget function not supported.\n"
-                  "  Each adapter instance should be opened at most one time. errno=",
-                  dec(errno));
+    if (!get_semaphore(__func__))
         return 1;
-    }
-    LOG_TRACE(": got varnok_db_sem_id=", dec(varnok_db_sem_id));
-
     held_semaphore hold(varnok_db_sem_id, wait_again);
     const int fd = map_shared_file(__func__);
     if (fd < 0) {
         hold.release();
         remove_semaphore();
         return 1;
-    }
-    LOG_TRACE(": before accessing shared db.");
-    for (uint8_t slot = 0; slot < VARNOK_LIBINST_MAX; ++slot) {
-        LOG_TRACE(": libi=", dec(slot));
-        LOG_TRACE(": libinst_flags=", hex(varnok_shared_data->libinst_flags[slot]));
     }
     claim_slot(__func__);
     sync_mapping();

@@ -140,29 +140,25 @@ AT(varnok_drv_tgt_info, port_type, 307);
 AT(varnok_drv_tgt_info, lun_count, 309);
 AT(varnok_drv_tgt_info, reserved, 313);
 
+// Both forms of a SCSI command begin alike.
+#define SCSI_COMMAND(record)                                                                       \
+    AT(record, lun_ext, 0);                                                                        \
+    AT(record, tgt, 4);                                                                            \
+    AT(record, lun, 8);                                                                            \
+    AT(record, direction, 12);                                                                     \
+    AT(record, cdb_len, 13);                                                                       \
+    AT(record, cdb, 14);                                                                           \
+    AT(record, sense_len, 30);                                                                     \
+    AT(record, sense, 32);                                                                         \
+    AT(record, data_len, 288)
+
 SIZE(varnok_drv_scsi_cmd_ioctl, 320);
-AT(varnok_drv_scsi_cmd_ioctl, lun_ext, 0);
-AT(varnok_drv_scsi_cmd_ioctl, tgt, 4);
-AT(varnok_drv_scsi_cmd_ioctl, lun, 8);
-AT(varnok_drv_scsi_cmd_ioctl, direction, 12);
-AT(varnok_drv_scsi_cmd_ioctl, cdb_len, 13);
-AT(varnok_drv_scsi_cmd_ioctl, cdb, 14);
-AT(varnok_drv_scsi_cmd_ioctl, sense_len, 30);
-AT(varnok_drv_scsi_cmd_ioctl, sense, 32);
-AT(varnok_drv_scsi_cmd_ioctl, data_len, 288);
+SCSI_COMMAND(varnok_drv_scsi_cmd_ioctl);
 AT(varnok_drv_scsi_cmd_ioctl, data_addr, 292);
 AT(varnok_drv_scsi_cmd_ioctl, reserved, 300);
 
 SIZE(varnok_drv_scsi_cmd_native, 262436);
-AT(varnok_drv_scsi_cmd_native, lun_ext, 0);
-AT(varnok_drv_scsi_cmd_native, tgt, 4);
-AT(varnok_drv_scsi_cmd_native, lun, 8);
-AT(varnok_drv_scsi_cmd_native, direction, 12);
-AT(varnok_drv_scsi_cmd_native, cdb_len, 13);
-AT(varnok_drv_scsi_cmd_native, cdb, 14);
-AT(varnok_drv_scsi_cmd_native, sense_len, 30);
-AT(varnok_drv_scsi_cmd_native, sense, 32);
-AT(varnok_drv_scsi_cmd_native, data_len, 288);
+SCSI_COMMAND(varnok_drv_scsi_cmd_native);
 AT(varnok_drv_scsi_cmd_native, data_buffer, 292);
 
 SIZE(varnok_drv_ioctl, 64);
@@ -192,27 +188,15 @@ AT(varnok_drv_hostno_cb, inst, 0);
 AT(varnok_drv_hostno_cb, host_no, 8);
 AT(varnok_drv_hostno_cb, status, 12);
 
-SIZE(varnok_drv_pci_info_cb, 72);
-AT(varnok_drv_pci_info_cb, host_no, 0);
-AT(varnok_drv_pci_info_cb, status, 4);
-AT(varnok_drv_pci_info_cb, pci, 8);
+// Every native envelope but those of the count and the host number.
+#define ENVELOPE(envelope, record, size)                                                           \
+    SIZE(envelope, size);                                                                          \
+    AT(envelope, host_no, 0);                                                                      \
+    AT(envelope, status, 4);                                                                       \
+    AT(envelope, record, 8)
 
-SIZE(varnok_drv_port_info_cb, 776);
-AT(varnok_drv_port_info_cb, host_no, 0);
-AT(varnok_drv_port_info_cb, status, 4);
-AT(varnok_drv_port_info_cb, port, 8);
-
-SIZE(varnok_drv_sess_info_cb, 1032);
-AT(varnok_drv_sess_info_cb, host_no, 0);
-AT(varnok_drv_sess_info_cb, status, 4);
-AT(varnok_drv_sess_info_cb, sess, 8);
-
-SIZE(varnok_drv_tgt_info_cb, 392);
-AT(varnok_drv_tgt_info_cb, host_no, 0);
-AT(varnok_drv_tgt_info_cb, status, 4);
-AT(varnok_drv_tgt_info_cb, tgt, 8);
-
-SIZE(varnok_drv_scsi_cmd_cb, 262444);
-AT(varnok_drv_scsi_cmd_cb, host_no, 0);
-AT(varnok_drv_scsi_cmd_cb, status, 4);
-AT(varnok_drv_scsi_cmd_cb, cmnd, 8);
+ENVELOPE(varnok_drv_pci_info_cb, pci, 72);
+ENVELOPE(varnok_drv_port_info_cb, port, 776);
+ENVELOPE(varnok_drv_sess_info_cb, sess, 1032);
+ENVELOPE(varnok_drv_tgt_info_cb, tgt, 392);
+ENVELOPE(varnok_drv_scsi_cmd_cb, cmnd, 262444);

@@ -15,8 +15,20 @@ void write_log_line(const char *func, std::initializer_list<log_part> parts)
     }
 }
 
-trace_scope::trace_scope(const char *func) : func_(func) { LOG_TRACE_AS(func_, ": entered."); }
+trace_scope::trace_scope(const char *func, bool numbered, uint32_t number)
+    : func_(func), numbered_(numbered), number_(number)
+{
+    trace(": entered.", "): entered.");
+}
 
-trace_scope::~trace_scope() { LOG_TRACE_AS(func_, ": exiting."); }
+trace_scope::~trace_scope() { trace(": exiting.", "): exiting."); }
+
+void trace_scope::trace(const char *plain, const char *after_number) const
+{
+    if (numbered_)
+        LOG_TRACE_AS(func_, "(", dec(number_), after_number);
+    else
+        LOG_TRACE_AS(func_, plain);
+}
 
 } // namespace varnok

@@ -43,17 +43,23 @@ struct log_part {
 // func may be null. The first part is a text.
 void write_log_line(const char *func, std::initializer_list<log_part> parts);
 
-// Traces a function's entry and every way out of it.
+// Traces a function's entry and every way out of it. A number stands in both lines.
 class trace_scope
 {
   public:
-    explicit trace_scope(const char *func);
+    explicit trace_scope(const char *func) : trace_scope(func, false, 0) {}
+    trace_scope(const char *func, uint32_t number) : trace_scope(func, true, number) {}
     trace_scope(const trace_scope &) = delete;
     trace_scope &operator=(const trace_scope &) = delete;
     ~trace_scope();
 
   private:
+    trace_scope(const char *func, bool numbered, uint32_t number);
+    void trace(const char *plain, const char *after_number) const;
+
     const char *func_;
+    bool numbered_;
+    uint32_t number_;
 };
 
 } // namespace varnok

@@ -1,6 +1,6 @@
 // The process's own records: tools outside read them too.
-#include "layout_assert.h"
-#include "varnok_instdb.h"
+#include "core/varnok_instdb.h"
+#include "records/layout_assert.h"
 
 SIZE(varnok_hw_info, 673);
 AT(varnok_hw_info, phys_path, 0);
