@@ -1,11 +1,11 @@
 // Scenario documents. What the simulated host accepts goes through the library to a captured
 // document, and the host that this describes must be captured as the same document again.
-#include "capture.h"
-#include "document.h"
-#include "inventory.h"
 #include "machine.h"
 #include "platform.h"
-#include "render.h"
+#include "varnokctl/capture.h"
+#include "varnokctl/document.h"
+#include "varnokctl/inventory.h"
+#include "varnokctl/render.h"
 
 #include <algorithm>
 

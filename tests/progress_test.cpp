@@ -1,5 +1,5 @@
 // What a terminal gets to see of a long reading, by a clock that goes on at every look.
-#include <inventory.h>
+#include "varnokctl/inventory.h"
 
 #include <array>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "capture.h"
+#include "varnokctl/capture.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 
 #include <fmt/format.h>
 
-#include "document.h"
-#include "lun_address.h"
+#include "varnokctl/document.h"
+#include "varnokctl/lun_address.h"
 
 namespace ctl
 {

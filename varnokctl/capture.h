@@ -1,7 +1,7 @@
 // A host as it was read, as a scenario that the simulated host runs.
 #pragma once
 
-#include "fields.h"
+#include "varnokctl/fields.h"
 
 namespace ctl
 {

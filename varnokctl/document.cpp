@@ -1,10 +1,10 @@
-#include "document.h"
+#include "varnokctl/document.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-#include "status.h"
+#include "varnokctl/status.h"
 
 namespace ctl
 {

@@ -1,7 +1,7 @@
 // What was read of a host as a JSON document; schema/varnok-1.json describes it.
 #pragma once
 
-#include "fields.h"
+#include "varnokctl/fields.h"
 
 namespace ctl
 {

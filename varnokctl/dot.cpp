@@ -1,12 +1,12 @@
 // The host as a picture, in Graphviz's language.
-#include "render.h"
+#include "varnokctl/render.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-#include "facts.h"
-#include "words.h"
+#include "varnokctl/facts.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {

@@ -1,4 +1,4 @@
-#include "ending.h"
+#include "varnokctl/ending.h"
 
 #include <algorithm>
 #include <string_view>

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "model.h"
+#include "varnokctl/model.h"
 
 namespace ctl
 {

@@ -1,10 +1,10 @@
-#include "facts.h"
+#include "varnokctl/facts.h"
 
 #include <fmt/format.h>
 
-#include "fields.h"
-#include "lun_address.h"
-#include "words.h"
+#include "varnokctl/fields.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {

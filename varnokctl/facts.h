@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "model.h"
-#include "text.h"
+#include "varnokctl/model.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {

@@ -1,11 +1,11 @@
-#include "fields.h"
+#include "varnokctl/fields.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-#include "lun_address.h"
-#include "words.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {

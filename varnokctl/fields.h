@@ -7,8 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "model.h"
-#include "text.h"
+#include "varnokctl/model.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {

@@ -1,12 +1,12 @@
-#include "inventory.h"
+#include "varnokctl/inventory.h"
 
 #include <algorithm>
 #include <new>
 
 #include <fmt/format.h>
 
-#include "library.h"
-#include "text.h"
+#include "varnokctl/library.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {

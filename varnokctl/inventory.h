@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "model.h"
-#include "progress.h"
+#include "varnokctl/model.h"
+#include "varnokctl/progress.h"
 
 namespace ctl
 {

@@ -1,8 +1,8 @@
-#include "render.h"
+#include "varnokctl/render.h"
 
 #include <fmt/format.h>
 
-#include "table.h"
+#include "varnokctl/table.h"
 
 namespace ctl
 {

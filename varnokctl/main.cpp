@@ -12,15 +12,15 @@
 #include <langinfo.h>
 #include <malloc.h>
 
-#include "capture.h"
-#include "document.h"
-#include "ending.h"
-#include "inventory.h"
-#include "render.h"
-#include "scsi_command.h"
-#include "scsi_output.h"
-#include "status.h"
-#include "terminal.h"
+#include "varnokctl/capture.h"
+#include "varnokctl/document.h"
+#include "varnokctl/ending.h"
+#include "varnokctl/inventory.h"
+#include "varnokctl/render.h"
+#include "varnokctl/scsi_command.h"
+#include "varnokctl/scsi_output.h"
+#include "varnokctl/status.h"
+#include "varnokctl/terminal.h"
 
 namespace
 {

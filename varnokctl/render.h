@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "fields.h"
+#include "varnokctl/fields.h"
 
 namespace ctl
 {

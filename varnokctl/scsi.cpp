@@ -1,10 +1,10 @@
-#include "scsi.h"
+#include "varnokctl/scsi.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "library.h"
-#include "sense.h"
+#include "varnokctl/library.h"
+#include "varnokctl/sense.h"
 
 namespace ctl
 {

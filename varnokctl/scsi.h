@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "lun_address.h"
-#include "model.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/model.h"
 
 namespace ctl
 {

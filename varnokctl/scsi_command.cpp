@@ -1,4 +1,4 @@
-#include "scsi_command.h"
+#include "varnokctl/scsi_command.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include <iterator>
 #include <span>
 
-#include "text.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {

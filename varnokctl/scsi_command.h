@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "scsi.h"
+#include "varnokctl/scsi.h"
 
 namespace ctl
 {

@@ -1,11 +1,11 @@
-#include "scsi_output.h"
+#include "varnokctl/scsi_output.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-#include "document.h"
-#include "sense.h"
+#include "varnokctl/document.h"
+#include "varnokctl/sense.h"
 
 namespace ctl
 {

@@ -1,4 +1,4 @@
-#include "sense.h"
+#include "varnokctl/sense.h"
 
 #include <algorithm>
 

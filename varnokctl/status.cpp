@@ -1,4 +1,4 @@
-#include "status.h"
+#include "varnokctl/status.h"
 
 #include <algorithm>
 #include <iterator>

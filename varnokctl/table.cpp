@@ -1,4 +1,4 @@
-#include "table.h"
+#include "varnokctl/table.h"
 
 #include <algorithm>
 #include <numeric>

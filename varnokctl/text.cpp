@@ -1,4 +1,4 @@
-#include "text.h"
+#include "varnokctl/text.h"
 
 #include <algorithm>
 #include <array>

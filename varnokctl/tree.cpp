@@ -1,12 +1,12 @@
-#include "render.h"
+#include "varnokctl/render.h"
 
 #include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "facts.h"
-#include "words.h"
+#include "varnokctl/facts.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {

@@ -1,4 +1,4 @@
-#include "words.h"
+#include "varnokctl/words.h"
 
 #include <span>
 
