@@ -249,7 +249,7 @@ class driver_finder
 };
 
 // What makes a port fail as it did: with its driver's status, or with none.
-json fault_of(const failure &failure, size_t driver, uint32_t instance)
+json fault_of(const failed_call &failure, size_t driver, uint32_t instance)
 {
     constexpr uint32_t asked_after_loading = 2, for_ever = 0;
     json fault = {{"driver", drivers[driver]},
@@ -278,7 +278,7 @@ json capture_document(const host &host)
         const size_t driver = finder.next(port);
         json object = {{"driver", drivers[driver]}};
         const uint32_t instance = instances[driver]++;
-        const auto failed = [&](const failure &f) { return f.port == port.instance; };
+        const auto failed = [&](const failed_call &f) { return f.port == port.instance; };
         const auto failure = std::ranges::find_if(host.failures, failed);
         if (port.info)
             put_port(object, *port.info);

@@ -4,8 +4,6 @@
 
 #include <fmt/format.h>
 
-#include "varnokctl/status.h"
-
 namespace ctl
 {
 namespace
@@ -16,10 +14,10 @@ json optional_number(const std::optional<uint32_t> &number)
     return number ? json(*number) : json();
 }
 
-json failure_object(const failure &failure)
+json failure_object(const failed_call &failure)
 {
-    const advice advice = advice_on(failure);
-    return {{"call", failure.call},
+    const failure_advice advice = advice_on(failure);
+    return {{"call", call_text(failure.call)},
             {"port", optional_number(failure.port)},
             {"target", optional_number(failure.target)},
             {"status", failure.status},
@@ -129,11 +127,11 @@ json usage_document(std::string_view what_is_wrong)
     return document;
 }
 
-void finish(json &document, const std::vector<failure> &failures)
+void finish(json &document, const std::vector<failed_call> &failures)
 {
     document["complete"] = failures.empty();
     document["failures"] = json::array();
-    for (const failure &failure : failures)
+    for (const failed_call &failure : failures)
         document["failures"].push_back(failure_object(failure));
 }
 

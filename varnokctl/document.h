@@ -18,7 +18,7 @@ json usage_document(std::string_view what_is_wrong);
 std::string safe_text(std::string_view text);
 
 // Notes the failures, and that the document is complete when there are none.
-void finish(json &document, const std::vector<failure> &failures);
+void finish(json &document, const std::vector<failed_call> &failures);
 
 // For standard output; in ASCII characters alone when asked for.
 std::string document_text(const json &document, bool ascii);

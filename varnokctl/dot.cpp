@@ -177,7 +177,7 @@ class drawing
 
     bool failed(const port &port, std::optional<uint32_t> target) const
     {
-        return std::ranges::any_of(host_.failures, [&](const failure &failure) {
+        return std::ranges::any_of(host_.failures, [&](const failed_call &failure) {
             return failure.port == port.instance && failure.target == target;
         });
     }

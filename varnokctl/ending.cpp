@@ -1,7 +1,6 @@
 #include "varnokctl/ending.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include <fmt/format.h>
 
@@ -23,22 +22,12 @@ constexpr ending_word endings[] = {
     {no_host, "no supported host, or not root: nothing was loaded"},
 };
 
-bool not_loaded(const failure &failure)
+bool names_port(const failed_call &failure, const port &port)
 {
-    return failure.call == std::string_view("VARNOK_LoadLibrary") &&
-           failure.status == VARNOK_STATUS_FAILED;
+    return failure.port == port.instance;
 }
 
-// The library itself succeeded, but there is no such target, or the device refused a command.
-bool call_succeeded(const failure &failure)
-{
-    return failure.status == VARNOK_STATUS_SUCCESS &&
-           failure.call != std::string_view("VARNOK_GetLunInfo");
-}
-
-bool names_port(const failure &failure, const port &port) { return failure.port == port.instance; }
-
-bool names_target(const failure &failure, const port &port, const target &target)
+bool names_target(const failed_call &failure, const port &port, const target &target)
 {
     return names_port(failure, port) && failure.target == target.info.ScsiTgtNum;
 }
@@ -46,11 +35,12 @@ bool names_target(const failure &failure, const port &port, const target &target
 // Whether a port gave some of what was asked of it, or has nothing to give.
 bool answered(const port &port, const host &host)
 {
-    const auto failed = [&](const failure &f) { return names_port(f, port); };
+    const auto failed = [&](const failed_call &f) { return names_port(f, port); };
     const auto target_answered = [&](const target &target) {
-        return !target.luns.empty() || std::ranges::none_of(host.failures, [&](const failure &f) {
-            return names_target(f, port, target);
-        });
+        return !target.luns.empty() ||
+               std::ranges::none_of(host.failures, [&](const failed_call &f) {
+                   return names_target(f, port, target);
+               });
     };
     return port.portal || !port.sessions.empty() || std::ranges::none_of(host.failures, failed) ||
            std::ranges::any_of(port.targets, target_answered);
@@ -62,9 +52,12 @@ ending ending_of(const host &host)
 {
     if (host.failures.empty())
         return all_well;
-    if (std::ranges::any_of(host.failures, not_loaded))
+    const auto has = [&](failure_cause cause) {
+        return std::ranges::find(host.failures, cause, &failed_call::cause) != host.failures.end();
+    };
+    if (has(failure_cause::not_loaded))
         return no_host;
-    if (std::ranges::any_of(host.failures, call_succeeded))
+    if (has(failure_cause::no_such_target) || has(failure_cause::refused_by_device))
         return refused;
     const auto any = [&](const port &port) { return answered(port, host); };
     return std::ranges::any_of(host.ports, any) ? partial : refused;

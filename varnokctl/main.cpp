@@ -15,11 +15,11 @@
 #include "varnokctl/capture.h"
 #include "varnokctl/document.h"
 #include "varnokctl/ending.h"
+#include "varnokctl/failure.h"
 #include "varnokctl/inventory.h"
 #include "varnokctl/render.h"
 #include "varnokctl/scsi_command.h"
 #include "varnokctl/scsi_output.h"
-#include "varnokctl/status.h"
 #include "varnokctl/terminal.h"
 
 namespace
@@ -105,24 +105,11 @@ void print_version(const options &options)
                number);
 }
 
-void complain(const std::vector<ctl::failure> &failures)
+void complain(const std::vector<ctl::failed_call> &failures)
 {
     std::fflush(stdout);
     for (const auto &failure : failures)
         fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
-}
-
-// A target that no port has counts as a failure of the call that lists them.
-void note_missing_target(ctl::host &host, const ctl::request &ask)
-{
-    size_t found = 0;
-    for (const auto &port : host.ports)
-        found += port.targets.size() + port.sessions.size();
-    if (!ask.target || found != 0 || host.ports.empty() || !host.failures.empty())
-        return;
-    const bool listed = (ask.needs & ctl::need_targets) != 0;
-    host.failures.push_back({listed ? "VARNOK_GetTgtInfo" : "VARNOK_GetSessionInfo",
-                             VARNOK_STATUS_SUCCESS, ask.port, ask.target});
 }
 
 void print_document(const command &command, const ctl::host &host, const options &options)
@@ -152,8 +139,7 @@ int show(const command &command, const options &options)
 {
     ctl::request ask = options.ask;
     ask.needs = command.needs;
-    ctl::host host = ctl::read_host(ask);
-    note_missing_target(host, ask);
+    const ctl::host host = ctl::read_host(ask);
     if (options.json)
         print_document(command, host, options);
     else

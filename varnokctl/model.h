@@ -7,6 +7,8 @@
 
 #include <varnok_mgmt.h>
 
+#include "varnokctl/failure.h"
+
 namespace ctl
 {
 
@@ -28,16 +30,9 @@ struct port {
     std::vector<target> targets{};
 };
 
-struct failure {
-    const char *call;
-    uint32_t status;
-    std::optional<uint32_t> port;
-    std::optional<uint32_t> target;
-};
-
 struct host {
     std::vector<port> ports;
-    std::vector<failure> failures;
+    std::vector<failed_call> failures;
 };
 
 } // namespace ctl

@@ -168,8 +168,9 @@ scsi_result run_scsi(const scsi_options &options)
         result.data.resize(std::min(result.data.size(), options.data_length(result.data)));
     if (result.carried_out && !options.save_file.empty())
         if (const int why = save(options.save_file, result.data))
-            result.failures.push_back({"write", static_cast<uint32_t>(why), options.request.port,
-                                       options.request.target});
+            result.failures.push_back({call_name::write_file, failure_cause::file_not_written,
+                                       options.request.port, options.request.target,
+                                       static_cast<uint32_t>(why)});
     return result;
 }
 
