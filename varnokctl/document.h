@@ -9,8 +9,8 @@ namespace ctl
 // The beginning of every document, without the failures: see finish.
 json new_document(const char *command);
 
-json listing_document(const host &host, const kind &kind);
-json tree_document(const host &host);
+json listing_document(const inventory &host, const record_kind &kind);
+json tree_document(const inventory &host);
 json version_document(const char *tool_version);
 json usage_document(std::string_view what_is_wrong);
 

@@ -22,21 +22,21 @@ constexpr ending_word endings[] = {
     {no_host, "no supported host, or not root: nothing was loaded"},
 };
 
-bool names_port(const failed_call &failure, const port &port)
+bool names_port(const failed_call &failure, const port_entry &port)
 {
     return failure.port == port.instance;
 }
 
-bool names_target(const failed_call &failure, const port &port, const target &target)
+bool names_target(const failed_call &failure, const port_entry &port, const target_entry &target)
 {
     return names_port(failure, port) && failure.target == target.info.ScsiTgtNum;
 }
 
 // Whether a port gave some of what was asked of it, or has nothing to give.
-bool answered(const port &port, const host &host)
+bool answered(const port_entry &port, const inventory &host)
 {
     const auto failed = [&](const failed_call &f) { return names_port(f, port); };
-    const auto target_answered = [&](const target &target) {
+    const auto target_answered = [&](const target_entry &target) {
         return !target.luns.empty() ||
                std::ranges::none_of(host.failures, [&](const failed_call &f) {
                    return names_target(f, port, target);
@@ -48,7 +48,7 @@ bool answered(const port &port, const host &host)
 
 } // namespace
 
-ending ending_of(const host &host)
+ending ending_of(const inventory &host)
 {
     if (host.failures.empty())
         return all_well;
@@ -59,7 +59,7 @@ ending ending_of(const host &host)
         return no_host;
     if (has(failure_cause::no_such_target) || has(failure_cause::refused_by_device))
         return refused;
-    const auto any = [&](const port &port) { return answered(port, host); };
+    const auto any = [&](const port_entry &port) { return answered(port, host); };
     return std::ranges::any_of(host.ports, any) ? partial : refused;
 }
 

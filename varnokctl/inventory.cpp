@@ -62,10 +62,13 @@ try {
     return VARNOK_STATUS_NO_MEMORY;
 }
 
-class reader
+class inventory_reader
 {
   public:
-    reader(const request &ask, host &host, progress &line) : ask_(ask), host_(host), line_(line) {}
+    inventory_reader(const inventory_request &ask, inventory &host, progress &line)
+        : ask_(ask), host_(host), line_(line)
+    {
+    }
 
     void read_ports(uint32_t count)
     {
@@ -115,7 +118,7 @@ class reader
             host_.ports.push_back({.instance = instance});
         if (!good(call_name::open_adapter, status, instance))
             return;
-        port &port = host_.ports.back();
+        port_entry &port = host_.ports.back();
         if (read_info(port, handle)) {
             if (needs(need_portals))
                 read_portal(port, handle);
@@ -128,7 +131,7 @@ class reader
     }
 
     // Comes first: it also refreshes the session count that the later queries go by.
-    bool read_info(port &port, uint32_t handle)
+    bool read_info(port_entry &port, uint32_t handle)
     {
         VARNOK_PHY_PORT_INFO info{};
         info.Version = VARNOK_RECORD_VERSION_2;
@@ -139,7 +142,7 @@ class reader
         return true;
     }
 
-    void read_portal(port &port, uint32_t handle)
+    void read_portal(port_entry &port, uint32_t handle)
     {
         std::vector<VARNOK_ISCSI_PORTAL> portals;
         const auto query = [&](uint32_t *count, VARNOK_ISCSI_PORTAL **array) {
@@ -150,7 +153,7 @@ class reader
             port.portal = portals.front();
     }
 
-    void read_sessions(port &port, uint32_t handle)
+    void read_sessions(port_entry &port, uint32_t handle)
     {
         std::vector<VARNOK_SESS_INFO> list;
         const auto query = [&](uint32_t *count, VARNOK_SESS_INFO **array) {
@@ -165,7 +168,7 @@ class reader
         }
     }
 
-    void read_targets(port &port, uint32_t handle)
+    void read_targets(port_entry &port, uint32_t handle)
     {
         std::vector<VARNOK_TGT_INFO> list;
         const auto query = [&](uint32_t *count, VARNOK_TGT_INFO **array) {
@@ -187,7 +190,7 @@ class reader
         }
     }
 
-    void read_luns(target &target, uint32_t instance, uint32_t handle)
+    void read_luns(target_entry &target, uint32_t instance, uint32_t handle)
     {
         constexpr uint32_t most = 2047; // a target may claim more, but no more are ever listed
         const uint32_t number = target.info.ScsiTgtNum;
@@ -203,19 +206,19 @@ class reader
                 {call_name::get_lun_info, failure_cause::list_incomplete, instance, number});
     }
 
-    const request &ask_;
-    host &host_;
+    const inventory_request &ask_;
+    inventory &host_;
     progress &line_;
     size_t luns_ = 0; // read so far
 };
 
 } // namespace
 
-host read_host(const request &ask, progress line)
+inventory read_host(const inventory_request &ask, progress line)
 {
-    host host;
-    reader reader(ask, host, line);
-    const library library;
+    inventory host;
+    inventory_reader reader(ask, host, line);
+    const loaded_library library;
     if (!reader.good(call_name::load_library, library.status()))
         return host;
     uint32_t count = 0;

@@ -12,26 +12,26 @@
 namespace ctl
 {
 
-struct session {
+struct session_entry {
     uint32_t target; // number of the port's target that the session leads to
     VARNOK_SESS_INFO info;
 };
 
-struct target {
+struct target_entry {
     VARNOK_TGT_INFO info;
     std::vector<VARNOK_LUN_INFO> luns;
 };
 
-struct port {
+struct port_entry {
     uint32_t instance = 0;
     std::optional<VARNOK_PHY_PORT_INFO> info{}; // absent when the port could not be opened or read
     std::optional<VARNOK_ISCSI_PORTAL> portal{};
-    std::vector<session> sessions{};
-    std::vector<target> targets{};
+    std::vector<session_entry> sessions{};
+    std::vector<target_entry> targets{};
 };
 
-struct host {
-    std::vector<port> ports;
+struct inventory {
+    std::vector<port_entry> ports;
     std::vector<failed_call> failures;
 };
 

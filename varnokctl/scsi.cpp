@@ -56,7 +56,7 @@ void send_to(uint32_t handle, const scsi_request &request, scsi_result &result)
 scsi_result send(const scsi_request &request)
 {
     scsi_result result;
-    const library library;
+    const loaded_library library;
     uint32_t handle = 0;
     if (!good(call_name::load_library, library.status(), request, result) ||
         !good(call_name::open_adapter, VARNOK_OpenAdapter(request.port, &handle), request, result))
