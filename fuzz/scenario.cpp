@@ -1,11 +1,11 @@
 // Scenario documents. What the simulated host accepts goes through the library to a captured
 // document, and the host that this describes must be captured as the same document again.
-#include "capture.h"
-#include "document.h"
-#include "inventory.h"
 #include "machine.h"
 #include "platform.h"
-#include "render.h"
+#include "varnokctl/capture.h"
+#include "varnokctl/document.h"
+#include "varnokctl/inventory.h"
+#include "varnokctl/render.h"
 
 #include <algorithm>
 
@@ -31,16 +31,16 @@ bool is_small(const hostsim::scenario &host)
 }
 
 // Lines of plain characters, whatever the devices say.
-void show(const ctl::host &seen)
+void show(const ctl::inventory &seen)
 {
-    const ctl::style style = {.bytes = true, .details = true};
+    const ctl::output_style style = {.bytes = true, .details = true};
     const auto plain = [](const std::string &text) {
         return std::ranges::all_of(text,
                                    [](char c) { return c == '\n' || (c >= ' ' && c < 0x7F); });
     };
     REQUIRE(plain(ctl::tree_text(seen, style)) && plain(ctl::dot_text(seen, style)));
-    for (const ctl::kind *kind : {&ctl::port_kind, &ctl::portal_kind, &ctl::session_kind,
-                                  &ctl::target_kind, &ctl::lun_kind})
+    for (const ctl::record_kind *kind : {&ctl::port_kind, &ctl::portal_kind, &ctl::session_kind,
+                                         &ctl::target_kind, &ctl::lun_kind})
         REQUIRE(plain(ctl::listing_text(seen, *kind, style)));
     REQUIRE(plain(ctl::document_text(ctl::tree_document(seen), true)));
 }
@@ -48,7 +48,7 @@ void show(const ctl::host &seen)
 std::string capture(hostsim::host &host, bool &complete)
 {
     hostsim::install(&host);
-    const ctl::host seen =
+    const ctl::inventory seen =
         ctl::read_host({.needs = ctl::need_portals | ctl::need_sessions | ctl::need_luns});
     platform::free_library();
     hostsim::install(nullptr);

@@ -1,9 +1,9 @@
 // Texts from drivers and devices on their way to a terminal, sense data, and LUNs.
-#include "text.h"
+#include "varnokctl/text.h"
 
-#include "lun_address.h"
 #include "platform.h"
-#include "sense.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/sense.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>

@@ -64,7 +64,7 @@ class CaptureTest(ToolCase):
         more = {"ports": [{"driver": "dxo", "sessions": [{"luns": [{"repeat": 2050, "size": 512}]}]}]}
         silent = {"ports": [{"driver": "dxo", "sessions": [{}]}],
                   "faults": [{"driver": "dxo", "request": "scsi_cmd", "nth": 2, "sense": "03/11/00"}]}
-        self.assertEqual(self.replayed(more, status=3)["failures"][0]["name"], "VARNOK_STATUS_SUCCESS")
+        self.assertEqual(self.replayed(more, status=3)["failures"][0]["name"], "list incomplete")
         self.assertEqual(on_host(self.scenario(silent), "luns").returncode, 1)
         scsi = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "nth": 8, "status": 12}
         partial = on_host(self.scenario({**lab, "faults": [scsi]}), "capture")

@@ -1,5 +1,5 @@
 // What a terminal gets to see of a long reading, by a clock that goes on at every look.
-#include <inventory.h>
+#include "varnokctl/inventory.h"
 
 #include <array>
 #include <cstdlib>
@@ -36,7 +36,7 @@ std::string text_of_reading(unsigned short columns)
     std::FILE *stream = fdopen(write_end, "w");
     if (stream == nullptr)
         return "no terminal to be had";
-    ctl::request ask;
+    ctl::inventory_request ask;
     ask.needs = ctl::need_luns;
     EXPECT_TRUE(ctl::read_host(ask, ctl::progress(stream, next_time)).failures.empty());
     std::fputs("!", stream);

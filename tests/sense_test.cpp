@@ -1,5 +1,5 @@
 // Sense data as the tool reads them, in both formats.
-#include <sense.h>
+#include "varnokctl/sense.h"
 
 #include <vector>
 

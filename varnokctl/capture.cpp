@@ -1,4 +1,4 @@
-#include "capture.h"
+#include "varnokctl/capture.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 
 #include <fmt/format.h>
 
-#include "document.h"
-#include "lun_address.h"
+#include "varnokctl/document.h"
+#include "varnokctl/lun_address.h"
 
 namespace ctl
 {
@@ -16,30 +16,30 @@ namespace
 {
 
 // A code of the library's records and the driver's number that it stands for.
-struct code {
+struct code_pair {
     uint32_t reported, driver;
 };
 
-constexpr code pcie_speeds[] = {
+constexpr code_pair pcie_speeds[] = {
     {VARNOK_PCIE_SPEED_2_5GT, 20}, {VARNOK_PCIE_SPEED_5_0GT, 21}, {VARNOK_PCIE_SPEED_8_0GT, 22}};
 
-constexpr code pcie_widths[] = {{VARNOK_PCIE_WIDTH_X1, 1},   {VARNOK_PCIE_WIDTH_X2, 2},
-                                {VARNOK_PCIE_WIDTH_X4, 4},   {VARNOK_PCIE_WIDTH_X8, 8},
-                                {VARNOK_PCIE_WIDTH_X16, 16}, {VARNOK_PCIE_WIDTH_X32, 32}};
+constexpr code_pair pcie_widths[] = {{VARNOK_PCIE_WIDTH_X1, 1},   {VARNOK_PCIE_WIDTH_X2, 2},
+                                     {VARNOK_PCIE_WIDTH_X4, 4},   {VARNOK_PCIE_WIDTH_X8, 8},
+                                     {VARNOK_PCIE_WIDTH_X16, 16}, {VARNOK_PCIE_WIDTH_X32, 32}};
 
-constexpr code port_states[] = {
+constexpr code_pair port_states[] = {
     {VARNOK_PORT_STATE_0, 0}, {VARNOK_PORT_STATE_1, 1}, {VARNOK_PORT_STATE_OTHER, 2}};
 
-constexpr code port_speeds[] = {{VARNOK_PORT_SPEED_10G, 10000},
-                                {VARNOK_PORT_SPEED_20G, 20000},
-                                {VARNOK_PORT_SPEED_25G, 25000},
-                                {VARNOK_PORT_SPEED_40G, 40000},
-                                {VARNOK_PORT_SPEED_50G, 50000}};
+constexpr code_pair port_speeds[] = {{VARNOK_PORT_SPEED_10G, 10000},
+                                     {VARNOK_PORT_SPEED_20G, 20000},
+                                     {VARNOK_PORT_SPEED_25G, 25000},
+                                     {VARNOK_PORT_SPEED_40G, 40000},
+                                     {VARNOK_PORT_SPEED_50G, 50000}};
 
 // 0 when the library could not tell either.
-uint32_t driver_code(std::span<const code> codes, uint32_t reported)
+uint32_t driver_code(std::span<const code_pair> codes, uint32_t reported)
 {
-    const auto found = std::ranges::find(codes, reported, &code::reported);
+    const auto found = std::ranges::find(codes, reported, &code_pair::reported);
     return found == codes.end() ? 0 : found->driver;
 }
 
@@ -114,7 +114,7 @@ json lun_object(const VARNOK_LUN_INFO &lun)
 
 // A scenario holds a LUN once. A target may count more LUNs than are ever listed: the rest go
 // after them.
-json lun_array(const target &target)
+json lun_array(const target_entry &target)
 {
     constexpr size_t most_listed = 2047;
     json array = json::array();
@@ -157,7 +157,7 @@ json target_object(const VARNOK_TGT_INFO &info)
     return object;
 }
 
-json session_array(const port &port)
+json session_array(const port_entry &port)
 {
     json array = json::array();
     for (size_t k = 0; k < std::max(port.sessions.size(), port.targets.size()); k++) {
@@ -222,9 +222,9 @@ size_t family_of(const VARNOK_PHY_PORT_INFO &info)
 class driver_finder
 {
   public:
-    explicit driver_finder(const host &host)
+    explicit driver_finder(const inventory &host)
     {
-        for (const port &port : host.ports) {
+        for (const port_entry &port : host.ports) {
             if (!port.info)
                 continue;
             const size_t family = family_of(*port.info);
@@ -235,7 +235,7 @@ class driver_finder
         }
     }
 
-    size_t next(const port &port)
+    size_t next(const port_entry &port)
     {
         if (port.info)
             family_ = family_of(*port.info);
@@ -249,7 +249,7 @@ class driver_finder
 };
 
 // What makes a port fail as it did: with its driver's status, or with none.
-json fault_of(const failure &failure, size_t driver, uint32_t instance)
+json fault_of(const failed_call &failure, size_t driver, uint32_t instance)
 {
     constexpr uint32_t asked_after_loading = 2, for_ever = 0;
     json fault = {{"driver", drivers[driver]},
@@ -267,18 +267,18 @@ json fault_of(const failure &failure, size_t driver, uint32_t instance)
 
 } // namespace
 
-json capture_document(const host &host)
+json capture_document(const inventory &host)
 {
     json document = new_document("capture");
     json ports = json::array();
     json faults = json::array();
     std::array<uint32_t, drivers.size()> instances{};
     driver_finder finder(host);
-    for (const port &port : host.ports) {
+    for (const port_entry &port : host.ports) {
         const size_t driver = finder.next(port);
         json object = {{"driver", drivers[driver]}};
         const uint32_t instance = instances[driver]++;
-        const auto failed = [&](const failure &f) { return f.port == port.instance; };
+        const auto failed = [&](const failed_call &f) { return f.port == port.instance; };
         const auto failure = std::ranges::find_if(host.failures, failed);
         if (port.info)
             put_port(object, *port.info);

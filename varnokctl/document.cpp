@@ -1,10 +1,8 @@
-#include "document.h"
+#include "varnokctl/document.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
-
-#include "status.h"
 
 namespace ctl
 {
@@ -16,10 +14,10 @@ json optional_number(const std::optional<uint32_t> &number)
     return number ? json(*number) : json();
 }
 
-json failure_object(const failure &failure)
+json failure_object(const failed_call &failure)
 {
-    const advice advice = advice_on(failure);
-    return {{"call", failure.call},
+    const failure_advice advice = advice_on(failure);
+    return {{"call", call_text(failure.call)},
             {"port", optional_number(failure.port)},
             {"target", optional_number(failure.target)},
             {"status", failure.status},
@@ -29,21 +27,21 @@ json failure_object(const failure &failure)
 }
 
 // A document is the same in every locale.
-json record_object(const kind &kind, const item &item)
+json record_object(const record_kind &kind, const listed_record &item)
 {
-    const style style = {.utf8 = true};
+    const output_style style = {.utf8 = true};
     json object = json::object();
-    for (const field &field : kind.fields)
+    for (const record_field &field : kind.fields)
         if (field.key != nullptr)
             object[field.key] = field.value(item, style).value;
     return object;
 }
 
-json target_object(const target &target, const port &port)
+json target_object(const target_entry &target, const port_entry &port)
 {
     const uint32_t number = target.info.ScsiTgtNum;
     json object = record_object(target_kind, {.port = port.instance, .target = &target.info});
-    const session *session = session_of(port, number);
+    const session_entry *session = session_of(port, number);
     object["session"] =
         session == nullptr
             ? json()
@@ -56,7 +54,7 @@ json target_object(const target &target, const port &port)
 }
 
 // A port that could not be read has its number and the empty rest.
-json port_object(const port &port)
+json port_object(const port_entry &port)
 {
     json object = {{"port", port.instance}, {"readable", port.info.has_value()}};
     if (port.info)
@@ -65,7 +63,7 @@ json port_object(const port &port)
         port.portal ? record_object(portal_kind, {.port = port.instance, .portal = &*port.portal})
                     : json();
     object["targets"] = json::array();
-    for (const target &target : port.targets)
+    for (const target_entry &target : port.targets)
         object["targets"].push_back(target_object(target, port));
     return object;
 }
@@ -77,21 +75,21 @@ json new_document(const char *command)
     return {{"schema", "varnok/1"}, {"command", command}, {"complete", true}};
 }
 
-json listing_document(const host &host, const kind &kind)
+json listing_document(const inventory &host, const record_kind &kind)
 {
     json document = new_document(kind.key);
     document[kind.key] = json::array();
-    for (const item &item : kind.items(host))
+    for (const listed_record &item : kind.items(host))
         document[kind.key].push_back(record_object(kind, item));
     finish(document, host.failures);
     return document;
 }
 
-json tree_document(const host &host)
+json tree_document(const inventory &host)
 {
     json document = new_document("tree");
     document["ports"] = json::array();
-    for (const port &port : host.ports)
+    for (const port_entry &port : host.ports)
         document["ports"].push_back(port_object(port));
     finish(document, host.failures);
     return document;
@@ -129,11 +127,11 @@ json usage_document(std::string_view what_is_wrong)
     return document;
 }
 
-void finish(json &document, const std::vector<failure> &failures)
+void finish(json &document, const std::vector<failed_call> &failures)
 {
     document["complete"] = failures.empty();
     document["failures"] = json::array();
-    for (const failure &failure : failures)
+    for (const failed_call &failure : failures)
         document["failures"].push_back(failure_object(failure));
 }
 

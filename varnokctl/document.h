@@ -1,7 +1,7 @@
 // What was read of a host as a JSON document; schema/varnok-1.json describes it.
 #pragma once
 
-#include "fields.h"
+#include "varnokctl/fields.h"
 
 namespace ctl
 {
@@ -9,8 +9,8 @@ namespace ctl
 // The beginning of every document, without the failures: see finish.
 json new_document(const char *command);
 
-json listing_document(const host &host, const kind &kind);
-json tree_document(const host &host);
+json listing_document(const inventory &host, const record_kind &kind);
+json tree_document(const inventory &host);
 json version_document(const char *tool_version);
 json usage_document(std::string_view what_is_wrong);
 
@@ -18,7 +18,7 @@ json usage_document(std::string_view what_is_wrong);
 std::string safe_text(std::string_view text);
 
 // Notes the failures, and that the document is complete when there are none.
-void finish(json &document, const std::vector<failure> &failures);
+void finish(json &document, const std::vector<failed_call> &failures);
 
 // For standard output; in ASCII characters alone when asked for.
 std::string document_text(const json &document, bool ascii);

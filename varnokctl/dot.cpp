@@ -1,29 +1,29 @@
 // The host as a picture, in Graphviz's language.
-#include "render.h"
+#include "varnokctl/render.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-#include "facts.h"
-#include "words.h"
+#include "varnokctl/facts.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {
 namespace
 {
 
-struct look {
+struct box_paint {
     const char *fill, *line, *text;
     bool dashed;
 };
 
-constexpr look host_look = {"#e8eaf0", "#9aa3b5", "#1f2933", false};
-constexpr look port_look = {"#e1edf8", "#7ea6cc", "#1f2933", false};
-constexpr look target_look = {"#e3f2e9", "#85b79c", "#1f2933", false};
-constexpr look luns_look = {"#ffffff", "#b8c2cc", "#1f2933", false};
-constexpr look offline_look = {"#f4f5f7", "#a3abb5", "#6b7683", true};
-constexpr look failed_look = {"#fcebe8", "#cf8a80", "#7d3a31", true};
+constexpr box_paint host_paint = {"#e8eaf0", "#9aa3b5", "#1f2933", false};
+constexpr box_paint port_paint = {"#e1edf8", "#7ea6cc", "#1f2933", false};
+constexpr box_paint target_paint = {"#e3f2e9", "#85b79c", "#1f2933", false};
+constexpr box_paint luns_paint = {"#ffffff", "#b8c2cc", "#1f2933", false};
+constexpr box_paint offline_paint = {"#f4f5f7", "#a3abb5", "#6b7683", true};
+constexpr box_paint failed_paint = {"#fcebe8", "#cf8a80", "#7d3a31", true};
 
 constexpr const char *beginning = R"(digraph host {
   graph [rankdir=LR, ranksep=0.55, nodesep=0.2, pad=0.2, bgcolor="#ffffff"]
@@ -96,7 +96,7 @@ std::string box_label(const std::string &title, const std::vector<std::string> &
     return table(2, rows);
 }
 
-std::string luns_label(const target &target, const style &style)
+std::string luns_label(const target_entry &target, const output_style &style)
 {
     constexpr const char *alignments[] = {"left", "left", "right", "left"}; // of the facts
     std::string rows;
@@ -110,13 +110,13 @@ std::string luns_label(const target &target, const style &style)
     return table(3, rows);
 }
 
-std::string port_title(const port &port, const style &style)
+std::string port_title(const port_entry &port, const output_style &style)
 {
     const std::string title = fmt::format("Port {}", port.instance);
     return port.info ? title + "  " + field_text(port.info->HbaName, style) : title;
 }
 
-std::vector<std::string> port_lines(const port &port, const style &style)
+std::vector<std::string> port_lines(const port_entry &port, const output_style &style)
 {
     std::vector<std::string> lines;
     if (port.info)
@@ -129,7 +129,8 @@ std::vector<std::string> port_lines(const port &port, const style &style)
     return lines;
 }
 
-std::vector<std::string> target_lines(const target &target, const port &port, const style &style)
+std::vector<std::string> target_lines(const target_entry &target, const port_entry &port,
+                                      const output_style &style)
 {
     return {field_text(target.info.TargetName, style),
             joined({target_address(port, target), counted(target.info.LunCount, "LUN")})};
@@ -138,30 +139,32 @@ std::vector<std::string> target_lines(const target &target, const port &port, co
 class drawing
 {
   public:
-    drawing(const host &host, const style &style) : host_(host), style_(style)
+    drawing(const inventory &host, const output_style &style) : host_(host), style_(style)
     {
-        add(top, host_look, box_label("Host", host_facts(host)));
-        for (const port &port : host.ports)
+        add(top, host_paint, box_label("Host", host_facts(host)));
+        for (const port_entry &port : host.ports)
             add_port(port);
     }
 
     std::string text() const { return beginning + text_ + "}\n"; }
 
   private:
-    void add_port(const port &port)
+    void add_port(const port_entry &port)
     {
         const std::string name = fmt::format("port{}", port.instance);
         const bool online = port.info && port.info->PortState == VARNOK_PORT_STATE_0;
-        const look &look = failed(port, {}) ? failed_look : online ? port_look : offline_look;
+        const box_paint &paint = failed(port, {}) ? failed_paint
+                                 : online         ? port_paint
+                                                  : offline_paint;
         std::vector<std::string> lines = port_lines(port, style_);
         if (failed(port, {}))
             lines.emplace_back(port.info ? "not all readable" : "not readable");
-        add(name, look, box_label(port_title(port, style_), lines), top);
+        add(name, paint, box_label(port_title(port, style_), lines), top);
         for (size_t place = 0; place < port.targets.size(); place++)
             add_target(port.targets[place], fmt::format("{}_target{}", name, place), port, name);
     }
 
-    void add_target(const target &target, const std::string &name, const port &port,
+    void add_target(const target_entry &target, const std::string &name, const port_entry &port,
                     const std::string &parent)
     {
         const uint32_t number = target.info.ScsiTgtNum;
@@ -169,37 +172,40 @@ class drawing
         std::vector<std::string> lines = target_lines(target, port, style_);
         if (broken)
             lines.emplace_back("not all readable");
-        add(name, broken ? failed_look : target_look,
+        add(name, broken ? failed_paint : target_paint,
             box_label(fmt::format("Target {}", number), lines), parent);
         if (!target.luns.empty())
-            add(name + "_luns", luns_look, luns_label(target, style_), name);
+            add(name + "_luns", luns_paint, luns_label(target, style_), name);
     }
 
-    bool failed(const port &port, std::optional<uint32_t> target) const
+    bool failed(const port_entry &port, std::optional<uint32_t> target) const
     {
-        return std::ranges::any_of(host_.failures, [&](const failure &failure) {
+        return std::ranges::any_of(host_.failures, [&](const failed_call &failure) {
             return failure.port == port.instance && failure.target == target;
         });
     }
 
-    void add(const std::string &name, const look &look, const std::string &label,
+    void add(const std::string &name, const box_paint &paint, const std::string &label,
              const std::string &parent = "")
     {
-        text_ +=
-            fmt::format(R"(  {} [style="rounded,filled{}", fillcolor="{}", color="{}", )"
-                        "fontcolor=\"{}\",\n    label=<{}>]\n",
-                        name, look.dashed ? ",dashed" : "", look.fill, look.line, look.text, label);
+        text_ += fmt::format(R"(  {} [style="rounded,filled{}", fillcolor="{}", color="{}", )"
+                             "fontcolor=\"{}\",\n    label=<{}>]\n",
+                             name, paint.dashed ? ",dashed" : "", paint.fill, paint.line,
+                             paint.text, label);
         if (!parent.empty())
             text_ += fmt::format("  {} -> {}{}\n", parent, name, parent == top ? room : "");
     }
 
-    const host &host_;
-    const style &style_;
+    const inventory &host_;
+    const output_style &style_;
     std::string text_;
 };
 
 } // namespace
 
-std::string dot_text(const host &host, const style &style) { return drawing(host, style).text(); }
+std::string dot_text(const inventory &host, const output_style &style)
+{
+    return drawing(host, style).text();
+}
 
 } // namespace ctl

@@ -1,7 +1,6 @@
-#include "ending.h"
+#include "varnokctl/ending.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include <fmt/format.h>
 
@@ -23,34 +22,25 @@ constexpr ending_word endings[] = {
     {no_host, "no supported host, or not root: nothing was loaded"},
 };
 
-bool not_loaded(const failure &failure)
+bool names_port(const failed_call &failure, const port_entry &port)
 {
-    return failure.call == std::string_view("VARNOK_LoadLibrary") &&
-           failure.status == VARNOK_STATUS_FAILED;
+    return failure.port == port.instance;
 }
 
-// The library itself succeeded, but there is no such target, or the device refused a command.
-bool call_succeeded(const failure &failure)
-{
-    return failure.status == VARNOK_STATUS_SUCCESS &&
-           failure.call != std::string_view("VARNOK_GetLunInfo");
-}
-
-bool names_port(const failure &failure, const port &port) { return failure.port == port.instance; }
-
-bool names_target(const failure &failure, const port &port, const target &target)
+bool names_target(const failed_call &failure, const port_entry &port, const target_entry &target)
 {
     return names_port(failure, port) && failure.target == target.info.ScsiTgtNum;
 }
 
 // Whether a port gave some of what was asked of it, or has nothing to give.
-bool answered(const port &port, const host &host)
+bool answered(const port_entry &port, const inventory &host)
 {
-    const auto failed = [&](const failure &f) { return names_port(f, port); };
-    const auto target_answered = [&](const target &target) {
-        return !target.luns.empty() || std::ranges::none_of(host.failures, [&](const failure &f) {
-            return names_target(f, port, target);
-        });
+    const auto failed = [&](const failed_call &f) { return names_port(f, port); };
+    const auto target_answered = [&](const target_entry &target) {
+        return !target.luns.empty() ||
+               std::ranges::none_of(host.failures, [&](const failed_call &f) {
+                   return names_target(f, port, target);
+               });
     };
     return port.portal || !port.sessions.empty() || std::ranges::none_of(host.failures, failed) ||
            std::ranges::any_of(port.targets, target_answered);
@@ -58,15 +48,18 @@ bool answered(const port &port, const host &host)
 
 } // namespace
 
-ending ending_of(const host &host)
+ending ending_of(const inventory &host)
 {
     if (host.failures.empty())
         return all_well;
-    if (std::ranges::any_of(host.failures, not_loaded))
+    const auto has = [&](failure_cause cause) {
+        return std::ranges::find(host.failures, cause, &failed_call::cause) != host.failures.end();
+    };
+    if (has(failure_cause::not_loaded))
         return no_host;
-    if (std::ranges::any_of(host.failures, call_succeeded))
+    if (has(failure_cause::no_such_target) || has(failure_cause::refused_by_device))
         return refused;
-    const auto any = [&](const port &port) { return answered(port, host); };
+    const auto any = [&](const port_entry &port) { return answered(port, host); };
     return std::ranges::any_of(host.ports, any) ? partial : refused;
 }
 

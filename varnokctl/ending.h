@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "model.h"
+#include "varnokctl/model.h"
 
 namespace ctl
 {
@@ -11,7 +11,7 @@ namespace ctl
 enum ending { all_well = 0, refused = 1, usage = 2, partial = 3, no_host = 4 };
 
 // How a host's reading ended.
-ending ending_of(const host &host);
+ending ending_of(const inventory &host);
 
 // Every ending, a line each, for the help.
 std::string endings_text();

@@ -1,24 +1,24 @@
-#include "facts.h"
+#include "varnokctl/facts.h"
 
 #include <fmt/format.h>
 
-#include "fields.h"
-#include "lun_address.h"
-#include "words.h"
+#include "varnokctl/fields.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {
 namespace
 {
 
-std::string size_of(const VARNOK_LUN_INFO &lun, const style &style)
+std::string size_of(const VARNOK_LUN_INFO &lun, const output_style &style)
 {
     const std::string size = size_text(lun.Capacity);
     return style.bytes && lun.Capacity >= 1024 ? fmt::format("{} ({} B)", size, +lun.Capacity)
                                                : size;
 }
 
-std::string name_of(const VARNOK_LUN_INFO &lun, const style &style)
+std::string name_of(const VARNOK_LUN_INFO &lun, const output_style &style)
 {
     const std::string vendor = field_text(lun.VendorName, style);
     const std::string product = field_text(lun.ProductName, style);
@@ -27,26 +27,26 @@ std::string name_of(const VARNOK_LUN_INFO &lun, const style &style)
 
 } // namespace
 
-std::vector<std::string> host_facts(const host &host)
+std::vector<std::string> host_facts(const inventory &host)
 {
     size_t targets = 0;
     size_t luns = 0;
-    for (const port &port : host.ports) {
+    for (const port_entry &port : host.ports) {
         targets += port.targets.size();
-        for (const target &target : port.targets)
+        for (const target_entry &target : port.targets)
             luns += target.luns.size();
     }
     return {counted(host.ports.size(), "port"), counted(targets, "target"), counted(luns, "LUN")};
 }
 
-std::string target_address(const port &port, const target &target)
+std::string target_address(const port_entry &port, const target_entry &target)
 {
-    const session *session = session_of(port, target.info.ScsiTgtNum);
+    const session_entry *session = session_of(port, target.info.ScsiTgtNum);
     return (session == nullptr ? target_endpoint(target.info) : target_endpoint(session->info))
         .text;
 }
 
-std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style)
+std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const output_style &style)
 {
     return {fmt::format("LUN {}", lun_number(lun.ScsiLunNum, lun.ScsiLunNumExt)),
             device_type(lun.DeviceType), size_of(lun, style), name_of(lun, style)};

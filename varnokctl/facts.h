@@ -4,19 +4,19 @@
 #include <string>
 #include <vector>
 
-#include "model.h"
-#include "text.h"
+#include "varnokctl/model.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {
 
 // "5 ports", "5 targets", "13 LUNs"
-std::vector<std::string> host_facts(const host &host);
+std::vector<std::string> host_facts(const inventory &host);
 
 // Where a target is reached, by what its session says when it was read.
-std::string target_address(const port &port, const target &target);
+std::string target_address(const port_entry &port, const target_entry &target);
 
 // "LUN 0", "disk", "500.0 GiB" and "MOLVAR HALCYON DISK"; all but the first may be empty.
-std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const style &style);
+std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const output_style &style);
 
 } // namespace ctl

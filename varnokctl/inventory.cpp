@@ -1,12 +1,12 @@
-#include "inventory.h"
+#include "varnokctl/inventory.h"
 
 #include <algorithm>
 #include <new>
 
 #include <fmt/format.h>
 
-#include "library.h"
-#include "text.h"
+#include "varnokctl/library.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {
@@ -62,10 +62,13 @@ try {
     return VARNOK_STATUS_NO_MEMORY;
 }
 
-class reader
+class inventory_reader
 {
   public:
-    reader(const request &ask, host &host, progress &line) : ask_(ask), host_(host), line_(line) {}
+    inventory_reader(const inventory_request &ask, inventory &host, progress &line)
+        : ask_(ask), host_(host), line_(line)
+    {
+    }
 
     void read_ports(uint32_t count)
     {
@@ -81,15 +84,26 @@ class reader
     {
         uint32_t handle = 0;
         if (ask_.port)
-            good("VARNOK_OpenAdapter", VARNOK_OpenAdapter(*ask_.port, &handle), ask_.port);
+            good(call_name::open_adapter, VARNOK_OpenAdapter(*ask_.port, &handle), ask_.port);
     }
 
-    bool good(const char *call, uint32_t status, std::optional<uint32_t> port = {},
+    bool good(call_name call, uint32_t status, std::optional<uint32_t> port = {},
               std::optional<uint32_t> target = {})
     {
-        if (status != VARNOK_STATUS_SUCCESS)
-            host_.failures.push_back({call, status, port, target});
-        return status == VARNOK_STATUS_SUCCESS;
+        return succeeded(host_.failures, call, status, port, target);
+    }
+
+    // No port has the target that was asked for, though all were read.
+    void miss_target()
+    {
+        size_t found = 0;
+        for (const auto &port : host_.ports)
+            found += port.targets.size() + port.sessions.size();
+        if (!ask_.target || found != 0 || host_.ports.empty() || !host_.failures.empty())
+            return;
+        const call_name call =
+            needs(need_targets) ? call_name::get_tgt_info : call_name::get_session_info;
+        host_.failures.push_back({call, failure_cause::no_such_target, ask_.port, ask_.target});
     }
 
   private:
@@ -102,9 +116,9 @@ class reader
         const uint32_t status = VARNOK_OpenAdapter(instance, &handle);
         if (status != VARNOK_STATUS_NOT_FOUND)
             host_.ports.push_back({.instance = instance});
-        if (!good("VARNOK_OpenAdapter", status, instance))
+        if (!good(call_name::open_adapter, status, instance))
             return;
-        port &port = host_.ports.back();
+        port_entry &port = host_.ports.back();
         if (read_info(port, handle)) {
             if (needs(need_portals))
                 read_portal(port, handle);
@@ -113,38 +127,39 @@ class reader
             if (needs(need_targets))
                 read_targets(port, handle);
         }
-        good("VARNOK_CloseAdapter", VARNOK_CloseAdapter(handle), instance);
+        good(call_name::close_adapter, VARNOK_CloseAdapter(handle), instance);
     }
 
     // Comes first: it also refreshes the session count that the later queries go by.
-    bool read_info(port &port, uint32_t handle)
+    bool read_info(port_entry &port, uint32_t handle)
     {
         VARNOK_PHY_PORT_INFO info{};
         info.Version = VARNOK_RECORD_VERSION_2;
-        if (!good("VARNOK_GetPhyPortInfo", VARNOK_GetPhyPortInfo(handle, &info), port.instance))
+        if (!good(call_name::get_phy_port_info, VARNOK_GetPhyPortInfo(handle, &info),
+                  port.instance))
             return false;
         port.info = info;
         return true;
     }
 
-    void read_portal(port &port, uint32_t handle)
+    void read_portal(port_entry &port, uint32_t handle)
     {
         std::vector<VARNOK_ISCSI_PORTAL> portals;
         const auto query = [&](uint32_t *count, VARNOK_ISCSI_PORTAL **array) {
             return VARNOK_GetIscsiPortal(handle, count, array);
         };
-        good("VARNOK_GetIscsiPortal", read_list(portals, 0, query), port.instance);
+        good(call_name::get_iscsi_portal, read_list(portals, 0, query), port.instance);
         if (!portals.empty())
             port.portal = portals.front();
     }
 
-    void read_sessions(port &port, uint32_t handle)
+    void read_sessions(port_entry &port, uint32_t handle)
     {
         std::vector<VARNOK_SESS_INFO> list;
         const auto query = [&](uint32_t *count, VARNOK_SESS_INFO **array) {
             return VARNOK_GetSessionInfo(handle, count, array);
         };
-        good("VARNOK_GetSessionInfo", read_list(list, 0, query), port.instance);
+        good(call_name::get_session_info, read_list(list, 0, query), port.instance);
         uint32_t target = 0; // a port lists its targets in the order of its sessions
         for (const VARNOK_SESS_INFO &info : list) {
             if (wants_target(target))
@@ -153,13 +168,13 @@ class reader
         }
     }
 
-    void read_targets(port &port, uint32_t handle)
+    void read_targets(port_entry &port, uint32_t handle)
     {
         std::vector<VARNOK_TGT_INFO> list;
         const auto query = [&](uint32_t *count, VARNOK_TGT_INFO **array) {
             return VARNOK_GetTgtInfo(handle, count, array);
         };
-        good("VARNOK_GetTgtInfo", read_list(list, 0, query), port.instance);
+        good(call_name::get_tgt_info, read_list(list, 0, query), port.instance);
         size_t place = 0;
         for (const VARNOK_TGT_INFO &info : list) {
             place++;
@@ -175,7 +190,7 @@ class reader
         }
     }
 
-    void read_luns(target &target, uint32_t instance, uint32_t handle)
+    void read_luns(target_entry &target, uint32_t instance, uint32_t handle)
     {
         constexpr uint32_t most = 2047; // a target may claim more, but no more are ever listed
         const uint32_t number = target.info.ScsiTgtNum;
@@ -185,33 +200,35 @@ class reader
         };
         const uint32_t status = read_list(target.luns, room, query);
         // REPORT LUNS may list more, or end with sense data that the library does not look at.
-        if (good("VARNOK_GetLunInfo", status, instance, number) &&
+        if (good(call_name::get_lun_info, status, instance, number) &&
             target.luns.size() < target.info.LunCount)
-            host_.failures.push_back({"VARNOK_GetLunInfo", status, instance, number});
+            host_.failures.push_back(
+                {call_name::get_lun_info, failure_cause::list_incomplete, instance, number});
     }
 
-    const request &ask_;
-    host &host_;
+    const inventory_request &ask_;
+    inventory &host_;
     progress &line_;
     size_t luns_ = 0; // read so far
 };
 
 } // namespace
 
-host read_host(const request &ask, progress line)
+inventory read_host(const inventory_request &ask, progress line)
 {
-    host host;
-    reader reader(ask, host, line);
-    const library library;
-    if (!reader.good("VARNOK_LoadLibrary", library.status()))
+    inventory host;
+    inventory_reader reader(ask, host, line);
+    const loaded_library library;
+    if (!reader.good(call_name::load_library, library.status()))
         return host;
     uint32_t count = 0;
     const uint32_t status = VARNOK_GetPortCount(&count);
     // A load that found no adapter succeeds and leaves nothing loaded; this is how it shows.
     if (status == VARNOK_STATUS_FAILED)
         reader.miss_port();
-    else if (reader.good("VARNOK_GetPortCount", status))
+    else if (reader.good(call_name::get_port_count, status))
         reader.read_ports(count);
+    reader.miss_target();
     return host;
 }
 

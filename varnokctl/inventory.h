@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "model.h"
-#include "progress.h"
+#include "varnokctl/model.h"
+#include "varnokctl/progress.h"
 
 namespace ctl
 {
@@ -19,7 +19,7 @@ enum need : unsigned {
     need_luns = 8 | need_targets,
 };
 
-struct request {
+struct inventory_request {
     unsigned needs = need_ports;
     std::optional<uint32_t> port; // only this one
     std::optional<uint32_t> target;
@@ -28,6 +28,6 @@ struct request {
 // Loads the library, reads what is asked for and frees the library again. A call that fails is
 // noted in the host's failures; what was read before it is kept. While LUNs are read, the line
 // tells how far that is; it is gone in the end.
-host read_host(const request &ask, progress line = progress(stderr));
+inventory read_host(const inventory_request &ask, progress line = progress(stderr));
 
 } // namespace ctl

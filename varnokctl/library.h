@@ -8,13 +8,13 @@
 namespace ctl
 {
 
-class library
+class loaded_library
 {
   public:
-    library() : status_(VARNOK_LoadLibrary()) {}
-    ~library() { VARNOK_FreeLibrary(); }
-    library(const library &) = delete;
-    library &operator=(const library &) = delete;
+    loaded_library() : status_(VARNOK_LoadLibrary()) {}
+    ~loaded_library() { VARNOK_FreeLibrary(); }
+    loaded_library(const loaded_library &) = delete;
+    loaded_library &operator=(const loaded_library &) = delete;
 
     uint32_t status() const { return status_; }
 

@@ -1,29 +1,30 @@
-#include "render.h"
+#include "varnokctl/render.h"
 
 #include <fmt/format.h>
 
-#include "table.h"
+#include "varnokctl/table.h"
 
 namespace ctl
 {
 namespace
 {
 
-bool shows(const field &field, const style &style)
+bool shows(const record_field &field, const output_style &style)
 {
-    return style.details || field.where == in::table || (field.where == in::bytes && style.bytes);
+    return style.details || field.where == view::table ||
+           (field.where == view::bytes && style.bytes);
 }
 
 } // namespace
 
-std::string listing_text(const host &host, const kind &kind, const style &style)
+std::string listing_text(const inventory &host, const record_kind &kind, const output_style &style)
 {
-    const std::vector<item> items = kind.items(host);
+    const std::vector<listed_record> items = kind.items(host);
     if (items.empty())
         return host.failures.empty() ? fmt::format("no {}\n", kind.plural) : "";
-    std::vector<column> columns;
-    std::vector<row> rows(items.size());
-    for (const field &field : kind.fields) {
+    std::vector<table_column> columns;
+    std::vector<table_row> rows(items.size());
+    for (const record_field &field : kind.fields) {
         if (!shows(field, style))
             continue;
         columns.push_back(

@@ -1,4 +1,4 @@
-#include "lun_address.h"
+#include "varnokctl/lun_address.h"
 
 #include <array>
 #include <charconv>
@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "text.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {

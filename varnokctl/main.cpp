@@ -12,53 +12,60 @@
 #include <langinfo.h>
 #include <malloc.h>
 
-#include "capture.h"
-#include "document.h"
-#include "ending.h"
-#include "inventory.h"
-#include "render.h"
-#include "scsi_command.h"
-#include "scsi_output.h"
-#include "status.h"
-#include "terminal.h"
+#include "varnokctl/capture.h"
+#include "varnokctl/document.h"
+#include "varnokctl/ending.h"
+#include "varnokctl/failure.h"
+#include "varnokctl/inventory.h"
+#include "varnokctl/render.h"
+#include "varnokctl/scsi_command.h"
+#include "varnokctl/scsi_output.h"
+#include "varnokctl/terminal.h"
 
 namespace
 {
 
-struct options {
-    ctl::request ask;
-    ctl::style style;
+struct tool_options {
+    ctl::inventory_request ask;
+    ctl::output_style style;
     bool ascii = false;
-    bool json = false;
-    bool dot = false;
+    bool as_json = false;
+    bool as_dot = false;
 };
 
-enum accepts : unsigned { port = 1, target = 2, bytes = 4, details = 8, dot = 16 };
+enum command_option : unsigned {
+    takes_port = 1,
+    takes_target = 2,
+    takes_bytes = 4,
+    takes_details = 8,
+    takes_dot = 16,
+};
 
-struct command {
+struct tool_command {
     const char *name;
     const char *help;
-    unsigned accepts;
+    unsigned options;
     unsigned needs;
-    const ctl::kind *kind; // null for the whole host
-    ctl::json (*document)(const ctl::host &) = nullptr;
+    const ctl::record_kind *kind; // null for the whole host
+    ctl::json (*document)(const ctl::inventory &) = nullptr;
     bool has_text = true; // else the document is all that it shows
 };
 
 constexpr unsigned whole_host = ctl::need_portals | ctl::need_sessions | ctl::need_luns;
 
-constexpr command commands[] = {
-    {"tree", "Show ports, targets and LUNs as a tree", port | target | bytes | dot, whole_host,
-     nullptr, ctl::tree_document},
-    {"ports", "List the adapter ports", port | details, ctl::need_ports, &ctl::port_kind},
-    {"portals", "List the ports' iSCSI portals", port, ctl::need_portals, &ctl::portal_kind},
-    {"sessions", "List the iSCSI sessions", port | target | details, ctl::need_sessions,
-     &ctl::session_kind},
-    {"targets", "List the iSCSI targets", port | target | details, ctl::need_targets,
-     &ctl::target_kind},
-    {"luns", "List the LUNs behind the targets", port | target | bytes | details, ctl::need_luns,
-     &ctl::lun_kind},
-    {"capture", "Write the host as a scenario for varnok-host", port, whole_host, nullptr,
+constexpr tool_command commands[] = {
+    {"tree", "Show ports, targets and LUNs as a tree",
+     takes_port | takes_target | takes_bytes | takes_dot, whole_host, nullptr, ctl::tree_document},
+    {"ports", "List the adapter ports", takes_port | takes_details, ctl::need_ports,
+     &ctl::port_kind},
+    {"portals", "List the ports' iSCSI portals", takes_port, ctl::need_portals, &ctl::portal_kind},
+    {"sessions", "List the iSCSI sessions", takes_port | takes_target | takes_details,
+     ctl::need_sessions, &ctl::session_kind},
+    {"targets", "List the iSCSI targets", takes_port | takes_target | takes_details,
+     ctl::need_targets, &ctl::target_kind},
+    {"luns", "List the LUNs behind the targets",
+     takes_port | takes_target | takes_bytes | takes_details, ctl::need_luns, &ctl::lun_kind},
+    {"capture", "Write the host as a scenario for varnok-host", takes_port, whole_host, nullptr,
      ctl::capture_document, false},
 };
 
@@ -68,76 +75,65 @@ constexpr const char *description =
 constexpr const char *footer =
     "Every error line says what to do next; VARNOK_API_DEBUG=4 shows why the library refuses.";
 
-void add_options(CLI::App &app, const command &command, options &options)
+void add_options(CLI::App &app, const tool_command &command, tool_options &options)
 {
-    if ((command.accepts & port) != 0)
+    if ((command.options & takes_port) != 0)
         app.add_option("-p,--port", options.ask.port, "Only the port with this number");
-    if ((command.accepts & target) != 0)
+    if ((command.options & takes_target) != 0)
         app.add_option("-t,--target", options.ask.target, "Only targets with this number");
-    if ((command.accepts & bytes) != 0)
+    if ((command.options & takes_bytes) != 0)
         app.add_flag("-b,--bytes", options.style.bytes, "Show sizes in bytes too");
-    if ((command.accepts & details) != 0)
+    if ((command.options & takes_details) != 0)
         app.add_flag("-d,--details", options.style.details, "Show every field, a block a record");
-    if ((command.accepts & dot) != 0)
-        app.add_flag("--dot", options.dot,
+    if ((command.options & takes_dot) != 0)
+        app.add_flag("--dot", options.as_dot,
                      "Write a picture in Graphviz's language instead: | dot -Tsvg")
             ->excludes(app.get_option("--json"));
 }
 
 // Every command has these.
-void add_output_options(CLI::App &app, options &options)
+void add_output_options(CLI::App &app, tool_options &options)
 {
     app.add_flag("--ascii", options.ascii, "Use ASCII characters only");
-    app.add_flag("--json", options.json, "Show every field and failure as one JSON document");
+    app.add_flag("--json", options.as_json, "Show every field and failure as one JSON document");
 }
 
-void print(const ctl::json &document, const options &options)
+void print(const ctl::json &document, const tool_options &options)
 {
     fmt::print("{}", ctl::document_text(document, options.ascii));
 }
 
-void print_version(const options &options)
+void print_version(const tool_options &options)
 {
-    if (options.json)
+    if (options.as_json)
         return print(ctl::version_document(VARNOKCTL_VERSION), options);
     const uint32_t number = VARNOK_GetVersion(nullptr, 0);
     fmt::print("varnokctl {}\n{} (0x{:08x})\n", VARNOKCTL_VERSION, varnok_version_description,
                number);
 }
 
-void complain(const std::vector<ctl::failure> &failures)
+void complain(const std::vector<ctl::failed_call> &failures)
 {
     std::fflush(stdout);
     for (const auto &failure : failures)
         fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
 }
 
-// A target that no port has counts as a failure of the call that lists them.
-void note_missing_target(ctl::host &host, const ctl::request &ask)
-{
-    size_t found = 0;
-    for (const auto &port : host.ports)
-        found += port.targets.size() + port.sessions.size();
-    if (!ask.target || found != 0 || host.ports.empty() || !host.failures.empty())
-        return;
-    const bool listed = (ask.needs & ctl::need_targets) != 0;
-    host.failures.push_back({listed ? "VARNOK_GetTgtInfo" : "VARNOK_GetSessionInfo",
-                             VARNOK_STATUS_SUCCESS, ask.port, ask.target});
-}
-
-void print_document(const command &command, const ctl::host &host, const options &options)
+void print_document(const tool_command &command, const ctl::inventory &host,
+                    const tool_options &options)
 {
     print(command.kind != nullptr ? ctl::listing_document(host, *command.kind)
                                   : command.document(host),
           options);
 }
 
-void print_text(const command &command, const ctl::host &host, const options &options)
+void print_text(const tool_command &command, const ctl::inventory &host,
+                const tool_options &options)
 {
     const bool answered = !host.ports.empty() || host.failures.empty();
     if (!command.has_text && answered)
         print_document(command, host, options);
-    else if (options.dot && answered)
+    else if (options.as_dot && answered)
         fmt::print("{}", ctl::dot_text(host, options.style));
     else if (host.ports.empty() && host.failures.empty())
         fmt::print("no adapters found\n");
@@ -148,23 +144,22 @@ void print_text(const command &command, const ctl::host &host, const options &op
     complain(host.failures);
 }
 
-int show(const command &command, const options &options)
+int show(const tool_command &command, const tool_options &options)
 {
-    ctl::request ask = options.ask;
+    ctl::inventory_request ask = options.ask;
     ask.needs = command.needs;
-    ctl::host host = ctl::read_host(ask);
-    note_missing_target(host, ask);
-    if (options.json)
+    const ctl::inventory host = ctl::read_host(ask);
+    if (options.as_json)
         print_document(command, host, options);
     else
         print_text(command, host, options);
     return ctl::ending_of(host);
 }
 
-int show_scsi(const ctl::scsi_options &scsi, const options &options)
+int show_scsi(const ctl::scsi_options &scsi, const tool_options &options)
 {
     const ctl::scsi_result result = ctl::run_scsi(scsi);
-    if (options.json) {
+    if (options.as_json) {
         print(ctl::scsi_document(scsi.request, result), options);
     } else {
         fmt::print("{}", ctl::scsi_text(result));
@@ -208,8 +203,8 @@ int run(int argc, char **argv)
 {
     std::setlocale(LC_CTYPE, "");
     keep_memory();
-    options options;
-    const command *chosen = nullptr;
+    tool_options options;
+    const tool_command *chosen = nullptr;
 
     CLI::App app(description, "varnokctl");
     app.footer(ctl::endings_text() + footer);
@@ -218,15 +213,15 @@ int run(int argc, char **argv)
     add_output_options(
         *app.add_subcommand("version", "Show the versions of the tool and of the library"),
         options);
-    for (const command &command : commands) {
+    for (const tool_command &command : commands) {
         CLI::App *sub = app.add_subcommand(command.name, command.help);
         add_output_options(*sub, options);
         add_options(*sub, command, options);
         sub->callback([&chosen, &command] { chosen = &command; });
     }
-    ctl::scsi_options scsi_options;
-    CLI::App *scsi = ctl::add_scsi(app, scsi_options);
-    add_output_options(*scsi, options);
+    ctl::scsi_options scsi;
+    CLI::App *scsi_app = ctl::add_scsi(app, scsi);
+    add_output_options(*scsi_app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -237,8 +232,8 @@ int run(int argc, char **argv)
     options.style.width = ctl::output_width();
     if (chosen != nullptr)
         return show(*chosen, options);
-    if (scsi->parsed())
-        return show_scsi(scsi_options, options);
+    if (scsi_app->parsed())
+        return show_scsi(scsi, options);
     print_version(options);
     return ctl::all_well;
 }

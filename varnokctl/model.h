@@ -7,37 +7,32 @@
 
 #include <varnok_mgmt.h>
 
+#include "varnokctl/failure.h"
+
 namespace ctl
 {
 
-struct session {
+struct session_entry {
     uint32_t target; // number of the port's target that the session leads to
     VARNOK_SESS_INFO info;
 };
 
-struct target {
+struct target_entry {
     VARNOK_TGT_INFO info;
     std::vector<VARNOK_LUN_INFO> luns;
 };
 
-struct port {
+struct port_entry {
     uint32_t instance = 0;
     std::optional<VARNOK_PHY_PORT_INFO> info{}; // absent when the port could not be opened or read
     std::optional<VARNOK_ISCSI_PORTAL> portal{};
-    std::vector<session> sessions{};
-    std::vector<target> targets{};
+    std::vector<session_entry> sessions{};
+    std::vector<target_entry> targets{};
 };
 
-struct failure {
-    const char *call;
-    uint32_t status;
-    std::optional<uint32_t> port;
-    std::optional<uint32_t> target;
-};
-
-struct host {
-    std::vector<port> ports;
-    std::vector<failure> failures;
+struct inventory {
+    std::vector<port_entry> ports;
+    std::vector<failed_call> failures;
 };
 
 } // namespace ctl

@@ -1,11 +1,11 @@
-#include "progress.h"
+#include "varnokctl/progress.h"
 
 #include <cstdlib>
 #include <string_view>
 
 #include <fmt/format.h>
 
-#include "terminal.h"
+#include "varnokctl/terminal.h"
 
 namespace ctl
 {

@@ -3,18 +3,18 @@
 
 #include <string>
 
-#include "fields.h"
+#include "varnokctl/fields.h"
 
 namespace ctl
 {
 
 // The whole host as a tree.
-std::string tree_text(const host &host, const style &style);
+std::string tree_text(const inventory &host, const output_style &style);
 
 // The same in Graphviz's language, from which dot makes a picture.
-std::string dot_text(const host &host, const style &style);
+std::string dot_text(const inventory &host, const output_style &style);
 
 // The records of a kind as a table, or with all their fields.
-std::string listing_text(const host &host, const kind &kind, const style &style);
+std::string listing_text(const inventory &host, const record_kind &kind, const output_style &style);
 
 } // namespace ctl

@@ -1,38 +1,20 @@
-#include "scsi.h"
+#include "varnokctl/scsi.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "library.h"
-#include "sense.h"
+#include "varnokctl/library.h"
+#include "varnokctl/sense.h"
 
 namespace ctl
 {
 namespace
 {
 
-// Notes a call that failed.
-class noter
+bool good(call_name call, uint32_t status, const scsi_request &request, scsi_result &result)
 {
-  public:
-    noter(const scsi_request &request, scsi_result &result) : request_(request), result_(result) {}
-
-    void note(const char *call, uint32_t status)
-    {
-        result_.failures.push_back({call, status, request_.port, request_.target});
-    }
-
-    bool good(const char *call, uint32_t status)
-    {
-        if (status != VARNOK_STATUS_SUCCESS)
-            note(call, status);
-        return status == VARNOK_STATUS_SUCCESS;
-    }
-
-  private:
-    const scsi_request &request_;
-    scsi_result &result_;
-};
+    return succeeded(result.failures, call, status, request.port, request.target);
+}
 
 VARNOK_SCSI_CMND command_of(const scsi_request &request)
 {
@@ -48,7 +30,7 @@ VARNOK_SCSI_CMND command_of(const scsi_request &request)
     return command;
 }
 
-void send_to(uint32_t handle, const scsi_request &request, scsi_result &result, noter &noter)
+void send_to(uint32_t handle, const scsi_request &request, scsi_result &result)
 {
     VARNOK_SCSI_CMND command = command_of(request);
     std::vector<uint8_t> data = request.data;
@@ -57,10 +39,13 @@ void send_to(uint32_t handle, const scsi_request &request, scsi_result &result, 
     const auto sense = decode_sense(command.Sense);
     if (sense)
         result.sense.assign(sense->raw.begin(), sense->raw.end());
-    if (!noter.good("VARNOK_SendScsiCommand", status))
+    if (!good(call_name::send_scsi_command, status, request, result))
         return;
-    if (sense && !harmless(*sense))
-        return noter.note("VARNOK_SendScsiCommand", status);
+    if (sense && !harmless(*sense)) {
+        result.failures.push_back({call_name::send_scsi_command, failure_cause::refused_by_device,
+                                   request.port, request.target});
+        return;
+    }
     result.carried_out = true;
     if (request.direction == VARNOK_SCSI_DATA_IN)
         result.data = std::move(data);
@@ -71,14 +56,13 @@ void send_to(uint32_t handle, const scsi_request &request, scsi_result &result, 
 scsi_result send(const scsi_request &request)
 {
     scsi_result result;
-    noter noter(request, result);
-    const library library;
+    const loaded_library library;
     uint32_t handle = 0;
-    if (!noter.good("VARNOK_LoadLibrary", library.status()) ||
-        !noter.good("VARNOK_OpenAdapter", VARNOK_OpenAdapter(request.port, &handle)))
+    if (!good(call_name::load_library, library.status(), request, result) ||
+        !good(call_name::open_adapter, VARNOK_OpenAdapter(request.port, &handle), request, result))
         return result;
-    send_to(handle, request, result, noter);
-    noter.good("VARNOK_CloseAdapter", VARNOK_CloseAdapter(handle));
+    send_to(handle, request, result);
+    good(call_name::close_adapter, VARNOK_CloseAdapter(handle), request, result);
     return result;
 }
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "lun_address.h"
-#include "model.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/model.h"
 
 namespace ctl
 {
@@ -23,7 +23,7 @@ struct scsi_result {
     bool carried_out = false;
     std::vector<uint8_t> data; // from the device: all the room, as the library tells no length
     std::vector<uint8_t> sense;
-    std::vector<failure> failures;
+    std::vector<failed_call> failures;
 };
 
 scsi_result send(const scsi_request &request);

@@ -1,4 +1,4 @@
-#include "scsi_command.h"
+#include "varnokctl/scsi_command.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include <iterator>
 #include <span>
 
-#include "text.h"
+#include "varnokctl/text.h"
 
 namespace ctl
 {
@@ -29,7 +29,7 @@ size_t whole_length(const std::vector<uint8_t> &data) { return data.size(); }
 struct shorthand {
     const char *name;
     std::vector<uint8_t> cdb;
-    uint32_t in;
+    uint32_t data_in;
     size_t (*data_length)(const std::vector<uint8_t> &);
 };
 
@@ -79,11 +79,11 @@ void take_command(scsi_options &options)
     constexpr size_t longest_cdb = 16;
     const auto known = std::ranges::find(shorthands(), options.words.front(), &shorthand::name);
     if (known != shorthands().end() && options.words.size() == 1) {
-        if (options.in || !options.out_file.empty())
+        if (options.data_in || !options.out_file.empty())
             wrong("'" + options.words.front() + "' knows its data; leave --in and --out out");
         options.request.cdb = known->cdb;
-        if (known->in != 0)
-            options.in = known->in;
+        if (known->data_in != 0)
+            options.data_in = known->data_in;
         options.data_length = known->data_length;
         return;
     }
@@ -95,11 +95,11 @@ void take_command(scsi_options &options)
 void take_data(scsi_options &options)
 {
     scsi_request &request = options.request;
-    if (!options.save_file.empty() && !options.in)
+    if (!options.save_file.empty() && !options.data_in)
         wrong("--save needs data from the device: give --in");
-    if (options.in) {
+    if (options.data_in) {
         request.direction = VARNOK_SCSI_DATA_IN;
-        request.data.resize(*options.in);
+        request.data.resize(*options.data_in);
     }
     const bool writes = !options.out_file.empty() ||
                         std::ranges::find(changing, request.cdb[0]) != std::end(changing);
@@ -149,7 +149,7 @@ CLI::App *add_scsi(CLI::App &app, scsi_options &options)
     sub->add_option("-t,--target", options.request.target, "The target's number")->required();
     sub->add_option("-l,--lun", options.lun, "The LUN in decimal, or its eight bytes as 0x...")
         ->required();
-    CLI::Option *in = sub->add_option("--in", options.in, "Bytes that come from the device");
+    CLI::Option *in = sub->add_option("--in", options.data_in, "Bytes that come from the device");
     in->check(CLI::Range(1U, most_data));
     sub->add_option("--out", options.out_file, "A file whose bytes go to the device; needs --yes")
         ->check(CLI::ExistingFile)
@@ -168,8 +168,9 @@ scsi_result run_scsi(const scsi_options &options)
         result.data.resize(std::min(result.data.size(), options.data_length(result.data)));
     if (result.carried_out && !options.save_file.empty())
         if (const int why = save(options.save_file, result.data))
-            result.failures.push_back({"write", static_cast<uint32_t>(why), options.request.port,
-                                       options.request.target});
+            result.failures.push_back({call_name::write_file, failure_cause::file_not_written,
+                                       options.request.port, options.request.target,
+                                       static_cast<uint32_t>(why)});
     return result;
 }
 

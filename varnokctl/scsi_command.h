@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "scsi.h"
+#include "varnokctl/scsi.h"
 
 namespace ctl
 {
@@ -16,7 +16,7 @@ struct scsi_options {
     scsi_request request;
     std::string lun;
     std::vector<std::string> words; // a CDB or a shorthand
-    std::optional<uint32_t> in;
+    std::optional<uint32_t> data_in;
     std::string out_file;
     std::string save_file;
     bool yes = false;

@@ -1,11 +1,11 @@
-#include "scsi_output.h"
+#include "varnokctl/scsi_output.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-#include "document.h"
-#include "sense.h"
+#include "varnokctl/document.h"
+#include "varnokctl/sense.h"
 
 namespace ctl
 {
@@ -44,7 +44,7 @@ std::string dump(std::span<const uint8_t> data)
     return text + fmt::format("{:06x}\n", data.size());
 }
 
-std::string sense_text(const sense &sense)
+std::string sense_text(const sense_data &sense)
 {
     const std::string words = code_text(sense);
     return fmt::format("Sense  {}{}, {:x}/{:02x}/{:02x}{}{}\n       {}\n",
@@ -52,7 +52,7 @@ std::string sense_text(const sense &sense)
                        sense.ascq, words.empty() ? "" : ": ", words, hex_bytes(sense.raw, " "));
 }
 
-json sense_object(const sense &sense)
+json sense_object(const sense_data &sense)
 {
     return {{"format", sense.descriptors ? "descriptor" : "fixed"},
             {"deferred", sense.deferred},

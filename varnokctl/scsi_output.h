@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "fields.h"
-#include "scsi.h"
+#include "varnokctl/fields.h"
+#include "varnokctl/scsi.h"
 
 namespace ctl
 {

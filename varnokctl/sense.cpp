@@ -1,4 +1,4 @@
-#include "sense.h"
+#include "varnokctl/sense.h"
 
 #include <algorithm>
 
@@ -65,7 +65,7 @@ constexpr code_word codes[] = {
 
 } // namespace
 
-std::optional<sense> decode_sense(std::span<const uint8_t> buffer)
+std::optional<sense_data> decode_sense(std::span<const uint8_t> buffer)
 {
     constexpr size_t header = 8;
     constexpr size_t fixed_codes_end = 14;
@@ -76,25 +76,25 @@ std::optional<sense> decode_sense(std::span<const uint8_t> buffer)
     const bool deferred = response % 2 != 0;
     const auto low = [](uint8_t byte) { return static_cast<uint8_t>(byte & 0x0FU); };
     if (response >= 0x72)
-        return sense{true, deferred, low(raw[1]), raw[2], raw[3], raw};
+        return sense_data{true, deferred, low(raw[1]), raw[2], raw[3], raw};
     const bool codes_there = raw.size() >= fixed_codes_end;
-    return sense{false,
-                 deferred,
-                 low(raw[2]),
-                 codes_there ? raw[12] : uint8_t{0},
-                 codes_there ? raw[13] : uint8_t{0},
-                 raw};
+    return sense_data{false,
+                      deferred,
+                      low(raw[2]),
+                      codes_there ? raw[12] : uint8_t{0},
+                      codes_there ? raw[13] : uint8_t{0},
+                      raw};
 }
 
-bool harmless(const sense &sense)
+bool harmless(const sense_data &sense)
 {
     constexpr uint8_t recovered = 1, completed = 15;
     return !sense.deferred && (sense.key <= recovered || sense.key == completed);
 }
 
-std::string key_text(const sense &sense) { return keys[sense.key]; }
+std::string key_text(const sense_data &sense) { return keys[sense.key]; }
 
-std::string code_text(const sense &sense)
+std::string code_text(const sense_data &sense)
 {
     const unsigned code = static_cast<unsigned>(sense.asc) << 8 | sense.ascq;
     for (const code_word &word : codes)

@@ -9,7 +9,7 @@
 namespace ctl
 {
 
-struct sense {
+struct sense_data {
     bool descriptors; // else in the fixed format
     bool deferred;    // of an earlier command; this one was not begun
     uint8_t key, asc, ascq;
@@ -17,12 +17,12 @@ struct sense {
 };
 
 // Nothing when the buffer holds no sense data.
-std::optional<sense> decode_sense(std::span<const uint8_t> buffer);
+std::optional<sense_data> decode_sense(std::span<const uint8_t> buffer);
 
 // Whether the device carried the command out nevertheless.
-bool harmless(const sense &sense);
+bool harmless(const sense_data &sense);
 
-std::string key_text(const sense &sense);  // "illegal request"
-std::string code_text(const sense &sense); // "logical unit not supported"; empty when unknown
+std::string key_text(const sense_data &sense);  // "illegal request"
+std::string code_text(const sense_data &sense); // "logical unit not supported"; empty when unknown
 
 } // namespace ctl

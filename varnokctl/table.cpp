@@ -1,4 +1,4 @@
-#include "table.h"
+#include "varnokctl/table.h"
 
 #include <algorithm>
 #include <numeric>
@@ -17,12 +17,13 @@ const std::string &shown(const std::string &cell)
     return cell.empty() ? nothing : cell;
 }
 
-std::vector<size_t> natural_widths(const std::vector<column> &columns, const std::vector<row> &rows)
+std::vector<size_t> natural_widths(const std::vector<table_column> &columns,
+                                   const std::vector<table_row> &rows)
 {
     std::vector<size_t> widths;
     for (size_t at = 0; at < columns.size(); at++) {
         size_t width = display_width(columns[at].title);
-        for (const row &row : rows)
+        for (const table_row &row : rows)
             width = std::max(width, display_width(shown(row[at])));
         widths.push_back(width);
     }
@@ -30,7 +31,7 @@ std::vector<size_t> natural_widths(const std::vector<column> &columns, const std
 }
 
 // The widest of the columns that can still give way; their number when there is none.
-size_t widest_of(const std::vector<column> &columns, const std::vector<size_t> &widths,
+size_t widest_of(const std::vector<table_column> &columns, const std::vector<size_t> &widths,
                  bool long_texts_only)
 {
     size_t widest = columns.size();
@@ -43,7 +44,7 @@ size_t widest_of(const std::vector<column> &columns, const std::vector<size_t> &
     return widest;
 }
 
-void shrink(std::vector<size_t> &widths, const std::vector<column> &columns, size_t limit)
+void shrink(std::vector<size_t> &widths, const std::vector<table_column> &columns, size_t limit)
 {
     size_t total = std::accumulate(widths.begin(), widths.end(), gap.size() * (widths.size() - 1));
     for (const bool long_texts_only : {true, false})
@@ -57,8 +58,8 @@ void shrink(std::vector<size_t> &widths, const std::vector<column> &columns, siz
 
 void trim_end(std::string &line) { line.erase(line.find_last_not_of(' ') + 1); }
 
-std::string line_of(const row &cells, const std::vector<column> &columns,
-                    const std::vector<size_t> &widths, const style &style)
+std::string line_of(const table_row &cells, const std::vector<table_column> &columns,
+                    const std::vector<size_t> &widths, const output_style &style)
 {
     std::string line;
     for (size_t at = 0; at < cells.size(); at++) {
@@ -72,27 +73,28 @@ std::string line_of(const row &cells, const std::vector<column> &columns,
 
 } // namespace
 
-std::string table_text(const std::vector<column> &columns, const std::vector<row> &rows,
-                       const style &style)
+std::string table_text(const std::vector<table_column> &columns, const std::vector<table_row> &rows,
+                       const output_style &style)
 {
     std::vector<size_t> widths = natural_widths(columns, rows);
     shrink(widths, columns, style.width);
-    row titles;
-    for (const column &column : columns)
+    table_row titles;
+    for (const table_column &column : columns)
         titles.push_back(column.title);
     std::string text = line_of(titles, columns, widths, style);
-    for (const row &row : rows)
+    for (const table_row &row : rows)
         text += line_of(row, columns, widths, style);
     return text;
 }
 
-std::string sheets_text(const std::vector<column> &columns, const std::vector<row> &rows)
+std::string sheets_text(const std::vector<table_column> &columns,
+                        const std::vector<table_row> &rows)
 {
     size_t width = 0;
-    for (const column &column : columns)
+    for (const table_column &column : columns)
         width = std::max(width, display_width(column.title));
     std::string text;
-    for (const row &row : rows) {
+    for (const table_row &row : rows) {
         text += text.empty() ? "" : "\n";
         for (size_t at = 0; at < columns.size(); at++)
             text += padded(columns[at].title, width) + std::string(gap) + shown(row[at]) + '\n';

@@ -1,4 +1,4 @@
-#include "terminal.h"
+#include "varnokctl/terminal.h"
 
 #include <charconv>
 #include <cstdlib>

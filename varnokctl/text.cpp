@@ -1,4 +1,4 @@
-#include "text.h"
+#include "varnokctl/text.h"
 
 #include <algorithm>
 #include <array>
@@ -104,7 +104,7 @@ std::vector<std::string_view> parts_of(std::string_view text)
 
 } // namespace
 
-std::string field_text(std::span<const uint8_t> field, const style &style)
+std::string field_text(std::span<const uint8_t> field, const output_style &style)
 {
     field = field.first(static_cast<size_t>(std::ranges::find(field, 0) - field.begin()));
     while (!field.empty() && field.back() == ' ')
@@ -184,7 +184,7 @@ std::string padded(const std::string &text, size_t width, bool right)
     return right ? fill + text : text + fill;
 }
 
-std::string shortened(const std::string &text, size_t width, const style &style)
+std::string shortened(const std::string &text, size_t width, const output_style &style)
 {
     if (display_width(text) <= width)
         return text;

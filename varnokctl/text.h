@@ -11,7 +11,7 @@ namespace ctl
 {
 
 // How output is to look.
-struct style {
+struct output_style {
     bool utf8 = false;    // else plain ASCII
     bool bytes = false;   // sizes in bytes too
     bool details = false; // every field, not only those that fit a table
@@ -20,7 +20,7 @@ struct style {
 
 // A text field: up to its NUL byte or its end, without trailing spaces. Whatever is not printable
 // is written as \xNN, a byte at a time, and so is the backslash; without UTF-8 all but ASCII is.
-std::string field_text(std::span<const uint8_t> field, const style &style);
+std::string field_text(std::span<const uint8_t> field, const output_style &style);
 
 // Bytes as hexadecimal digits in lower case, with a separator between two bytes.
 std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator = "");
@@ -49,6 +49,6 @@ std::string padded(const std::string &text, size_t width, bool right = false);
 
 // The text with its middle left out when it is wider than that: names differ at their end. No
 // character and no escape is cut in two.
-std::string shortened(const std::string &text, size_t width, const style &style);
+std::string shortened(const std::string &text, size_t width, const output_style &style);
 
 } // namespace ctl

@@ -1,21 +1,21 @@
-#include "render.h"
+#include "varnokctl/render.h"
 
 #include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "facts.h"
-#include "words.h"
+#include "varnokctl/facts.h"
+#include "varnokctl/words.h"
 
 namespace ctl
 {
 namespace
 {
 
-struct node {
+struct tree_node {
     std::vector<std::string> facts; // empty ones are left out
-    std::vector<node> children;
+    std::vector<tree_node> children;
 };
 
 constexpr std::string_view gap = "  "; // between two facts
@@ -23,22 +23,22 @@ constexpr size_t least_width = 8;      // for a fact, however deep it stands
 
 bool is_blank(const std::string &fact) { return fact.find_first_not_of(' ') == std::string::npos; }
 
-struct lines {
+struct branch_lines {
     const char *branch, *last_branch, *trunk, *blank;
 };
-constexpr lines box_lines = {"├─ ", "└─ ", "│  ", "   "};
-constexpr lines ascii_lines = {"|- ", "`- ", "|  ", "   "};
+constexpr branch_lines box_lines = {"├─ ", "└─ ", "│  ", "   "};
+constexpr branch_lines ascii_lines = {"|- ", "`- ", "|  ", "   "};
 
-class printer
+class tree_printer
 {
   public:
-    explicit printer(const style &style)
+    explicit tree_printer(const output_style &style)
         : style_(style), lines_(style.utf8 ? box_lines : ascii_lines)
     {
     }
 
     // first starts the node's first line, rest every other line of it and of its children.
-    void print(const node &node, const std::string &first, const std::string &rest)
+    void print(const tree_node &node, const std::string &first, const std::string &rest)
     {
         const std::string below = rest + (node.children.empty() ? "" : lines_.trunk);
         const size_t indent = display_width(first) + display_width(node.facts.front()) + gap.size();
@@ -83,19 +83,19 @@ class printer
         text_ += line + '\n';
     }
 
-    const style &style_;
-    const lines &lines_;
+    const output_style &style_;
+    const branch_lines &lines_;
     std::string text_;
 };
 
 // The LUNs of a target stand below each other: their facts take equal widths, and so the bytes are
 // a fact of their own.
-std::vector<node> lun_nodes(const target &target, const style &style)
+std::vector<tree_node> lun_nodes(const target_entry &target, const output_style &style)
 {
     constexpr size_t size_fact = 2;
-    std::vector<node> nodes;
+    std::vector<tree_node> nodes;
     std::vector<size_t> widths;
-    ctl::style without_bytes = style;
+    ctl::output_style without_bytes = style;
     without_bytes.bytes = false;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
         std::vector<std::string> facts = lun_facts(lun, without_bytes);
@@ -108,13 +108,13 @@ std::vector<node> lun_nodes(const target &target, const style &style)
             widths[at] = std::max(widths[at], display_width(facts[at]));
         nodes.push_back({std::move(facts), {}});
     }
-    for (node &node : nodes)
+    for (tree_node &node : nodes)
         for (size_t at = 0; at + 1 < widths.size(); at++) // nothing comes after the name
             node.facts[at] = padded(node.facts[at], widths[at], at >= size_fact);
     return nodes;
 }
 
-node target_node(const target &target, const port &port, const style &style)
+tree_node target_node(const target_entry &target, const port_entry &port, const output_style &style)
 {
     return {{fmt::format("Target {}", +target.info.ScsiTgtNum),
              field_text(target.info.TargetName, style), target_address(port, target),
@@ -122,9 +122,9 @@ node target_node(const target &target, const port &port, const style &style)
             lun_nodes(target, style)};
 }
 
-node port_node(const port &port, const style &style)
+tree_node port_node(const port_entry &port, const output_style &style)
 {
-    node node{{fmt::format("Port {}", port.instance)}, {}};
+    tree_node node{{fmt::format("Port {}", port.instance)}, {}};
     if (!port.info) {
         node.facts.emplace_back("not readable");
         return node;
@@ -138,21 +138,21 @@ node port_node(const port &port, const style &style)
         node.facts.push_back(ip_address(port.portal->IPv4Addr));
         node.facts.push_back(ip_address(port.portal->IPv6Addr));
     }
-    for (const target &target : port.targets)
+    for (const target_entry &target : port.targets)
         node.children.push_back(target_node(target, port, style));
     return node;
 }
 
 } // namespace
 
-std::string tree_text(const host &host, const style &style)
+std::string tree_text(const inventory &host, const output_style &style)
 {
-    node top{{"Host"}, {}};
+    tree_node top{{"Host"}, {}};
     for (const std::string &fact : host_facts(host))
         top.facts.push_back(fact);
-    for (const port &port : host.ports)
+    for (const port_entry &port : host.ports)
         top.children.push_back(port_node(port, style));
-    printer printer(style);
+    tree_printer printer(style);
     printer.print(top, "", "");
     return printer.text();
 }

@@ -1,4 +1,4 @@
-#include "words.h"
+#include "varnokctl/words.h"
 
 #include <span>
 
@@ -9,34 +9,34 @@ namespace ctl
 namespace
 {
 
-struct word {
+struct code_word {
     uint32_t code;
     const char *text;
 };
 
-constexpr word port_states[] = {
+constexpr code_word port_states[] = {
     {VARNOK_PORT_STATE_0, "online"},
     {VARNOK_PORT_STATE_1, "offline"},
 };
 
-constexpr word port_speeds[] = {
+constexpr code_word port_speeds[] = {
     {VARNOK_PORT_SPEED_10G, "10 Gbit/s"}, {VARNOK_PORT_SPEED_20G, "20 Gbit/s"},
     {VARNOK_PORT_SPEED_25G, "25 Gbit/s"}, {VARNOK_PORT_SPEED_40G, "40 Gbit/s"},
     {VARNOK_PORT_SPEED_50G, "50 Gbit/s"},
 };
 
-constexpr word pcie_speeds[] = {
+constexpr code_word pcie_speeds[] = {
     {VARNOK_PCIE_SPEED_2_5GT, " 2.5 GT/s"},
     {VARNOK_PCIE_SPEED_5_0GT, " 5.0 GT/s"},
     {VARNOK_PCIE_SPEED_8_0GT, " 8.0 GT/s"},
 };
 
-constexpr word pcie_widths[] = {
+constexpr code_word pcie_widths[] = {
     {VARNOK_PCIE_WIDTH_X1, " x1"}, {VARNOK_PCIE_WIDTH_X2, " x2"},   {VARNOK_PCIE_WIDTH_X4, " x4"},
     {VARNOK_PCIE_WIDTH_X8, " x8"}, {VARNOK_PCIE_WIDTH_X16, " x16"}, {VARNOK_PCIE_WIDTH_X32, " x32"},
 };
 
-constexpr word device_types[] = {
+constexpr code_word device_types[] = {
     {0x00, "disk"},        {0x01, "tape"},        {0x02, "printer"},    {0x03, "processor"},
     {0x04, "write-once"},  {0x05, "cd/dvd"},      {0x06, "scanner"},    {0x07, "optical"},
     {0x08, "changer"},     {0x09, "comms"},       {0x0C, "array"},      {0x0D, "enclosure"},
@@ -44,9 +44,9 @@ constexpr word device_types[] = {
     {0x12, "automation"},  {0x13, "security"},    {0x14, "zoned disk"}, {0x1E, "well-known"},
 };
 
-std::string find(std::span<const word> words, uint32_t code, const char *otherwise = "")
+std::string find(std::span<const code_word> words, uint32_t code, const char *otherwise = "")
 {
-    for (const word &word : words)
+    for (const code_word &word : words)
         if (word.code == code)
             return word.text;
     return otherwise;

@@ -1,0 +1,168 @@
+#include "varnokctl/failure.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <system_error>
+
+#include <fmt/format.h>
+
+namespace ctl
+{
+namespace
+{
+
+constexpr std::string_view call_texts[] = {
+    "VARNOK_LoadLibrary",
+    "VARNOK_GetPortCount",
+    "VARNOK_OpenAdapter",
+    "VARNOK_CloseAdapter",
+    "VARNOK_GetPhyPortInfo",
+    "VARNOK_GetIscsiPortal",
+    "VARNOK_GetSessionInfo",
+    "VARNOK_GetTgtInfo",
+    "VARNOK_GetLunInfo",
+    "VARNOK_SendScsiCommand",
+    "write",
+};
+static_assert(std::size(call_texts) == static_cast<size_t>(call_name::write_file) + 1);
+
+constexpr const char *see_log = "set VARNOK_API_DEBUG=4 and repeat the command to see why";
+constexpr const char *see_driver = "look in the system log for the adapter driver's messages, and "
+                                   "repeat the command with VARNOK_API_DEBUG=4";
+constexpr const char *reopen = "repeat the command; the port was closed behind it";
+
+struct status_words {
+    uint32_t status;
+    const char *name;
+    const char *meaning;
+    const char *next;
+};
+
+#define STATUS(name, meaning, next)                                                                \
+    {                                                                                              \
+        VARNOK_STATUS_##name, "VARNOK_STATUS_" #name, meaning, next                                \
+    }
+constexpr status_words statuses[] = {
+    STATUS(FAILED, "port not open, or driver status 1", reopen),
+    STATUS(DRIVER_2, "driver status 2", see_driver),
+    STATUS(DRIVER_3, "driver status 3", see_driver),
+    STATUS(INVALID_PARAMETER, "an argument is missing or invalid, or driver status 4", see_log),
+    STATUS(DRIVER_5, "driver status 5", see_driver),
+    STATUS(DRIVER_6, "driver status 6", see_driver),
+    STATUS(NOT_FOUND, "the driver knows no such port, session, target or LUN (driver status 7)",
+           "see what is there with 'varnokctl tree'"),
+    STATUS(DRIVER_8, "driver status 8", see_driver),
+    STATUS(INSUFFICIENT_BUFFER, "there are more entries than asked for, or driver status 9",
+           "repeat the command: the list may have grown meanwhile"),
+    STATUS(NO_MEMORY, "out of memory, or driver status 10", "free memory and repeat the command"),
+    STATUS(DRIVER_FAILED, "the driver failed the request without a usable status", see_driver),
+    STATUS(DRIVER_12, "driver status 12", see_driver),
+    STATUS(DRIVER_13, "driver status 13", see_driver),
+};
+#undef STATUS
+
+struct cause_words {
+    failure_cause cause;
+    std::string_view name;    // empty where the status has one
+    std::string_view meaning; // empty where the status says it
+    const char *next;
+};
+
+// What is known of a cause goes before what its status says.
+constexpr cause_words causes[] = {
+    {failure_cause::refused_by_system, "", "",
+     "see that the port's device is there and free, then repeat the command"},
+    {failure_cause::file_not_written, "", "",
+     "see that the file can be written; the command itself was carried out"},
+    {failure_cause::not_loaded, "", "not loaded: that takes root, ESXi and an adapter driver",
+     "run the command as root on an ESXi host with an adapter driver loaded; set "
+     "VARNOK_API_DEBUG=4 to see what is missing"},
+    {failure_cause::no_adapters, "", "this host has no adapters",
+     "load an adapter's driver; 'varnokctl ports' shows what is there"},
+    {failure_cause::no_such_port, "", "there is no such port",
+     "see the ports with 'varnokctl ports'"},
+    {failure_cause::too_much_data, "", "too much data for the driver, or driver status 4",
+     "move less data at once: ports of native drivers carry at most 262144 bytes"},
+    {failure_cause::refused_by_device, "refused by the device", "the device refused the command",
+     "see its sense data"},
+    {failure_cause::no_such_target, "no such target", "answered, but there is no such target",
+     "see the targets with 'varnokctl targets'"},
+    {failure_cause::list_incomplete, "list incomplete", "the target counts more LUNs than it lists",
+     "repeat the command; of more than 2047 LUNs only the first are listed"},
+};
+
+constexpr uint32_t first_failure = 0x80000000; // below it a status is an error number of the system
+
+// Some statuses mean something of their own when they come from one call.
+failure_cause cause_of(call_name call, uint32_t status)
+{
+    if (status < first_failure)
+        return failure_cause::refused_by_system;
+    if (call == call_name::load_library && status == VARNOK_STATUS_FAILED)
+        return failure_cause::not_loaded;
+    if (call == call_name::open_adapter && status == VARNOK_STATUS_FAILED)
+        return failure_cause::no_adapters;
+    if (call == call_name::open_adapter && status == VARNOK_STATUS_NOT_FOUND)
+        return failure_cause::no_such_port;
+    if (call == call_name::send_scsi_command && status == VARNOK_STATUS_INVALID_PARAMETER)
+        return failure_cause::too_much_data;
+    return failure_cause::refused_by_library;
+}
+
+failure_advice advice_on_status(uint32_t status)
+{
+    if (status == VARNOK_STATUS_SUCCESS)
+        return {};
+    if (status < first_failure) {
+        const char *name = strerrorname_np(static_cast<int>(status));
+        return {name == nullptr ? "unknown error" : name, fmt::to_string(status),
+                std::generic_category().message(static_cast<int>(status)), ""};
+    }
+    const std::string number = fmt::format("0x{:08X}", status);
+    const auto *words = std::ranges::find(statuses, status, &status_words::status);
+    if (words == std::end(statuses))
+        return {"unknown status", number, "no status that the library documents", see_log};
+    return {words->name, number, words->meaning, words->next};
+}
+
+} // namespace
+
+bool succeeded(std::vector<failed_call> &failures, call_name call, uint32_t status,
+               std::optional<uint32_t> port, std::optional<uint32_t> target)
+{
+    if (status != VARNOK_STATUS_SUCCESS)
+        failures.push_back({call, cause_of(call, status), port, target, status});
+    return status == VARNOK_STATUS_SUCCESS;
+}
+
+failure_advice advice_on(const failed_call &failure)
+{
+    failure_advice advice = advice_on_status(failure.status);
+    const auto *words = std::ranges::find(causes, failure.cause, &cause_words::cause);
+    if (words == std::end(causes))
+        return advice;
+    if (!words->name.empty())
+        advice.name = words->name;
+    if (!words->meaning.empty())
+        advice.meaning = words->meaning;
+    advice.next = words->next;
+    return advice;
+}
+
+std::string_view call_text(call_name call) { return call_texts[static_cast<size_t>(call)]; }
+
+std::string failure_text(const failed_call &failure)
+{
+    const failure_advice advice = advice_on(failure);
+    std::string text(call_text(failure.call));
+    if (failure.port)
+        text += fmt::format(", port {}", *failure.port);
+    if (failure.target)
+        text += fmt::format(", target {}", *failure.target);
+    if (!advice.number.empty())
+        text += fmt::format(": {} ({})", advice.name, advice.number);
+    return text + fmt::format(": {}; next: {}", advice.meaning, advice.next);
+}
+
+} // namespace ctl
