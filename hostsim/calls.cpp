@@ -3,11 +3,12 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <unistd.h>
-#include <vector>
 
 #include "calls.h"
 #include "drivers.h"
@@ -18,19 +19,9 @@ using namespace hostsim;
 namespace
 {
 
-struct device {
-    int fd;
-    driver_id driver;
-};
-
 struct device_table {
     std::mutex lock;
-    std::vector<device> open;
-
-    auto find(int fd)
-    {
-        return std::find_if(open.begin(), open.end(), [fd](const device &d) { return d.fd == fd; });
-    }
+    std::map<int, driver_id> open; // by descriptor
 };
 
 // Made at its first use: other libraries call these functions before constructors have run.
@@ -50,6 +41,29 @@ const driver_facts *driver_at(std::string_view path)
         return !d.native && d.name == path.substr(folder.size());
     });
     return at == drivers.end() ? nullptr : at;
+}
+
+std::optional<driver_id> driver_of(int fd)
+{
+    std::lock_guard lock(devices().lock);
+    const auto at = devices().open.find(fd);
+    return at == devices().open.end() ? std::nullopt : std::optional(at->second);
+}
+
+void keep(int fd, std::optional<driver_id> driver)
+{
+    std::lock_guard lock(devices().lock);
+    devices().open.erase(fd);
+    if (driver)
+        devices().open.emplace(fd, *driver);
+}
+
+// A duplicate is a descriptor of the same device. What it was before is closed.
+int kept_duplicate(int fd, long made)
+{
+    if (made >= 0)
+        keep(static_cast<int>(made), driver_of(fd));
+    return static_cast<int>(made);
 }
 
 int real_open(const char *path, int flags, mode_t mode)
@@ -76,33 +90,42 @@ int calls::open(const char *path, int flags, mode_t mode)
     if (host->open_device(driver) != 0)
         return -1;
     int fd = real_open("/dev/null", flags, mode); // a character device for fstat, too
-    if (fd >= 0) {
-        std::lock_guard lock(devices().lock);
-        devices().open.push_back({fd, driver});
-    }
+    if (fd >= 0)
+        keep(fd, driver);
     return fd;
 }
 
 int calls::close(int fd)
 {
-    {
-        std::lock_guard lock(devices().lock);
-        auto at = devices().find(fd);
-        if (at != devices().open.end())
-            devices().open.erase(at);
-    }
+    keep(fd, std::nullopt);
     return static_cast<int>(syscall(SYS_close, fd));
+}
+
+int calls::fcntl(int fd, int command, void *argument)
+{
+    const long result = syscall(SYS_fcntl, fd, command, argument);
+    const bool duplicates = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    return duplicates ? kept_duplicate(fd, result) : static_cast<int>(result);
+}
+
+int calls::dup(int fd) { return kept_duplicate(fd, syscall(SYS_dup, fd)); }
+
+// Not every architecture has a call of its own for this.
+int calls::dup2(int fd, int to)
+{
+    if (fd != to)
+        return dup3(fd, to, 0);
+    return fcntl(fd, F_GETFD, nullptr) < 0 ? -1 : fd;
+}
+
+int calls::dup3(int fd, int to, int flags)
+{
+    return kept_duplicate(fd, syscall(SYS_dup3, fd, to, flags));
 }
 
 int calls::ioctl(int fd, unsigned long code, void *argument)
 {
-    std::optional<driver_id> driver;
-    {
-        std::lock_guard lock(devices().lock);
-        auto at = devices().find(fd);
-        if (at != devices().open.end())
-            driver = at->driver;
-    }
+    const std::optional<driver_id> driver = driver_of(fd);
     machine *host = driver ? current() : nullptr;
     if (!host)
         return static_cast<int>(syscall(SYS_ioctl, fd, code, argument));

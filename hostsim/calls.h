@@ -12,6 +12,10 @@ namespace hostsim::calls
 
 int open(const char *path, int flags, mode_t mode);
 int close(int fd);
+int fcntl(int fd, int command, void *argument);
+int dup(int fd);
+int dup2(int fd, int to);
+int dup3(int fd, int to, int flags);
 int ioctl(int fd, unsigned long code, void *argument);
 int uname(utsname *name);
 uid_t geteuid();

@@ -21,6 +21,25 @@ INTERPOSED int open(const char *path, int flags, ...)
 
 INTERPOSED int close(int fd) { return hostsim::calls::close(fd); }
 
+INTERPOSED int fcntl(int fd, int command, ...)
+{
+    va_list rest;
+    va_start(rest, command);
+    void *argument = va_arg(rest, void *);
+    va_end(rest);
+    return hostsim::calls::fcntl(fd, command, argument);
+}
+
+// Programs with 64-bit file offsets call it by this name.
+INTERPOSED int fcntl64(int fd, int command, ...) __attribute__((alias("fcntl")));
+
+INTERPOSED int dup(int fd) noexcept { return hostsim::calls::dup(fd); }
+INTERPOSED int dup2(int fd, int to) noexcept { return hostsim::calls::dup2(fd, to); }
+INTERPOSED int dup3(int fd, int to, int flags) noexcept
+{
+    return hostsim::calls::dup3(fd, to, flags);
+}
+
 INTERPOSED int ioctl(int fd, unsigned long code, ...) noexcept
 {
     va_list rest;

@@ -1,4 +1,5 @@
 // The simulated host: what its drivers answer to the library, and to callers that are not the library.
+#include "calls.h"
 #include "host_test.h"
 #include "kx_iscsi_vmkmgmt.h"
 #include "varnok_bytes.h"
@@ -300,6 +301,7 @@ TEST_F(CallerTest, OnlyKnownOnesAreAnswered)
     simulate(R"({"drivers":["rovani","tepli"],"faults":[
         {"driver":"tepli","request":"open","nth":2,"errno":"EBUSY"},
         {"driver":"rovani","request":"init","nth":2,"status":5}]})");
+    namespace calls = hostsim::calls;
     const int fd = open("/dev/char/vmkdriver/tepli", O_RDWR);
     EXPECT_EQ(hostsim::open_devices(), 1);
     EXPECT_EQ(error(open("/dev/char/vmkdriver/tepli", O_RDWR)), EBUSY);
@@ -313,7 +315,18 @@ TEST_F(CallerTest, OnlyKnownOnesAreAnswered)
     host->on_answer = [](exchange &e) { e.transport_errno = ENODEV; };
     EXPECT_EQ(error(ioctl(fd, TEPLI_IOCTL_BASE + 1, &header)), ENODEV);
     EXPECT_EQ(count, std::make_pair(-1, -1));
+    // A duplicate reaches the device without the first one, until it is closed or becomes another file's.
+    const int copies[] = {fcntl(fd, F_DUPFD, 100), fcntl(fd, F_DUPFD_CLOEXEC, 100), calls::dup(fd),
+                          calls::dup2(fd, 110), calls::dup3(fd, 111, O_CLOEXEC)};
+    EXPECT_EQ(calls::dup2(fd, fd), fd);
+    EXPECT_EQ(error(calls::dup2(112, 112)), EBADF);
     EXPECT_EQ(close(fd), 0);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(hostsim::open_devices(), 5 - i);
+        EXPECT_EQ(error(ioctl(copies[i], TEPLI_IOCTL_BASE + 1, &header)), ENODEV);
+        EXPECT_EQ(i == 0 ? calls::dup2(STDERR_FILENO, copies[i]) : close(copies[i]), i == 0 ? copies[i] : 0);
+    }
+    EXPECT_EQ(close(copies[0]), 0);
     EXPECT_EQ(hostsim::open_devices(), 0);
 
     vmk_uint32 &size = kx_iscsi_sig.callbacks[6].parmSizes[0];

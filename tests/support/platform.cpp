@@ -160,6 +160,16 @@ int close(int fd)
     return UNLESS_IT_FAILS(-1, "close", "", result);
 }
 
+// What the library duplicates it holds, too.
+int fcntl(int fd, int command, ...)
+{
+    FROM_REST(command, void *const argument = va_arg(rest, void *));
+    const int result = UNLESS_IT_FAILS(-1, "fcntl", to_string(command), hostsim::calls::fcntl(fd, command, argument));
+    if (FROM_LIBRARY && result >= 0 && (command == F_DUPFD || command == F_DUPFD_CLOEXEC))
+        descriptors.insert(result);
+    return result;
+}
+
 int ioctl(int fd, unsigned long request, ...)
 {
     FROM_REST(request, void *const argument = va_arg(rest, void *));
