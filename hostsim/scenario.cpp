@@ -5,7 +5,7 @@
 #include <numeric>
 
 #include "disk.h"
-#include "drivers.h"
+#include "requests.h"
 #include "values.h"
 
 namespace hostsim
@@ -19,16 +19,8 @@ constexpr uint32_t most_sessions = 65536;
 constexpr uint32_t most_luns = 65536; // a disk's identity keeps 16 bits for them
 constexpr uint32_t first_host_no = 32;
 
-constexpr std::array<std::string_view, 4> driver_names = {drivers[0].name, drivers[1].name,
-                                                          drivers[2].name, drivers[3].name};
-
 // A captured host says besides which command made the document, and what failed.
 constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
-
-// In the order of enum request.
-constexpr std::array<std::string_view, 9> request_names = {"init",      "open",     "hba_cnt",
-                                                           "hostno",    "pci_info", "port_info",
-                                                           "sess_info", "tgt_info", "scsi_cmd"};
 
 // Takes the value when fields has the key.
 bool read_field(std::span<const field> fields, settings &into, std::string_view key,
@@ -156,7 +148,7 @@ void read_session(const json &object, const place &at, const std::string &base,
 void add_ports(scenario &s, const place &at, uint32_t copies, std::optional<uint32_t> host_no)
 {
     port_description &described = s.descriptions.back();
-    driver_ports &same = s.by_driver[static_cast<size_t>(described.driver)];
+    driver_ports &same = s.of(described.driver);
     same.present = true;
 
     for (uint32_t k = 0; k < copies; k++) {
@@ -247,10 +239,10 @@ void read_fault(const json &object, const place &at, scenario &into)
 
     if (!driver_given || !request_given)
         at.fail(driver_given ? "request is missing" : "driver is missing");
-    bool native = facts(f.driver).native;
-    if ((f.what == request::open && native) || (f.what == request::init && !native))
+    const asked_of whom = facts(f.what).whom;
+    if (whom == (is_native(f.driver) ? asked_of::legacy_driver : asked_of::native_driver))
         place{&at, "request"}.fail("not made to this driver");
-    if (f.instance && f.what <= request::hba_cnt)
+    if (f.instance && whom != asked_of::port)
         place{&at, "instance"}.fail("the request is not made to a port");
     if (f.sense && f.what != request::scsi_cmd)
         place{&at, "sense"}.fail("only for scsi_cmd");
@@ -266,7 +258,7 @@ void check_fault_instances(const scenario &s)
 {
     for (size_t i = 0; i < s.faults.size(); i++) {
         const fault &f = s.faults[i];
-        const auto &ports = s.by_driver[static_cast<size_t>(f.driver)].by_instance;
+        const auto &ports = s.of(f.driver).by_instance;
         const place at{nullptr, "faults", i};
         if (f.instance && *f.instance >= ports.size())
             place{&at, "instance"}.fail("the driver has no such port");
@@ -309,7 +301,7 @@ scenario read_scenario(std::string_view text, const std::string &base)
             read_host(value, at, s);
         else if (key == "drivers")
             each_element(value, at, [&](const json &v, const place &here) {
-                s.by_driver[static_cast<size_t>(read_driver(v, here))].present = true;
+                s.of(read_driver(v, here)).present = true;
             });
         else if (key == "ports")
             each_element(value, at,
