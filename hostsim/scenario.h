@@ -96,6 +96,7 @@ struct driver_ports {
 };
 
 struct scenario {
+    std::string folder; // relative file names start from there
     std::string sysname = "VMkernel";
     uint32_t euid = 0;
     uint32_t check_condition_status = 0;
