@@ -1,5 +1,6 @@
 // Drivers that lie, and callers that ask anything of them. The bytes say which drivers there are,
 // then what the caller does and, at each request of the library, how the true answer is spoilt.
+#include "drivers.h"
 #include "hostsim.h"
 #include "platform.h"
 #include "varnok_dbg.h"
@@ -17,8 +18,6 @@ using hostsim::request;
 namespace
 {
 
-constexpr const char *driver_names[] = {"rovani", "tepli", "pelt", "dxo"};
-
 // A LUN of each kind: two that READ CAPACITY(10) can say, one that it cannot, and one without a
 // medium.
 constexpr char sessions[] =
@@ -27,10 +26,12 @@ constexpr char sessions[] =
 std::string scenario_of(uint8_t drivers)
 {
     std::string ports;
-    for (size_t i = 0; i < std::size(driver_names); i++)
+    for (size_t i = 0; i < hostsim::driver_names.size(); ++i) {
+        const std::string name(hostsim::driver_names[i]);
         if ((drivers >> i & 1) != 0)
-            ports += std::string(ports.empty() ? "" : ",") + R"({"driver":")" + driver_names[i] +
-                     R"("},{"driver":")" + driver_names[i] + R"(","sessions":)" + sessions + "}";
+            ports += (ports.empty() ? "" : ",") + (R"({"driver":")" + name) + R"("},{"driver":")" +
+                     name + R"(","sessions":)" + sessions + "}";
+    }
     return R"({"ports":[)" + ports + "]}";
 }
 
@@ -68,7 +69,7 @@ class liar
         REQUIRE(std::ranges::all_of(sense, [](std::byte b) { return b == std::byte{}; }));
         data_ = {};
         const auto size = field<uint32_t>(e.record, offsetof(varnok_drv_scsi_cmd_ioctl, data_len));
-        if (native(e)) {
+        if (hostsim::is_native(e.driver)) {
             REQUIRE(size <= VARNOK_DRV_SCSI_DATA_MAX);
             data_ = e.record.subspan(head_size);
         } else {
@@ -87,18 +88,13 @@ class liar
             set_field(e.record, 0, field<int32_t>(e.record, 0) % most_ports);
         // Ports that are claimed beyond the true ones answer, or the library would look for them
         // for long.
-        if (e.what == request::hostno && !native(e) &&
+        if (e.what == request::hostno && !hostsim::is_native(e.driver) &&
             field<uint16_t>(e.header, offsetof(varnok_drv_ioctl, hbaselect)) >= first_claimed)
             e.status = 0, e.transport_errno = 0;
     }
 
   private:
     static constexpr size_t head_size = offsetof(varnok_drv_scsi_cmd_ioctl, data_addr);
-
-    static bool native(const exchange &e)
-    {
-        return e.driver == hostsim::driver_id::rovani || e.driver == hostsim::driver_id::pelt;
-    }
 
     void spoil_once(exchange &e, uint8_t how)
     {

@@ -38,7 +38,7 @@ const driver_facts *driver_at(std::string_view path)
     if (!path.starts_with(folder))
         return nullptr;
     const auto *at = std::find_if(drivers.begin(), drivers.end(), [&](const driver_facts &d) {
-        return !d.native && d.name == path.substr(folder.size());
+        return !is_native(d) && d.name == path.substr(folder.size());
     });
     return at == drivers.end() ? nullptr : at;
 }
@@ -86,12 +86,11 @@ int calls::open(const char *path, int flags, mode_t mode)
     if (!host)
         return real_open(path, flags, mode);
 
-    auto driver = static_cast<driver_id>(d - drivers.data());
-    if (host->open_device(driver) != 0)
+    if (host->open_device(d->id) != 0)
         return -1;
     int fd = real_open("/dev/null", flags, mode); // a character device for fstat, too
     if (fd >= 0)
-        keep(fd, driver);
+        keep(fd, d->id);
     return fd;
 }
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "drivers.h"
 #include "records.h"
+#include "requests.h"
 
 namespace hostsim
 {
@@ -15,41 +15,11 @@ namespace
 
 constexpr vmk_MgmtUserHandle first_handle = 0x4D680001;
 
-// How a request travels in either envelope.
-struct form {
-    request what;
-    uint32_t ioctl_number;
-    uint64_t callback;
-    size_t envelope_size;
-    size_t status_offset; // in the envelope
-    size_t record_offset; // in the envelope
-    size_t record_size;   // in an ioctl
-};
-
-#define ENVELOPE(number) VARNOK_DRV_REQUEST_##number, VARNOK_DRV_CALLBACK_##number
-constexpr form forms[] = {
-    {request::hba_cnt, ENVELOPE(HBA_CNT), sizeof(varnok_drv_hba_cnt_cb),
-     offsetof(varnok_drv_hba_cnt_cb, status), 0, sizeof(varnok_drv_hba_cnt)},
-    {request::hostno, ENVELOPE(HOSTNO), sizeof(varnok_drv_hostno_cb),
-     offsetof(varnok_drv_hostno_cb, status), 0, sizeof(varnok_drv_hostno)},
-    {request::pci_info, ENVELOPE(PCI_INFO), sizeof(varnok_drv_pci_info_cb), 4, 8,
-     sizeof(varnok_drv_pci_info)},
-    {request::port_info, ENVELOPE(PORT_INFO), sizeof(varnok_drv_port_info_cb), 4, 8,
-     sizeof(varnok_drv_port_info)},
-    {request::sess_info, ENVELOPE(SESS_INFO), sizeof(varnok_drv_sess_info_cb), 4, 8,
-     sizeof(varnok_drv_session_info)},
-    {request::tgt_info, ENVELOPE(TGT_INFO), sizeof(varnok_drv_tgt_info_cb), 4, 8,
-     sizeof(varnok_drv_tgt_info)},
-    {request::scsi_cmd, ENVELOPE(SCSI_CMD), sizeof(varnok_drv_scsi_cmd_cb), 4, 8,
-     sizeof(varnok_drv_scsi_cmd_ioctl)},
-};
-#undef ENVELOPE
-
-template <typename Match>
-const form *find_form(Match match)
+template <class Number>
+const request_facts *find_request(Number request_facts::*column, uint64_t number)
 {
-    const auto *at = std::find_if(std::begin(forms), std::end(forms), match);
-    return at == std::end(forms) ? nullptr : at;
+    const auto at = std::ranges::find(record_requests, number, column);
+    return at == record_requests.end() ? nullptr : &*at;
 }
 
 template <typename T>
@@ -73,15 +43,15 @@ bool is_name(const vmk_Name &name, std::string_view expected)
 bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
 {
     if (!is_name(s.name, name) || !is_name(s.vendor, VARNOK_DRV_SIGNATURE_VENDOR) ||
-        s.version != VARNOK_DRV_SIGNATURE_VERSION || s.numCallbacks != std::size(forms) ||
+        s.version != VARNOK_DRV_SIGNATURE_VERSION || s.numCallbacks != record_requests.size() ||
         !s.callbacks)
         return false;
-    return std::equal(std::begin(forms), std::end(forms), s.callbacks,
-                      [](const form &f, const vmk_MgmtCallbackInfo &c) {
+    return std::equal(record_requests.begin(), record_requests.end(), s.callbacks,
+                      [](const request_facts &r, const vmk_MgmtCallbackInfo &c) {
                           return c.location == VMK_MGMT_CALLBACK_KERNEL && !c.callback &&
                                  c.synchronous == 1 && c.numParms == 1 &&
                                  c.parmTypes[0] == VMK_MGMT_PARMTYPE_INOUT &&
-                                 c.parmSizes[0] == f.envelope_size && c.callbackId == f.callback;
+                                 c.parmSizes[0] == r.envelope_size && c.callbackId == r.callback;
                       });
 }
 
@@ -90,7 +60,7 @@ bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
 int machine::open_device(driver_id driver)
 {
     std::lock_guard lock(one_at_a_time);
-    if (!described.by_driver[static_cast<size_t>(driver)].present)
+    if (!described.of(driver).present)
         return fail(ENOENT);
     if (const fault *f = next_fault(driver, request::open, std::nullopt))
         return fail(f->error.value_or(ENOENT));
@@ -100,14 +70,13 @@ int machine::open_device(driver_id driver)
 int machine::init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &handle)
 {
     std::lock_guard lock(one_at_a_time);
-    for (size_t i = 0; i < drivers.size(); i++) {
-        if (!drivers[i].native || !described.by_driver[i].present ||
-            !is_signature(signature, drivers[i].name))
+    for (const driver_facts &d : drivers) {
+        if (!is_native(d) || !described.of(d.id).present || !is_signature(signature, d.name))
             continue;
-        if (const fault *f = next_fault(static_cast<driver_id>(i), request::init, std::nullopt))
+        if (const fault *f = next_fault(d.id, request::init, std::nullopt))
             return fail(f->error.value_or(ENODEV),
                         static_cast<int>(f->status.value_or(UINT32_MAX)));
-        handle = first_handle + i;
+        handle = first_handle + static_cast<uint64_t>(d.id);
         return 0;
     }
     return fail(ENODEV);
@@ -117,8 +86,8 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
 {
     std::lock_guard lock(one_at_a_time);
     const driver_facts &d = facts(driver);
-    const form *f = find_form([&](const form &x) { return d.ioctl_base + x.ioctl_number == code; });
-    if (!f)
+    const request_facts *r = find_request(&request_facts::ioctl_number, code - d.ioctl_base);
+    if (r == nullptr)
         return fail(ENOTTY);
     if (!header)
         return fail(EFAULT);
@@ -135,10 +104,10 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
         return fail(EFAULT);
 
     exchange e{driver,
-               f->what,
+               r->what,
                code,
                {static_cast<std::byte *>(header), sizeof h},
-               {record, f->record_size}};
+               {record, r->record_size}};
     return carry(e, offsetof(varnok_drv_ioctl, status));
 }
 
@@ -146,18 +115,20 @@ int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope
 {
     std::lock_guard lock(one_at_a_time);
     const uint64_t index = handle - first_handle;
-    if (index >= drivers.size() || !drivers[index].native || !described.by_driver[index].present)
+    if (index >= drivers.size())
         return fail(EBADF);
-    const form *f = find_form([&](const form &x) { return x.callback == callback; });
-    if (!f)
+    const driver_id driver = drivers[index].id;
+    if (!is_native(driver) || !described.of(driver).present)
+        return fail(EBADF);
+    const request_facts *r = find_request(&request_facts::callback, callback);
+    if (r == nullptr)
         return fail(EINVAL);
     if (!envelope)
         return fail(EFAULT);
 
-    std::span<std::byte> header(static_cast<std::byte *>(envelope), f->envelope_size);
-    exchange e{static_cast<driver_id>(index), f->what, callback, header,
-               header.subspan(f->record_offset)};
-    return carry(e, f->status_offset);
+    std::span<std::byte> header(static_cast<std::byte *>(envelope), r->envelope_size);
+    exchange e{driver, r->what, callback, header, header.subspan(r->record_offset)};
+    return carry(e, r->status_offset);
 }
 
 int machine::carry(exchange &e, size_t status_offset)
@@ -189,9 +160,9 @@ int machine::carry(exchange &e, size_t status_offset)
 
 const port *machine::find_port(const exchange &e) const
 {
-    const driver_ports &ports = described.by_driver[static_cast<size_t>(e.driver)];
+    const driver_ports &ports = described.of(e.driver);
     uint64_t instance = 0;
-    if (!facts(e.driver).native) {
+    if (!is_native(e.driver)) {
         instance = peek<uint16_t>(e.header, offsetof(varnok_drv_ioctl, hbaselect));
     } else if (e.what == request::hostno) {
         instance = peek<uint64_t>(e.header);
@@ -218,7 +189,7 @@ const fault *machine::next_fault(driver_id driver, request what, std::optional<u
 
 uint32_t machine::answer(exchange &e)
 {
-    const port *p = e.what == request::hba_cnt ? nullptr : find_port(e);
+    const port *p = facts(e.what).whom == asked_of::port ? find_port(e) : nullptr;
     std::optional<uint32_t> instance;
     if (p)
         instance = p->instance;
@@ -230,9 +201,9 @@ uint32_t machine::answer(exchange &e)
         return f->status.value_or(f->sense ? described.check_condition_status : 0);
     }
     if (e.what == request::hba_cnt) {
-        const driver_ports &ports = described.by_driver[static_cast<size_t>(e.driver)];
-        return give(e, facts(e.driver).native ? static_cast<int32_t>(ports.by_instance.size())
-                                              : ports.answering);
+        const driver_ports &ports = described.of(e.driver);
+        return give(e, is_native(e.driver) ? static_cast<int32_t>(ports.by_instance.size())
+                                           : ports.answering);
     }
     if (!p || p->described->absent)
         return status_not_found;
@@ -245,8 +216,8 @@ uint32_t machine::answer_port(exchange &e, const port &p)
     switch (e.what) {
     case request::hostno:
         poke(e.record, p.host_no,
-             facts(e.driver).native ? offsetof(varnok_drv_hostno_cb, host_no)
-                                    : offsetof(varnok_drv_hostno, host_no));
+             is_native(e.driver) ? offsetof(varnok_drv_hostno_cb, host_no)
+                                 : offsetof(varnok_drv_hostno, host_no));
         return 0;
     case request::pci_info:
         return give(e, pci_record(p));

@@ -15,22 +15,21 @@ namespace
 constexpr uint16_t iscsi_port = 3260;
 constexpr uint16_t vendor = 0x1E2B;
 
-// What the two generations of adapters have different.
-struct generation {
-    uint16_t device_id;
+// What the adapters of a family have by default.
+struct adapter {
     uint32_t pcie_speed;
     uint16_t speed; // Mbit/s
     const char *model_name;
     const char *model_desc;
 };
-constexpr generation older = {0x2E35, PCIE_SPEED_5_0GT, 10000, "MH1010",
-                              "Molvar Halcyon dual-port 10GbE iSCSI adapter"};
-constexpr generation newer = {0x7A24, PCIE_SPEED_8_0GT, 25000, "MH2025",
-                              "Molvar Halcyon dual-port 25GbE iSCSI adapter"};
+constexpr adapter older_adapter = {PCIE_SPEED_5_0GT, 10000, "MH1010",
+                                   "Molvar Halcyon dual-port 10GbE iSCSI adapter"};
+constexpr adapter newer_adapter = {PCIE_SPEED_8_0GT, 25000, "MH2025",
+                                   "Molvar Halcyon dual-port 25GbE iSCSI adapter"};
 
-const generation &generation_of(const port &p)
+const adapter &adapter_of(const driver_facts &d)
 {
-    return facts(p.described->driver).newer ? newer : older;
+    return d.adapters == family::newer ? newer_adapter : older_adapter;
 }
 
 template <size_t N>
@@ -127,16 +126,17 @@ bool is_on_ipv6(const session_description &s)
 varnok_drv_pci_info pci_record(const port &p)
 {
     constexpr uint32_t first_bus = 0x10, buses = 0xE0;
+    const driver_facts &driver = facts(p.described->driver);
     varnok_drv_pci_info r{};
     r.vendor_id = r.subvendor_id = vendor;
-    r.device_id = generation_of(p).device_id;
+    r.device_id = driver.device_ids.front();
     r.subsystem_id = 0x0001;
     r.domain_num = static_cast<uint16_t>(p.board / buses);
     r.bus_num = static_cast<uint16_t>(first_bus + p.board % buses);
     r.function_num = static_cast<uint16_t>(p.instance % 2);
     r.revision = 0x10;
     r.port_num = static_cast<uint16_t>(p.instance % 2 + 1);
-    r.pcie_speed = generation_of(p).pcie_speed;
+    r.pcie_speed = adapter_of(driver).pcie_speed;
     r.pcie_width = PCIE_LNK_X8;
     r.chip_rev_id = 0x11;
     store(p.described->pci, &r);
@@ -145,15 +145,16 @@ varnok_drv_pci_info pci_record(const port &p)
 
 varnok_drv_port_info port_record(const port &p)
 {
-    const generation &g = generation_of(p);
+    const driver_facts &driver = facts(p.described->driver);
+    const adapter &a = adapter_of(driver);
     varnok_drv_port_info r{};
     put(r.manufacturer, "Molvar");
-    put(r.model_name, "%s", g.model_name);
-    put(r.model_desc, "%s", g.model_desc);
+    put(r.model_name, "%s", a.model_name);
+    put(r.model_desc, "%s", a.model_desc);
     put(r.serial_num, "MH21%06u", p.index + 1);
     put(r.driver_version, "5.0.12.0");
     put(r.driver_date, "2021-09-14");
-    put(r.driver_name, "%s", facts(p.described->driver).name.data());
+    put(r.driver_name, "%s", driver.name.data());
     r.driver_loaded = 1;
     put(r.fw_version, "8.42.9.0");
     put(r.iqn, "iqn.2004-01.com.example:vmhba%u", p.host_no);
@@ -165,7 +166,7 @@ varnok_drv_port_info port_record(const port &p)
     std::memcpy(r.gateway, gateway, sizeof gateway);
     put_ipv6(r.ipv6addr, 0xFD, 0, 1, p.index + 1);
     put_ipv6(r.ipv6_router, 0xFE, 0x80, 0, 1);
-    r.port_sup_speed = r.port_speed = g.speed;
+    r.port_sup_speed = r.port_speed = a.speed;
     r.session_cnt = p.described->session_count;
     r.mtu = 1500;
     r.mfw_version = 0x082A0900;

@@ -1,12 +1,16 @@
 #include "scenario.h"
 
+#include "disk.h"
+#include "document.h"
+#include "members.h"
+#include "requests.h"
+#include "values.h"
+
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <numeric>
-
-#include "disk.h"
-#include "drivers.h"
-#include "values.h"
+#include <utility>
 
 namespace hostsim
 {
@@ -19,84 +23,84 @@ constexpr uint32_t most_sessions = 65536;
 constexpr uint32_t most_luns = 65536; // a disk's identity keeps 16 bits for them
 constexpr uint32_t first_host_no = 32;
 
-constexpr std::array<std::string_view, 4> driver_names = {drivers[0].name, drivers[1].name,
-                                                          drivers[2].name, drivers[3].name};
-
-// A captured host says besides which command made the document, and what failed.
 constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
 
-// In the order of enum request.
-constexpr std::array<std::string_view, 9> request_names = {"init",      "open",     "hba_cnt",
-                                                           "hostno",    "pci_info", "port_info",
-                                                           "sess_info", "tgt_info", "scsi_cmd"};
-
-// Takes the value when fields has the key.
-bool read_field(std::span<const field> fields, settings &into, std::string_view key,
-                const json &value, const place &at)
+driver_id to_driver(const json &value, const place &at)
 {
-    const field *f = find_field(fields, key);
-    if (f)
-        into.push_back({f, to_field(value, at, *f)});
-    return f != nullptr;
+    return drivers[to_choice(value, at, driver_names)].id;
 }
 
-driver_id read_driver(const json &value, const place &at)
+request to_request(const json &value, const place &at)
 {
-    return static_cast<driver_id>(to_choice(value, at, driver_names));
+    return requests[to_choice(value, at, request_names)].what;
 }
 
-void read_lun(const json &object, const place &at, const std::string &base, uint32_t &next_number,
-              session_description &into)
-{
-    lun_description d;
-    std::optional<uint64_t> size;
+// Descriptions while they are read. The folder is the scenario's.
+struct lun_draft : lun_description {
     uint32_t copies = 1;
-    lun_number first{lun_wire(next_number), false, next_number};
+    lun_number first{};
+    std::optional<uint64_t> given_size{};
+    std::optional<std::string> given_file{};
+};
 
-    each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
-        if (key == "repeat")
-            copies = to_u32(value, here, 1, lun_number_max + 1);
-        else if (key == "lun")
-            first = to_lun(value, here);
-        else if (key == "size")
-            size = to_byte_count(value, here);
-        else if (key == "block_size")
-            d.block_size = to_u32(value, here, 1);
-        else if (key == "device_type")
-            d.device_type = static_cast<uint8_t>(to_u32(value, here, 0, UINT8_MAX));
-        else if (key == "vendor")
-            d.vendor = to_text(value, here, 8);
-        else if (key == "product")
-            d.product = to_text(value, here, 16);
-        else if (key == "revision")
-            d.revision = to_text(value, here, 4);
-        else if (key == "file")
-            d.file = std::filesystem::path(base) / to_text(value, here, SIZE_MAX);
-        else
-            here.fail("unknown field");
-    });
+struct session_draft : session_description {
+    const std::string &folder;
+    uint32_t next_lun = 0;
+};
 
-    d.size = size.value_or(is_disk(d) ? 100ull << 30 : 0);
+struct port_draft : port_description {
+    const std::string &folder;
+    uint32_t copies = 1;
+    std::optional<uint32_t> host_no{};
+};
+
+// ---- LUNs -------------------------------------------------------------------------------------
+
+constexpr member<lun_draft> lun_members[] = {
+    {"repeat", number<&lun_draft::copies, 1, lun_number_max + 1>},
+    {"lun", made_by<&lun_draft::first, to_lun>},
+    {"size", made_by<&lun_draft::given_size, to_byte_count>},
+    {"block_size", number<&lun_draft::block_size, 1>},
+    {"device_type", number<&lun_draft::device_type>},
+    {"vendor", text<&lun_draft::vendor, 8>},
+    {"product", text<&lun_draft::product, 16>},
+    {"revision", text<&lun_draft::revision, 4>},
+    {"file", text<&lun_draft::given_file>},
+};
+
+void check_lun(lun_draft &d, const place &at, const std::string &folder)
+{
+    d.size = d.given_size.value_or(is_disk(d) ? 100ull << 30 : 0);
     if (d.size % d.block_size != 0)
         place{&at, "size"}.fail("not a multiple of the block size " + std::to_string(d.block_size));
-    if (first.raw && copies != 1)
+    if (d.first.raw && d.copies != 1)
         place{&at, "repeat"}.fail("not for a LUN that is given as its bytes");
-    if (!first.raw && first.number + copies - 1 > lun_number_max)
+    if (!d.first.raw && d.first.number + d.copies - 1 > lun_number_max)
         at.fail("its LUNs go beyond " + std::to_string(lun_number_max));
-    if (!d.file.empty()) {
-        std::string error = prepare_file(d.file, d.size);
-        if (!error.empty())
-            place{&at, "file"}.fail(error);
-    }
+    if (!d.given_file)
+        return;
+    d.file = std::filesystem::path(folder) / *d.given_file;
+    const std::string error = prepare_file(d.file, d.size);
+    if (!error.empty())
+        place{&at, "file"}.fail(error);
+}
 
-    auto description = static_cast<uint32_t>(into.lun_descriptions.size());
+void read_lun(session_draft &into, const json &object, const place &at)
+{
+    lun_draft d;
+    d.first = {lun_wire(into.next_lun), false, into.next_lun};
+    read_members(d, object, at, lun_members);
+    check_lun(d, at, into.folder);
+
+    const auto description = static_cast<uint32_t>(into.lun_descriptions.size());
+    if (d.first.raw) {
+        into.luns.push_back({d.first.wire, description});
+    } else {
+        for (uint32_t k = 0; k < d.copies; ++k)
+            into.luns.push_back({lun_wire(d.first.number + k), description});
+        into.next_lun = d.first.number + d.copies;
+    }
     into.lun_descriptions.push_back(std::move(d));
-    if (first.raw)
-        into.luns.push_back({first.wire, description});
-    for (uint32_t k = 0; !first.raw && k < copies; k++)
-        into.luns.push_back({lun_wire(first.number + k), description});
-    if (!first.raw)
-        next_number = first.number + copies;
 }
 
 void sort_luns(session_description &s)
@@ -106,14 +110,13 @@ void sort_luns(session_description &s)
     std::ranges::sort(s.luns_by_wire, {}, [&](uint32_t k) { return s.luns[k].wire; });
 }
 
-void read_luns(const json &array, const place &at, const std::string &base,
-               session_description &into)
+void read_luns(session_draft &into, const json &array, const place &at)
 {
-    uint32_t next_number = 0;
     into.luns.clear();
     into.lun_descriptions.clear();
+    into.next_lun = 0;
     each_element(array, at, [&](const json &value, const place &here) {
-        read_lun(value, here, base, next_number, into);
+        read_lun(into, value, here);
         if (into.luns.size() > most_luns)
             at.fail("more than " + std::to_string(most_luns) + " LUNs");
     });
@@ -124,27 +127,25 @@ void read_luns(const json &array, const place &at, const std::string &base,
         at.fail("a LUN is there twice");
 }
 
-void read_session(const json &object, const place &at, const std::string &base,
-                  port_description &into)
-{
-    session_description s;
-    s.first = into.session_count;
-    read_luns(json::array({json::object()}), at, base, s);
+// ---- Sessions ---------------------------------------------------------------------------------
 
-    each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
-        if (key == "repeat")
-            s.copies = to_u32(value, here, 1, most_copies);
-        else if (key == "luns")
-            read_luns(value, here, base, s);
-        else if (key == "target")
-            each_member(value, here,
-                        [&](const std::string &name, const json &v, const place &there) {
-                            if (!read_field(target_fields, s.target, name, v, there))
-                                there.fail("unknown field");
-                        });
-        else if (!read_field(session_fields, s.session, key, value, here))
-            here.fail("unknown field");
-    });
+void read_target(session_draft &into, const json &object, const place &at)
+{
+    read_members(into, object, at, {}, {{target_fields, into.target}});
+}
+
+constexpr member<session_draft> session_members[] = {
+    {"repeat", number<&session_draft::copies, 1, most_copies>},
+    {"luns", read_luns},
+    {"target", read_target},
+};
+
+void read_session(port_draft &into, const json &object, const place &at)
+{
+    session_draft s{{}, into.folder};
+    s.first = into.session_count;
+    read_luns(s, json::array({json::object()}), at);
+    read_members(s, object, at, session_members, {{session_fields, s.session}});
 
     into.session_count += s.copies;
     if (into.session_count > most_sessions)
@@ -152,14 +153,27 @@ void read_session(const json &object, const place &at, const std::string &base,
     into.sessions.push_back(std::move(s));
 }
 
+// ---- Ports ------------------------------------------------------------------------------------
+
+constexpr member<port_draft> port_members[] = {
+    {"driver", made_by<&port_draft::driver, to_driver>, required},
+    {"repeat", number<&port_draft::copies, 1, most_copies>},
+    {"host_no", number<&port_draft::host_no>},
+    {"absent", made_by<&port_draft::absent, to_bool>},
+    {"portal", made_by<&port_draft::portal, to_portal>},
+    {"sessions", array_of<read_session>},
+};
+
 // Gives every copy of a port its identity.
-void add_ports(scenario &s, const place &at, uint32_t copies, std::optional<uint32_t> host_no)
+void add_ports(scenario &s, const place &at, port_draft draft)
 {
-    port_description &described = s.descriptions.back();
-    driver_ports &same = s.by_driver[static_cast<size_t>(described.driver)];
+    const uint32_t copies = draft.copies;
+    const std::optional<uint32_t> host_no = draft.host_no;
+    port_description &described = s.descriptions.emplace_back(std::move(draft));
+    driver_ports &same = s.of(described.driver);
     same.present = true;
 
-    for (uint32_t k = 0; k < copies; k++) {
+    for (uint32_t k = 0; k < copies; ++k) {
         if (s.ports.size() == most_ports)
             at.fail("more than " + std::to_string(most_ports) + " ports");
         port p{};
@@ -182,75 +196,37 @@ void add_ports(scenario &s, const place &at, uint32_t copies, std::optional<uint
     }
 }
 
-void read_port(const json &object, const place &at, const std::string &base, scenario &into)
+void read_port(scenario &into, const json &object, const place &at)
 {
-    port_description &p = into.descriptions.emplace_back();
-    bool driver_given = false;
-    uint32_t copies = 1;
-    std::optional<uint32_t> host_no;
-
-    each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
-        if (key == "driver") {
-            p.driver = read_driver(value, here);
-            driver_given = true;
-        } else if (key == "repeat")
-            copies = to_u32(value, here, 1, most_copies);
-        else if (key == "host_no")
-            host_no = to_u32(value, here);
-        else if (key == "absent")
-            p.absent = to_bool(value, here);
-        else if (key == "portal")
-            p.portal = to_portal(value, here);
-        else if (key == "sessions")
-            each_element(value, here, [&](const json &v, const place &there) {
-                read_session(v, there, base, p);
-            });
-        else if (!read_field(pci_fields, p.pci, key, value, here) &&
-                 !read_field(port_fields, p.port, key, value, here))
-            here.fail("unknown field");
-    });
-
-    if (!driver_given)
-        at.fail("driver is missing");
-    if (!p.portal.empty() && (copies != 1 || !p.sessions.empty()))
+    port_draft p{{}, into.folder};
+    read_members(p, object, at, port_members, {{pci_fields, p.pci}, {port_fields, p.port}});
+    if (!p.portal.empty() && (p.copies != 1 || !p.sessions.empty()))
         place{&at, "portal"}.fail("its targets are the only sessions of one port");
-    add_ports(into, at, copies, host_no);
+    add_ports(into, at, std::move(p));
 }
 
-void read_fault(const json &object, const place &at, scenario &into)
+// ---- Faults -----------------------------------------------------------------------------------
+
+constexpr member<fault> fault_members[] = {
+    {"driver", made_by<&fault::driver, to_driver>, required},
+    {"request", made_by<&fault::what, to_request>, required},
+    {"instance", number<&fault::instance>},
+    {"nth", number<&fault::nth, 1>},
+    {"times", number<&fault::times>},
+    {"status", number<&fault::status, 1>},
+    {"errno", made_by<&fault::error, to_error_number>},
+    {"sense", made_by<&fault::sense, to_sense>},
+};
+
+void read_fault(scenario &into, const json &object, const place &at)
 {
     fault f;
-    bool driver_given = false, request_given = false;
+    read_members(f, object, at, fault_members);
 
-    each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
-        if (key == "driver") {
-            f.driver = read_driver(value, here);
-            driver_given = true;
-        } else if (key == "request") {
-            f.what = static_cast<request>(to_choice(value, here, request_names));
-            request_given = true;
-        } else if (key == "instance")
-            f.instance = to_u32(value, here);
-        else if (key == "nth")
-            f.nth = to_u32(value, here, 1);
-        else if (key == "times")
-            f.times = to_u32(value, here);
-        else if (key == "status")
-            f.status = to_u32(value, here, 1);
-        else if (key == "errno")
-            f.error = to_error_number(value, here);
-        else if (key == "sense")
-            f.sense = to_sense(value, here);
-        else
-            here.fail("unknown field");
-    });
-
-    if (!driver_given || !request_given)
-        at.fail(driver_given ? "request is missing" : "driver is missing");
-    bool native = facts(f.driver).native;
-    if ((f.what == request::open && native) || (f.what == request::init && !native))
+    const asked_of whom = facts(f.what).whom;
+    if (whom == (is_native(f.driver) ? asked_of::legacy_driver : asked_of::native_driver))
         place{&at, "request"}.fail("not made to this driver");
-    if (f.instance && f.what <= request::hba_cnt)
+    if (f.instance && whom != asked_of::port)
         place{&at, "instance"}.fail("the request is not made to a port");
     if (f.sense && f.what != request::scsi_cmd)
         place{&at, "sense"}.fail("only for scsi_cmd");
@@ -264,28 +240,48 @@ void read_fault(const json &object, const place &at, scenario &into)
 // When all ports are there: they may follow the faults.
 void check_fault_instances(const scenario &s)
 {
-    for (size_t i = 0; i < s.faults.size(); i++) {
+    for (size_t i = 0; i < s.faults.size(); ++i) {
         const fault &f = s.faults[i];
-        const auto &ports = s.by_driver[static_cast<size_t>(f.driver)].by_instance;
         const place at{nullptr, "faults", i};
-        if (f.instance && *f.instance >= ports.size())
+        if (f.instance && *f.instance >= s.of(f.driver).by_instance.size())
             place{&at, "instance"}.fail("the driver has no such port");
     }
 }
 
-void read_host(const json &object, const place &at, scenario &into)
+// ---- The whole --------------------------------------------------------------------------------
+
+constexpr member<scenario> host_members[] = {
+    {"sysname", text<&scenario::sysname, 64>},
+    {"euid", number<&scenario::euid>},
+    {"check_condition_status", number<&scenario::check_condition_status>},
+};
+
+void read_host(scenario &into, const json &object, const place &at)
 {
-    each_member(object, at, [&](const std::string &key, const json &value, const place &here) {
-        if (key == "sysname")
-            into.sysname = to_text(value, here, 64);
-        else if (key == "euid")
-            into.euid = to_u32(value, here);
-        else if (key == "check_condition_status")
-            into.check_condition_status = to_u32(value, here);
-        else
-            here.fail("unknown field");
-    });
+    read_members(into, object, at, host_members);
 }
+
+void read_present_driver(scenario &into, const json &value, const place &at)
+{
+    into.of(to_driver(value, at)).present = true;
+}
+
+void check_schema(scenario &, const json &value, const place &at)
+{
+    to_choice(value, at, capture_schemas);
+}
+
+// A captured host says besides which command made the document, and what failed.
+constexpr member<scenario> scenario_members[] = {
+    {"host", read_host},
+    {"drivers", array_of<read_present_driver>},
+    {"ports", array_of<read_port>},
+    {"faults", array_of<read_fault>},
+    {"schema", check_schema},
+    {"command", ignored},
+    {"complete", ignored},
+    {"failures", ignored},
+};
 
 } // namespace
 
@@ -301,27 +297,9 @@ const session_description *port_description::session(uint32_t number) const
 
 scenario read_scenario(std::string_view text, const std::string &base)
 {
-    const json document = parse_document(text);
-
     scenario s;
-    each_member(document, place{}, [&](const std::string &key, const json &value, const place &at) {
-        if (key == "host")
-            read_host(value, at, s);
-        else if (key == "drivers")
-            each_element(value, at, [&](const json &v, const place &here) {
-                s.by_driver[static_cast<size_t>(read_driver(v, here))].present = true;
-            });
-        else if (key == "ports")
-            each_element(value, at,
-                         [&](const json &v, const place &here) { read_port(v, here, base, s); });
-        else if (key == "schema")
-            to_choice(value, at, capture_schemas);
-        else if (key == "faults")
-            each_element(value, at,
-                         [&](const json &v, const place &here) { read_fault(v, here, s); });
-        else if (key != "command" && key != "complete" && key != "failures")
-            at.fail("unknown field");
-    });
+    s.folder = base;
+    read_members(s, parse_document(text), place{}, scenario_members);
     check_fault_instances(s);
     return s;
 }

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "drivers.h"
 #include "fields.h"
 #include "hostsim.h"
 
@@ -95,14 +96,18 @@ struct driver_ports {
 };
 
 struct scenario {
+    std::string folder; // relative file names start from there
     std::string sysname = "VMkernel";
     uint32_t euid = 0;
     uint32_t check_condition_status = 0;
     std::deque<port_description> descriptions; // deques: pointers into them stay good
     std::deque<port> ports;
     uint32_t boards = 0;
-    std::array<driver_ports, 4> by_driver;
+    std::array<driver_ports, drivers.size()> by_driver;
     std::vector<fault> faults;
+
+    driver_ports &of(driver_id d) { return by_driver[static_cast<size_t>(d)]; }
+    const driver_ports &of(driver_id d) const { return by_driver[static_cast<size_t>(d)]; }
 };
 
 // Throws scenario_error.

@@ -29,7 +29,7 @@ uint64_t wire_lun(const command_head &h)
 // The data of the command, no further than its buffer.
 std::span<std::byte> data_of(const exchange &e, const command_head &h)
 {
-    if (facts(e.driver).native)
+    if (is_native(e.driver))
         return e.record.subspan(head_size, std::min(h.data_len, VARNOK_DRV_SCSI_DATA_MAX));
     auto *data = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.data_addr));
     return {data, data ? h.data_len : size_t{0}};

@@ -9,11 +9,13 @@
 #include <string>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include <nlohmann/json.hpp>
 
+#include "drivers.h"
 #include "hostsim.h"
 #include "values.h"
 
@@ -111,6 +113,18 @@ int run(const std::string &scenario, std::span<char *> program)
     return complain(exit_not_started, program[0], std::strerror(errno));
 }
 
+// "rovani, tepli, pelt or dxo".
+std::string driver_list()
+{
+    std::string list;
+    for (const std::string_view name : hostsim::driver_names) {
+        if (!list.empty())
+            list += name == hostsim::driver_names.back() ? " or " : ", ";
+        list += name;
+    }
+    return list;
+}
+
 int start(std::span<char *> arguments)
 {
     // Nothing behind the "--" of run is for this program.
@@ -123,7 +137,7 @@ int start(std::span<char *> arguments)
     app.require_subcommand(1);
 
     std::string scenario, portal;
-    std::string driver = "pelt";
+    std::string driver(hostsim::facts(hostsim::driver_id::pelt).name);
     CLI::App *run_command = app.add_subcommand("run", "Run a program on the host of a scenario");
     run_command->footer("The program and its arguments come after \"--\".");
     CLI::Option *portal_option =
@@ -131,8 +145,9 @@ int start(std::span<char *> arguments)
             ->add_option("--portal", portal,
                          "host:port of a real iSCSI portal, instead of a scenario")
             ->check(hostsim::portal_error);
-    run_command->add_option("--driver", driver, "With --portal: rovani, tepli, pelt or dxo")
-        ->check(CLI::IsMember({"rovani", "tepli", "pelt", "dxo"}))
+    run_command->add_option("--driver", driver, "With --portal: " + driver_list())
+        ->check(CLI::IsMember(
+            std::vector<std::string>(hostsim::driver_names.begin(), hostsim::driver_names.end())))
         ->needs(portal_option);
     CLI::Option *scenario_option =
         run_command

@@ -1,4 +1,5 @@
 // Load, free, count, open and close.
+#include "drivers.h"
 #include "host_test.h"
 #include "varnok_ntapi.h"
 #include "varnok_ryx_ntapi.h"
@@ -274,12 +275,12 @@ TEST_P(OpenTest, StandardDescriptorsStayFree)
 // Admission and the back-end follow from the device alone, whichever pass found the port.
 TEST_F(LifecycleTest, TheDeviceDecides)
 {
-    const std::tuple<int, bool, bool> devices[] = {
-        {0x2E31, true, true},   {0x2E35, true, false}, {0x2E36, true, false},  {0x2E5D, true, false},
-        {0x2E61, true, false},  {0x2E74, true, false}, {0x2E75, true, false},  {0x2E77, true, false},
-        {0x2E78, true, false},  {0x2E81, true, false}, {0x7A24, true, true},   {0x7B24, true, true},
-        {0x7A2C, false, false}, {0, false, false},     {0xFFFF, false, false}, {0x2E76, false, false},
-    };
+    std::vector<std::tuple<int, bool, bool>> devices = {
+        {0x7A2C, false, false}, {0, false, false}, {0xFFFF, false, false}, {0x2E76, false, false}};
+    for (const bool newer : {false, true})
+        for (const uint16_t id :
+             hostsim::facts(newer ? hostsim::driver_id::pelt : hostsim::driver_id::rovani).device_ids)
+            devices.emplace_back(id, true, newer);
     for (const back_end &found_by : back_ends)
         for (const auto &[id, admitted, newer] : devices) {
             SCOPED_TRACE(found_by.driver + std::to_string(id));
