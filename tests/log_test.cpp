@@ -128,7 +128,7 @@ TEST_F(LogTest, AFailingLogSemaphoreDoesNotRecurse)
 TEST_F(LogTest, GettingASemaphore)
 {
     const key_t key = varnok_db_semkey;
-    platform::fail_call("semctl", 3, EPERM); // the first value
+    platform::fail_call("semctl", 1, EPERM);
     EXPECT_EQ(varnok_sem_get(key), -1) << "a set that cannot be set up is removed";
     EXPECT_EQ(semget(key, 1, 0), -1);
     errno = EPERM;
@@ -144,6 +144,13 @@ TEST_F(LogTest, GettingASemaphore)
     platform::fail_call("semget", 2, ENOSPC);
     EXPECT_EQ(varnok_sem_get(key), -1);
     EXPECT_EQ(errno, ENOSPC);
+    // Another process makes it in the same moment, or takes it away before its value.
+    platform::fail_call("semget", 2, EEXIST);
+    varnok_sem_del(varnok_sem_get(key));
+    platform::fail_call("semctl", 1, EIDRM);
+    const int32_t next = varnok_sem_get(key);
+    EXPECT_EQ(semctl(next, 0, GETVAL), 1);
+    varnok_sem_del(next);
 }
 
 // Whose set lies under the key, who asks, and what becomes of it.

@@ -128,6 +128,16 @@ TEST_F(OwnFileTest, AStrangersFile)
     platform::fail_call("lstat", 1, ENOENT);
     EXPECT_EQ(open_shared(), 0U);
     varnok_close_database(0);
+    // He runs it as a program, and it does not open.
+    ASSERT_TRUE(lay(foreign, shared));
+    platform::when_it_fails([] {
+        platform::when_it_fails(nullptr);
+        platform::fail_call("open", 2, ETXTBSY);
+    });
+    platform::fail_call("open", 1, ETXTBSY);
+    EXPECT_EQ(open_shared(), 0U);
+    EXPECT_EQ(fs::file_size(shared), 163840U);
+    varnok_close_database(0);
     // Where every file is somebody else's, none is a stranger's.
     for (const bool there : {false, true}) {
         clear();
@@ -150,6 +160,17 @@ TEST_F(OwnFileTest, AFileThatComesAndGoes)
     platform::fail_call("open", 2, EEXIST);
     EXPECT_EQ(open_shared(), 0U);
     varnok_close_database(0);
+    // It comes and goes for ever, or never opens.
+    platform::when_it_fails([] { platform::fail_call("open", 2, EEXIST); });
+    platform::fail_call("open", 2, EEXIST);
+    const std::string create = "varnok_open_database: Unable to create shared data file. errno=",
+                      refused = "\nvarnok_open_database: refused /tmp/varnok_shared.dat: it ";
+    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(open_shared(), 1U); }), create + "16" + refused + "comes and goes\n");
+    write(shared);
+    platform::when_it_fails([] { platform::fail_call("open", 2, EACCES); });
+    platform::fail_call("open", 1, EACCES);
+    EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(open_shared(), 1U); }), create + "13" + refused + "cannot be opened\n");
+    platform::when_it_fails(nullptr);
     write(shared);
     platform::unlink_before_fstat(shared);
     EXPECT_EQ(open_shared(), 0U);

@@ -67,9 +67,9 @@ TEST_F(SharedDbTest, TheFirstOpenMakesTheFile)
     constexpr int guarded = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     const std::string opens = "open /tmp/varnok_shared.dat ";
     EXPECT_THAT(platform::calls(),
-                ElementsAre("semget 1444", "semget 932", "semctl 2", "semctl 11", "semctl 16", "semop -1",
-                            opens + std::to_string(guarded), opens + std::to_string(guarded | O_CREAT | O_EXCL),
-                            "fstat", "write 163840", "fsync", "posix_fallocate", "mmap", "msync 4", "semop 1"));
+                ElementsAre("semget 1444", "semget 1956", "semctl 16", "semop -1", opens + std::to_string(guarded),
+                            opens + std::to_string(guarded | O_CREAT | O_EXCL), "fstat", "write 163840", "fsync",
+                            "posix_fallocate", "mmap", "msync 4", "semop 1"));
     EXPECT_EQ(varnok_library_instance, 0);
     EXPECT_EQ(read_file(), flags({5}));
     struct stat status = {};
@@ -245,7 +245,10 @@ TEST_F(SharedDbTest, AFileCutBehindTheMappingIsMadeWhole)
         platform::set_user_lines("4\n");
         if (!grows)
             platform::fail_call("posix_fallocate", 1, ENOSPC);
-        EXPECT_EQ(varnok_close_database(0), 0U);
+        EXPECT_EQ(log_of(4, [] { EXPECT_EQ(varnok_close_database(0), 0U); })
+                          .find("varnok_close_database: Unable to allocate shared data file. errno=28\n") ==
+                      std::string::npos,
+                  grows);
         EXPECT_EQ(read_file(), grows ? flags({}) : "");
         expect_nothing_held();
     }
@@ -273,8 +276,8 @@ TEST_F(SharedDbTest, AFileCutBehindTheMappingIsMadeWhole)
     EXPECT_EQ(read_file().substr(0, 4), "olde");
 }
 
-// Signals come in the midst of waiting: nobody goes on without the semaphore.
-TEST_F(SharedDbTest, InterruptedWaitsAreRepeated)
+// Signals come in the midst of waiting, or another process takes the semaphore away: nobody goes on without it.
+TEST_F(SharedDbTest, WaitsThatEndEarlyAreRepeated)
 {
     const auto waits = [] { return std::count(platform::calls().begin(), platform::calls().end(), "semop -1"); };
     const std::string warning = "varnok_sem_wait:libvarnok: WARNING - semaphore wait operation failed. errno=4\n";
@@ -290,6 +293,29 @@ TEST_F(SharedDbTest, InterruptedWaitsAreRepeated)
     varnok_dbg_sem_id = -1;
     platform::fail_call("semop", 1, EINTR);
     EXPECT_EQ(log_of(4, [] { open(); }), warning + "varnok_open_database: assigned api_lib_instance=0\n");
+    // A close waits on what stands in the place of the old one; so does an open.
+    varnok_sem_del(varnok_db_sem_id);
+    varnok_close_database(0);
+    EXPECT_EQ(varnok_db_sem_id, -1) << "removed by the last";
+    platform::fail_call("semop", 1, EIDRM);
+    EXPECT_EQ(open(), 0U);
+    EXPECT_EQ(platform::held_semaphores(), 0);
+    varnok_close_database(0);
+    // One that cannot be had again, one that is always taken away, and other failures.
+    platform::reset();
+    platform::fail_call("semop", 1, EIDRM);
+    platform::when_it_fails([] {
+        varnok_sem_del(varnok_db_sem_id);
+        platform::fail_call("semget", 2, ENOSPC);
+    });
+    EXPECT_EQ(open(), 1U);
+    platform::when_it_fails([] { platform::fail_call("semop", 1, EIDRM); });
+    platform::fail_call("semop", 1, EIDRM);
+    EXPECT_EQ(open(), 0U);
+    platform::when_it_fails(nullptr);
+    varnok_close_database(0);
+    platform::fail_call("semop", 1, EACCES);
+    EXPECT_EQ(open(), 0U);
 }
 
 } // namespace

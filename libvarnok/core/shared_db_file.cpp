@@ -31,7 +31,12 @@ struct {
 
 bool wrote_all(int fd, const uint8_t *bytes)
 {
-    return write(fd, bytes, file_size) == static_cast<ssize_t>(file_size);
+    const ssize_t written = write(fd, bytes, file_size);
+    if (written == static_cast<ssize_t>(file_size))
+        return true;
+    if (written >= 0)
+        errno = ENOSPC; // a short write sets none
+    return false;
 }
 
 // Fills a new file with zeros. A file that cannot be filled is closed and deleted.
@@ -135,10 +140,10 @@ int varnok::open_shared_file()
     return file.release();
 }
 
-bool varnok::shared_file_is_whole(int fd)
+int varnok::make_shared_file_whole(int fd)
 {
     struct stat status = {};
     if (fstat(fd, &status) != 0 || status.st_dev != opened.device || status.st_ino != opened.inode)
-        return true;
-    return allocate_blocks(fd) == 0;
+        return 0;
+    return allocate_blocks(fd);
 }

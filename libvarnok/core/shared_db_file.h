@@ -15,8 +15,8 @@ namespace varnok
 int open_shared_file();
 
 // Brings the file back to its size when another process has cut it: to touch the mapping beyond the
-// file's end would kill this one. False when it stays short. A descriptor that is another file's by
-// now tells nothing: true, as if it were whole.
-bool shared_file_is_whole(int fd);
+// file's end would kill this one. 0, or the error number when it stays short. A descriptor that is
+// another file's by now tells nothing: 0, as if it were whole.
+int make_shared_file_whole(int fd);
 
 } // namespace varnok

@@ -3,6 +3,7 @@
 #include "core/shared_db_file.h"
 #include "support/descriptor.h"
 #include "support/held_semaphore.h"
+#include "support/sem_set.h"
 #include "support/varnok_log.h"
 #include "support/varnok_sem.h"
 
@@ -27,8 +28,8 @@ namespace
 
 using varnok::held_semaphore;
 
-// A signal must not let this process in beside another one.
-constexpr auto wait_again = held_semaphore::when_interrupted::wait_again;
+// How often the semaphore may be taken away under this process.
+constexpr int semaphores_max = 100;
 
 bool get_semaphore(const char *func)
 {
@@ -41,6 +42,22 @@ bool get_semaphore(const char *func)
     else
         LOG_TRACE_AS(func, ": got varnok_db_sem_id=", dec(varnok_db_sem_id));
     return varnok_db_sem_id != -1;
+}
+
+// Nobody goes in beside another process: neither a signal ends the wait, nor that the semaphore is
+// taken away. Who fails to open, or leaves last, takes it away, and the next one stands in its
+// place. False when there is none any more.
+bool wait_for_database(const char *func, held_semaphore &hold)
+{
+    for (int taken_away = 0; !hold.wait(varnok_db_sem_id);) {
+        if (errno == EINTR)
+            continue;
+        if (!varnok::is_gone(errno) || ++taken_away == semaphores_max)
+            return true; // the work goes on without it
+        if (!get_semaphore(func))
+            return false;
+    }
+    return true;
 }
 
 void remove_semaphore()
@@ -113,7 +130,8 @@ bool somebody_waits() { return semctl(varnok_db_sem_id, 0, GETNCNT) != 0; }
 bool leave_slot(const char *func)
 {
     LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance), ", going to clean up shared mem.");
-    held_semaphore hold(varnok_db_sem_id, wait_again);
+    held_semaphore hold;
+    wait_for_database(func, hold);
     sync_mapping();
     const uint8_t users = varnok_get_total_libinst_count();
     const bool last = users <= 1;
@@ -123,7 +141,9 @@ bool leave_slot(const char *func)
     else
         LOG_ERROR_AS(func, ": inst=", dec(varnok_library_instance),
                      ", this is not last instance. load_inst=", dec(users));
-    if (varnok::shared_file_is_whole(varnok_shm_fildes))
+    if (const int err = varnok::make_shared_file_whole(varnok_shm_fildes))
+        LOG_ERROR_AS(func, ": Unable to allocate shared data file. errno=", dec(err));
+    else
         varnok_shared_data->libinst_flags[varnok_library_instance] &=
             ~(varnok::slot_claimed | varnok::slot_in_use);
     LOG_TRACE_AS(func, ": delete_sem=", dec(last ? 1 : 0));
@@ -152,9 +172,9 @@ uint32_t varnok_open_database(int32_t *ret_handle)
         *ret_handle = varnok_shm_fildes;
         return 0;
     }
-    if (!get_semaphore(__func__))
+    held_semaphore hold;
+    if (!get_semaphore(__func__) || !wait_for_database(__func__, hold))
         return 1;
-    held_semaphore hold(varnok_db_sem_id, wait_again);
     const int fd = map_shared_file(__func__);
     if (fd < 0) {
         hold.release();

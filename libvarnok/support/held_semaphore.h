@@ -1,10 +1,7 @@
 // held_semaphore.h - a semaphore held for the length of a scope.
 #pragma once
 
-#include "support/errno_keeper.h"
 #include "support/varnok_sem.h"
-
-#include <cerrno>
 
 namespace varnok
 {
@@ -14,22 +11,19 @@ namespace varnok
 class held_semaphore
 {
   public:
-    enum class when_interrupted { give_up, wait_again };
-
-    explicit held_semaphore(int32_t sem_id, when_interrupted then = when_interrupted::give_up)
-        : sem_id_(sem_id)
-    {
-        if (sem_id == -1)
-            return;
-        do
-            held_ = varnok_sem_wait(sem_id) == 0;
-        while (!held_ && errno == EINTR && then == when_interrupted::wait_again);
-    }
+    held_semaphore() = default;
+    explicit held_semaphore(int32_t sem_id) { wait(sem_id); }
     held_semaphore(const held_semaphore &) = delete;
     held_semaphore &operator=(const held_semaphore &) = delete;
     ~held_semaphore() { release(); }
 
-    explicit operator bool() const { return held_; }
+    // False with errno.
+    bool wait(int32_t sem_id)
+    {
+        sem_id_ = sem_id;
+        held_ = sem_id != -1 && varnok_sem_wait(sem_id) == 0;
+        return held_;
+    }
 
     // Gives it back before the scope ends.
     void release()
@@ -40,7 +34,7 @@ class held_semaphore
     }
 
   private:
-    int32_t sem_id_;
+    int32_t sem_id_ = -1;
     bool held_ = false;
 };
 

@@ -18,14 +18,14 @@ constexpr mode_t file_mode = 0644;
 // A FIFO must not block, and a terminal must not become this process's own.
 constexpr int guards = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
 // Other processes make and remove the file at any moment; each time the name is looked at again.
-constexpr int attempts_max = 100;
+constexpr int attempts_max = 10'000;
 
 enum class verdict { good, failed, again };
 
-verdict refuse(own_file &file, const char *why)
+verdict refuse(own_file &file, const char *why, int err = EPERM)
 {
     file.refused = why;
-    errno = EPERM;
+    errno = err;
     return verdict::failed;
 }
 
@@ -55,6 +55,11 @@ verdict replace_strangers_file(own_file &file, const char *path, const struct st
     return verdict::again;
 }
 
+bool is_strangers(const char *path, const struct stat &seen)
+{
+    return !is_trusted(seen.st_uid) && keeps_owners(path, seen.st_uid);
+}
+
 verdict judge(own_file &file, const char *path, int fd, owner_rule rule)
 {
     struct stat status = {};
@@ -64,8 +69,7 @@ verdict judge(own_file &file, const char *path, int fd, owner_rule rule)
         return refuse(file, "it is not a plain file");
     if (status.st_nlink == 0)
         return verdict::again; // removed since it was opened
-    const bool trusted = is_trusted(status.st_uid);
-    if (rule == owner_rule::trusted && !trusted && keeps_owners(path, status.st_uid))
+    if (rule == owner_rule::trusted && is_strangers(path, status))
         return replace_strangers_file(file, path, status);
     if (status.st_nlink > 1)
         return refuse(file, "it has a second name");
@@ -73,6 +77,18 @@ verdict judge(own_file &file, const char *path, int fd, owner_rule rule)
     if (rule == owner_rule::trusted && (status.st_mode & 07777 & ~file_mode) != 0)
         fchmod(fd, status.st_mode & file_mode);
     return verdict::good;
+}
+
+// Something lies there and does not open: a stranger may run it as a program, or hold a lease on
+// it.
+verdict judge_unopened(own_file &file, const char *path, owner_rule rule, int why, bool first_time)
+{
+    struct stat status = {};
+    if (first_time || lstat(path, &status) != 0)
+        return verdict::again;
+    if (rule == owner_rule::trusted && S_ISREG(status.st_mode) && is_strangers(path, status))
+        return replace_strangers_file(file, path, status);
+    return refuse(file, "it cannot be opened", why);
 }
 
 // The name leads to something that open itself refuses.
@@ -90,7 +106,7 @@ const char *refused_by_open()
     }
 }
 
-verdict open_once(own_file &file, const char *path, int flags, owner_rule rule)
+verdict open_once(own_file &file, const char *path, int flags, owner_rule rule, bool first_time)
 {
     descriptor found(open(path, flags | guards));
     if (found) {
@@ -110,8 +126,7 @@ verdict open_once(own_file &file, const char *path, int flags, owner_rule rule)
         return verdict::good;
     if (errno != EEXIST)
         return verdict::failed;
-    errno = why;
-    return verdict::again;
+    return why == ENOENT ? verdict::again : judge_unopened(file, path, rule, why, first_time);
 }
 
 } // namespace
@@ -121,6 +136,8 @@ varnok::own_file varnok::open_own_file(const char *path, int flags, owner_rule r
     own_file file;
     verdict result = verdict::again;
     for (int attempt = 0; attempt < attempts_max && result == verdict::again; ++attempt)
-        result = open_once(file, path, flags, rule);
+        result = open_once(file, path, flags, rule, attempt == 0);
+    if (result == verdict::again)
+        refuse(file, "it comes and goes", EBUSY);
     return file;
 }

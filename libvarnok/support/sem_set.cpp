@@ -71,7 +71,7 @@ varnok::set_origin varnok::origin_of(int32_t sem_id)
     semid_ds status = {};
     if (!get_status(sem_id, status))
         return set_origin::unknown;
-    return is_trusted(status.sem_perm.cuid) && status.sem_nsems == 1 ? set_origin::trusted
+    return is_trusted(status.sem_perm.cuid) && status.sem_nsems <= 1 ? set_origin::trusted
                                                                      : set_origin::strange;
 }
 
@@ -81,12 +81,10 @@ bool varnok::remove_strange_set(int32_t sem_id)
         errno = EPERM;
         return false;
     }
-    return semctl(sem_id, 0, IPC_RMID) == 0 || errno == EINVAL || errno == EIDRM;
+    return semctl(sem_id, 0, IPC_RMID) == 0 || is_gone(errno);
 }
 
 bool varnok::give_first_value(int32_t sem_id) { return set_value(sem_id, 1); }
-
-bool varnok::was_set_by_somebody(int32_t sem_id) { return semctl(sem_id, 0, GETPID) > 0; }
 
 bool varnok::see_through_birth(int32_t sem_id)
 {

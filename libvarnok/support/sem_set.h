@@ -2,6 +2,7 @@
 // value.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 
 namespace varnok
@@ -16,7 +17,9 @@ set_origin origin_of(int32_t sem_id);
 bool remove_strange_set(int32_t sem_id);
 
 bool give_first_value(int32_t sem_id);
-bool was_set_by_somebody(int32_t sem_id);
+
+// What an operation on a set that was removed fails with.
+inline bool is_gone(int err) { return err == EINVAL || err == EIDRM; }
 
 // A set without a first value has a creator that is about to give it one, or that died. Waits for
 // the value, and ten seconds after the set was made gives it. False, at once, for a set that had

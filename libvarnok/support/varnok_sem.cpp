@@ -5,6 +5,7 @@
 #include "support/varnok_dbg.h"
 #include "support/varnok_log.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -16,7 +17,7 @@ using namespace varnok;
 
 constexpr int permissions = 0644;
 // Other processes make and remove the set at any moment; each time the key is looked up again.
-constexpr int attempts_max = 100;
+constexpr int attempts_max = 10'000;
 
 void warn(const char *func, int32_t sem_id, const char *text)
 {
@@ -42,12 +43,17 @@ int32_t fetch(key_t key) { return semget(key, 1, IPC_EXCL | permissions); }
 
 enum class outcome { good, failed, again };
 
-outcome give_value_to_new(int32_t id)
+// A process that finds the set made in the same moment fetches it: only one of them gives the
+// value.
+outcome create(key_t key, int32_t &id)
 {
-    if (was_set_by_somebody(id))
-        return outcome::good; // who made it at the same moment was faster
+    id = semget(key, 1, IPC_CREAT | IPC_EXCL | permissions);
+    if (id == -1)
+        return errno == EEXIST ? outcome::again : outcome::failed;
     if (give_first_value(id))
         return outcome::good;
+    if (is_gone(errno))
+        return outcome::again;
     const errno_keeper keeper;
     varnok_sem_del(id);
     return outcome::failed;
@@ -56,23 +62,18 @@ outcome give_value_to_new(int32_t id)
 outcome get_once(key_t key, int32_t &id)
 {
     id = fetch(key);
-    const bool is_new = id == -1;
-    if (is_new)
-        id = semget(key, 1, IPC_CREAT | permissions);
     if (id == -1)
-        return outcome::failed;
+        return create(key, id);
     switch (origin_of(id)) {
     case set_origin::trusted:
         break;
     case set_origin::strange:
         return remove_strange_set(id) ? outcome::again : outcome::failed;
     case set_origin::unknown: // removed since, or a host that does not tell
-        if (!is_new && fetch(key) != id)
+        if (fetch(key) != id)
             return outcome::again;
         break;
     }
-    if (is_new)
-        return give_value_to_new(id);
     return see_through_birth(id) ? outcome::again : outcome::good;
 }
 
@@ -84,6 +85,8 @@ int32_t varnok_sem_get(key_t key)
     outcome result = outcome::again;
     for (int attempt = 0; attempt < attempts_max && result == outcome::again; ++attempt)
         result = get_once(key, id);
+    if (result == outcome::again)
+        errno = EBUSY;
     return result == outcome::good ? id : -1;
 }
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "hostsim.h"
-#include "platform.h"
 #include "legacy_adapter.h"
+#include "platform.h"
 #include "shared_db_file.h"
 #include "varnok_core.h"
 #include "varnok_dbg.h"

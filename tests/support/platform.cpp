@@ -43,7 +43,7 @@ long semaphores = 0;
 std::string user_lines;
 std::string doomed_file;
 long lone_owner = -1;
-std::function<void()> sleeper;
+std::function<void()> sleeper, next_fault;
 long slept = 0; // nanoseconds
 
 // What the library still calls when these are gone, counting coverage, is nobody's business.
@@ -55,7 +55,13 @@ struct ending {
 bool fails(const char *name, const std::string &arguments = "")
 {
     record.push_back(arguments.empty() ? name : name + (" " + arguments));
-    return (call_fault.name.empty() || call_fault.name == name) && call_fault.strikes();
+    if ((!call_fault.name.empty() && call_fault.name != name) || !call_fault.strikes())
+        return false;
+    const int err = call_fault.err;
+    if (next_fault != nullptr)
+        next_fault();
+    errno = err;
+    return true;
 }
 
 // Out of line: the sanitizers allocate before they can guard a stack frame.
@@ -104,7 +110,7 @@ void reset()
     find_library();
     call_fault = allocation_fault = {};
     lone_owner = -1;
-    sleeper = nullptr;
+    sleeper = next_fault = nullptr;
     slept = 0;
     record.clear();
     set_user_lines("2\n");
@@ -121,6 +127,7 @@ long held_semaphores() { return semaphores; }
 void set_user_lines(const std::string &text) { user_lines = text; }
 void show_every_file_as(long user) { lone_owner = user; }
 void unlink_before_fstat(const std::string &path) { doomed_file = path; }
+void when_it_fails(const std::function<void()> &run) { next_fault = run; }
 void when_it_sleeps(const std::function<void()> &run) { sleeper = run; }
 
 } // namespace platform
@@ -191,7 +198,7 @@ int ioctl(int fd, unsigned long request, ...)
 ssize_t write(int fd, const void *buffer, size_t size)
 {
     const bool failed = FROM_LIBRARY && fails("write", to_string(size));
-    return failed && call_fault.err != 0 ? -1 : REAL(write)(fd, buffer, failed ? size / 2 : size);
+    return failed && errno != 0 ? -1 : REAL(write)(fd, buffer, failed ? size / 2 : size);
 }
 
 // The test machine's disk is not under test: nothing is flushed.
@@ -264,11 +271,12 @@ int semop(int id, sembuf *operations, size_t count) noexcept
 {
     const int by = operations->sem_op;
     const bool failed = FROM_LIBRARY && fails("semop", to_string(by));
+    const int err = errno;
     const int result = failed && by < 0 ? -1 : REAL(semop)(id, operations, count);
     if (FROM_LIBRARY && result == 0)
         semaphores -= by;
     if (failed)
-        errno = call_fault.err;
+        errno = err;
     return failed ? -1 : result;
 }
 

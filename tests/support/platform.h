@@ -41,6 +41,9 @@ void show_every_file_as(long user);
 // The file is gone when the library first looks at what it opened.
 void unlink_before_fstat(const std::string &path);
 
+// Runs at each fault, and may set the next one.
+void when_it_fails(const std::function<void()> &run);
+
 // Runs at each step of a wait, in place of the library's clock going on.
 void when_it_sleeps(const std::function<void()> &run);
 
