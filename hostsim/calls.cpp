@@ -82,11 +82,11 @@ int hostsim::open_devices()
 int calls::open(const char *path, int flags, mode_t mode)
 {
     const driver_facts *d = driver_at(path);
-    machine *host = d ? current() : nullptr;
-    if (!host)
+    machine *simulated = d ? current() : nullptr;
+    if (!simulated)
         return real_open(path, flags, mode);
 
-    if (host->open_device(d->id) != 0)
+    if (simulated->open_device(d->id) != 0)
         return -1;
     int fd = real_open("/dev/null", flags, mode); // a character device for fstat, too
     if (fd >= 0)
@@ -125,44 +125,45 @@ int calls::dup3(int fd, int to, int flags)
 int calls::ioctl(int fd, unsigned long code, void *argument)
 {
     const std::optional<driver_id> driver = driver_of(fd);
-    machine *host = driver ? current() : nullptr;
-    if (!host)
+    machine *simulated = driver ? current() : nullptr;
+    if (!simulated)
         return static_cast<int>(syscall(SYS_ioctl, fd, code, argument));
-    return host->ioctl(*driver, code, argument);
+    return simulated->ioctl(*driver, code, argument);
 }
 
 int calls::uname(utsname *name)
 {
     auto result = static_cast<int>(syscall(SYS_uname, name));
-    machine *host = result == 0 ? current() : nullptr;
-    if (host)
-        snprintf(name->sysname, sizeof name->sysname, "%s", host->description().sysname.c_str());
+    machine *simulated = result == 0 ? current() : nullptr;
+    if (simulated)
+        snprintf(name->sysname, sizeof name->sysname, "%s",
+                 simulated->description().sysname.c_str());
     return result;
 }
 
 uid_t calls::geteuid()
 {
-    machine *host = current();
-    return host ? host->description().euid : static_cast<uid_t>(syscall(SYS_geteuid));
+    machine *simulated = current();
+    return simulated ? simulated->description().euid : static_cast<uid_t>(syscall(SYS_geteuid));
 }
 
 int calls::mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle)
 {
-    machine *host = current();
-    if (!host || !signature || !handle) {
-        errno = host ? EFAULT : ENOSYS;
+    machine *simulated = current();
+    if (!simulated || !signature || !handle) {
+        errno = simulated ? EFAULT : ENOSYS;
         return -1;
     }
-    return host->init(*signature, *handle);
+    return simulated->init(*signature, *handle);
 }
 
 int calls::mgmt_invoke(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 callback,
                        vmk_uint32 count, void *envelope)
 {
-    machine *host = current();
-    if (!host || instance != 0 || count != 1) {
-        errno = host ? EINVAL : ENOSYS;
+    machine *simulated = current();
+    if (!simulated || instance != 0 || count != 1) {
+        errno = simulated ? EINVAL : ENOSYS;
         return -1;
     }
-    return host->invoke(handle, callback, envelope);
+    return simulated->invoke(handle, callback, envelope);
 }

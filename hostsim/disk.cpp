@@ -78,8 +78,8 @@ void sparse_bytes::read(uint64_t offset, std::span<std::byte> into) const
     while (!into.empty()) {
         size_t at = offset % piece_size;
         size_t n = std::min(into.size(), piece_size - at);
-        auto piece = pieces.find(offset / piece_size);
-        if (piece == pieces.end())
+        auto piece = pieces_.find(offset / piece_size);
+        if (piece == pieces_.end())
             std::memset(into.data(), 0, n);
         else
             std::memcpy(into.data(), piece->second.data() + at, n);
@@ -93,7 +93,7 @@ void sparse_bytes::write(uint64_t offset, std::span<const std::byte> from)
     while (!from.empty()) {
         size_t at = offset % piece_size;
         size_t n = std::min(from.size(), piece_size - at);
-        std::memcpy(pieces[offset / piece_size].data() + at, from.data(), n);
+        std::memcpy(pieces_[offset / piece_size].data() + at, from.data(), n);
         from = from.subspan(n);
         offset += n;
     }

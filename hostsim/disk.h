@@ -26,7 +26,7 @@ class sparse_bytes
 
   private:
     static constexpr size_t piece_size = 4096;
-    std::unordered_map<uint64_t, std::array<std::byte, piece_size>> pieces;
+    std::unordered_map<uint64_t, std::array<std::byte, piece_size>> pieces_;
 };
 
 } // namespace hostsim

@@ -48,7 +48,7 @@ class host
 {
   public:
     // Both throw scenario_error. base is the folder that relative file names start from.
-    static std::unique_ptr<host> from_text(std::string_view json, const std::string &base = ".");
+    static std::unique_ptr<host> from_text(std::string_view text, const std::string &base = ".");
     static std::unique_ptr<host> from_file(const std::string &path);
 
     virtual ~host() = default;

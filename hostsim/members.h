@@ -2,7 +2,7 @@
 // value goes and its limits.
 #pragma once
 
-#include "fields.h"
+#include "record_fields.h"
 #include "values.h"
 
 #include <algorithm>

@@ -30,7 +30,7 @@ bool uses_the_library()
     return seen;
 }
 
-machine *load()
+machine *load_host()
 {
     const char *path = std::getenv("VARNOK_HOST_SCENARIO");
     if (!path)
@@ -45,7 +45,7 @@ machine *load()
     }
 }
 
-machine *find()
+machine *host_of_process()
 {
     static thread_local bool busy = false; // reading the scenario comes through here again
     if (busy)
@@ -54,7 +54,7 @@ machine *find()
     machine *found = nullptr;
     busy = true;
     if (uses_the_library()) {
-        static machine *const the_host = load();
+        static machine *const the_host = load_host();
         found = the_host;
     }
     busy = false;
@@ -62,7 +62,7 @@ machine *find()
     return found;
 }
 
-__attribute__((constructor)) void arm() { find_host = find; }
+__attribute__((constructor)) void set_finder() { find_host = host_of_process; }
 
 bool is_in_the_library(const void *code)
 {

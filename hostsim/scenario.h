@@ -12,13 +12,13 @@
 #include <vector>
 
 #include "drivers.h"
-#include "fields.h"
 #include "hostsim.h"
+#include "record_fields.h"
 
 namespace hostsim
 {
 
-class live_target;
+class real_target;
 
 struct lun_description {
     uint64_t size = 0; // 0: no medium
@@ -40,25 +40,25 @@ struct lun_entry {
 struct session_description {
     uint32_t first = 0; // its first copy's session number
     uint32_t copies = 1;
-    settings session;
-    settings target;
+    settings session_settings;
+    settings target_settings;
     std::vector<lun_description> lun_descriptions;
     std::vector<lun_entry> luns;        // in the order of the scenario
     std::vector<uint32_t> luns_by_wire; // their places in it, by ascending wire
-    std::shared_ptr<live_target> live;  // answers instead of the LUNs; null: none
+    std::shared_ptr<real_target> real;  // answers instead of the LUNs; null: none
 };
 
 struct port_description {
     driver_id driver{};
     bool absent = false;
-    settings pci;
-    settings port;
+    settings pci_settings;
+    settings port_settings;
     std::string portal; // a real portal whose targets are the sessions; empty: none
     bool portal_asked = false;
     std::vector<session_description> sessions;
     uint32_t session_count = 0;
 
-    const session_description *session(uint32_t number) const; // null: no such session
+    const session_description *find_session(uint32_t number) const; // null: no such session
 };
 
 struct port {

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "live.h"
+#include "initiator.h"
 
 namespace hostsim
 {
@@ -43,11 +43,13 @@ std::string_view text_of(const json &value)
                              : std::string_view();
 }
 
-std::string address(const json &value, const place &at, int family, size_t size, const char *what)
+std::string address(const json &value, const place &at, int address_family, size_t size,
+                    const char *what)
 {
     std::array<char, 16> bytes{};
     const std::string text(text_of(value));
-    if (text.find('\0') != std::string::npos || inet_pton(family, text.c_str(), bytes.data()) != 1)
+    if (text.find('\0') != std::string::npos ||
+        inet_pton(address_family, text.c_str(), bytes.data()) != 1)
         at.fail(std::string("not an ") + what + " address");
     return {bytes.data(), size};
 }
@@ -169,14 +171,14 @@ sense_code to_sense(const json &value, const place &at)
 std::string portal_error(std::string_view portal)
 {
     const size_t colon = portal.rfind(':');
-    const std::string_view host = portal.substr(0, colon);
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    const bool plain = !host.empty() && host.find_first_of("[]:") == std::string_view::npos;
+    const std::string_view name = portal.substr(0, colon);
+    const bool bracketed = name.size() > 2 && name.front() == '[' && name.back() == ']';
+    const bool plain = !name.empty() && name.find_first_of("[]:") == std::string_view::npos;
     const char *const end = portal.data() + portal.size();
-    uint16_t port = 0;
+    uint16_t tcp_port = 0;
     if (colon == std::string_view::npos || (!bracketed && !plain) ||
-        host.find('\0') != std::string_view::npos ||
-        std::from_chars(portal.data() + colon + 1, end, port).ptr != end || port == 0)
+        name.find('\0') != std::string_view::npos ||
+        std::from_chars(portal.data() + colon + 1, end, tcp_port).ptr != end || tcp_port == 0)
         return "not host:port with a port from 1 to 65535";
     return has_initiator ? "" : "this build has no iSCSI initiator";
 }

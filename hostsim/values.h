@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "document.h"
-#include "fields.h"
+#include "record_fields.h"
 #include "scenario.h"
+#include "scenario_json.h"
 
 namespace hostsim
 {
@@ -31,8 +31,8 @@ void each_member(const json &object, const place &at, F take)
 {
     if (!object.is_object())
         at.fail("not an object");
-    for (auto member = object.begin(); member != object.end(); ++member)
-        take(member.key(), member.value(), place{&at, member.key()});
+    for (const auto &[name, value] : object.items())
+        take(name, value, place{&at, name});
 }
 
 template <typename F>

@@ -1,4 +1,5 @@
-// hosts.cpp - hosts from scenarios, and the one that is installed.
+#include "hostsim.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -36,9 +37,9 @@ std::string contents(const std::string &path)
 
 constinit host_finder find_host = nullptr;
 
-std::unique_ptr<host> host::from_text(std::string_view json, const std::string &base)
+std::unique_ptr<host> host::from_text(std::string_view text, const std::string &base)
 {
-    return std::make_unique<machine>(read_scenario(json, base));
+    return std::make_unique<machine>(read_scenario(text, base));
 }
 
 std::unique_ptr<host> host::from_file(const std::string &path)

@@ -34,7 +34,7 @@ struct setting {
 };
 using settings = std::vector<setting>;
 
-bool gives(const settings &given, size_t offset);
-void store(const settings &given, void *record);
+bool is_given(const settings &given, size_t offset);
+void apply_settings(const settings &given, void *record);
 
 } // namespace hostsim

@@ -1,4 +1,4 @@
-#include "document.h"
+#include "scenario_json.h"
 
 #include <functional>
 #include <set>
@@ -13,26 +13,26 @@ namespace
 {
 
 // The parser keeps one of two members with the same name and says nothing.
-class doubled_member_finder
+class repeated_key_finder
 {
   public:
     bool operator()(int, json::parse_event_t event, const json &parsed)
     {
-        using e = json::parse_event_t;
-        if (event == e::key) {
+        using parse_event = json::parse_event_t;
+        if (event == parse_event::key) {
             open_.back().key = parsed.get<std::string>();
             if (!open_.back().keys.insert(open_.back().key).second)
                 throw scenario_error(where() + ": given twice");
             return true;
         }
-        if (event == e::object_end || event == e::array_end) {
+        if (event == parse_event::object_end || event == parse_event::array_end) {
             open_.pop_back();
             return true;
         }
         if (!open_.empty())
             open_.back().values++;
-        if (event != e::value)
-            open_.push_back({event == e::array_start, 0, {}, {}});
+        if (event != parse_event::value)
+            open_.push_back({event == parse_event::array_start, 0, {}, {}});
         return true;
     }
 
@@ -63,7 +63,7 @@ class doubled_member_finder
 
 json parse_document(std::string_view text)
 {
-    doubled_member_finder finder;
+    repeated_key_finder finder;
     try {
         return json::parse(text, std::ref(finder), true, true);
     } catch (const json::exception &e) { // a number may be too large

@@ -1,4 +1,4 @@
-// live.h - a real iSCSI portal behind a simulated port: its targets, and SCSI commands to them.
+// initiator.h - a real iSCSI portal behind a simulated port: its targets, and SCSI commands to them.
 // Every call ends within a bounded time; a target that went away is logged in to again by the next
 // command.
 #pragma once
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "scsi.h"
+#include "scsi_target.h"
 
 struct iscsi_context;
 
@@ -17,7 +17,7 @@ namespace hostsim
 
 extern const bool has_initiator; // of this build; without it no scenario names a portal
 
-struct live_login {
+struct portal_login {
     std::string portal;    // "host:port"
     std::string initiator; // iSCSI name
     uint16_t session = 0;  // tells the sessions of one initiator apart in their ISIDs
@@ -25,48 +25,48 @@ struct live_login {
 
 // Both ends of a session as the record has them: bytes in network order, empty when not of that
 // family.
-struct live_address {
+struct tcp_endpoint {
     std::string ipv4;
     std::string ipv6;
-    uint16_t port = 0;
+    uint16_t tcp_port = 0;
 };
 
-struct live_reply {
+struct scsi_reply {
     int error = 0; // errno of a command that did not get through
     uint8_t scsi_status = 0;
-    std::vector<uint8_t> sense;
+    std::vector<uint8_t> sense{};
     size_t moved = 0;
 };
 
-class live_connection;
+class initiator_connection;
 
-class live_target
+class real_target
 {
   public:
-    live_target(live_login login, std::string name);
-    ~live_target();
+    real_target(portal_login login, std::string name);
+    ~real_target();
 
     const std::string &name() const { return name_; }
     std::string isid() const;
     bool logged_in() const { return connection_ != nullptr; }
-    const live_address &own_address() const { return own_; }
-    const live_address &target_address() const { return target_; }
+    const tcp_endpoint &own_endpoint() const { return own_; }
+    const tcp_endpoint &target_endpoint() const { return target_; }
 
     // 0, or the errno of a login that failed.
     int log_in();
-    live_reply run(uint64_t wire_lun, const scsi_command &command);
+    scsi_reply run(uint64_t wire_lun, const scsi_command &command);
 
   private:
-    live_reply try_once(uint64_t wire_lun, const scsi_command &command);
+    scsi_reply try_once(uint64_t wire_lun, const scsi_command &command);
 
-    live_login login_;
+    portal_login login_;
     std::string name_;
-    std::unique_ptr<live_connection> connection_;
-    live_address own_;
-    live_address target_;
+    std::unique_ptr<initiator_connection> connection_;
+    tcp_endpoint own_;
+    tcp_endpoint target_;
 };
 
 // The names of the portal's targets, sorted; 0, or why it does not answer.
-int discover_targets(const live_login &login, std::vector<std::string> &names);
+int discover_targets(const portal_login &login, std::vector<std::string> &names);
 
 } // namespace hostsim
