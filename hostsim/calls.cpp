@@ -1,3 +1,8 @@
+#include "calls.h"
+
+#include "drivers.h"
+#include "machine.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -9,10 +14,6 @@
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <unistd.h>
-
-#include "calls.h"
-#include "drivers.h"
-#include "machine.h"
 
 using namespace hostsim;
 
@@ -82,8 +83,8 @@ int hostsim::open_devices()
 int calls::open(const char *path, int flags, mode_t mode)
 {
     const driver_facts *d = driver_at(path);
-    machine *simulated = d ? current() : nullptr;
-    if (!simulated)
+    machine *const simulated = d != nullptr ? current() : nullptr;
+    if (simulated == nullptr)
         return real_open(path, flags, mode);
 
     if (simulated->open_device(d->id) != 0)
@@ -125,8 +126,8 @@ int calls::dup3(int fd, int to, int flags)
 int calls::ioctl(int fd, unsigned long code, void *argument)
 {
     const std::optional<driver_id> driver = driver_of(fd);
-    machine *simulated = driver ? current() : nullptr;
-    if (!simulated)
+    machine *const simulated = driver ? current() : nullptr;
+    if (simulated == nullptr)
         return static_cast<int>(syscall(SYS_ioctl, fd, code, argument));
     return simulated->ioctl(*driver, code, argument);
 }
@@ -134,8 +135,8 @@ int calls::ioctl(int fd, unsigned long code, void *argument)
 int calls::uname(utsname *name)
 {
     auto result = static_cast<int>(syscall(SYS_uname, name));
-    machine *simulated = result == 0 ? current() : nullptr;
-    if (simulated)
+    machine *const simulated = result == 0 ? current() : nullptr;
+    if (simulated != nullptr)
         snprintf(name->sysname, sizeof name->sysname, "%s",
                  simulated->description().sysname.c_str());
     return result;
@@ -143,15 +144,16 @@ int calls::uname(utsname *name)
 
 uid_t calls::geteuid()
 {
-    machine *simulated = current();
-    return simulated ? simulated->description().euid : static_cast<uid_t>(syscall(SYS_geteuid));
+    machine *const simulated = current();
+    return simulated != nullptr ? simulated->description().euid
+                                : static_cast<uid_t>(syscall(SYS_geteuid));
 }
 
 int calls::mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle)
 {
-    machine *simulated = current();
-    if (!simulated || !signature || !handle) {
-        errno = simulated ? EFAULT : ENOSYS;
+    machine *const simulated = current();
+    if (simulated == nullptr || signature == nullptr || handle == nullptr) {
+        errno = simulated != nullptr ? EFAULT : ENOSYS;
         return -1;
     }
     return simulated->init(*signature, *handle);
@@ -160,9 +162,9 @@ int calls::mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle
 int calls::mgmt_invoke(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 callback,
                        vmk_uint32 count, void *envelope)
 {
-    machine *simulated = current();
-    if (!simulated || instance != 0 || count != 1) {
-        errno = simulated ? EINVAL : ENOSYS;
+    machine *const simulated = current();
+    if (simulated == nullptr || instance != 0 || count != 1) {
+        errno = simulated != nullptr ? EINVAL : ENOSYS;
         return -1;
     }
     return simulated->invoke(handle, callback, envelope);

@@ -2,10 +2,10 @@
 // Whatever does not concern the host goes on to the kernel.
 #pragma once
 
+#include "vmkapi_mgmt_lib.h"
+
 #include <sys/types.h>
 #include <sys/utsname.h>
-
-#include "vmkapi_mgmt_lib.h"
 
 namespace hostsim::calls
 {

@@ -1,12 +1,12 @@
 #include "hostsim.h"
 
+#include "machine.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-
-#include "machine.h"
 
 namespace hostsim
 {
@@ -22,13 +22,13 @@ std::string contents(const std::string &path)
                                                                   std::fclose);
     std::string text;
     std::array<char, 65536> piece;
-    while (file) {
+    while (file != nullptr) {
         const size_t size = std::fread(piece.data(), 1, piece.size(), file.get());
         text.append(piece.data(), size);
         if (size == 0)
             break;
     }
-    if (!file || std::ferror(file.get()))
+    if (file == nullptr || std::ferror(file.get()) != 0)
         throw scenario_error(std::strerror(errno));
     return text;
 }
@@ -51,9 +51,7 @@ void install(host *h) { installed = static_cast<machine *>(h); }
 
 machine *current()
 {
-    if (!installed && find_host)
-        return find_host();
-    return installed;
+    return installed == nullptr && find_host != nullptr ? find_host() : installed;
 }
 
 } // namespace hostsim

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-
 #include <iscsi/iscsi.h>
 #include <iscsi/scsi-lowlevel.h>
 #include <netinet/in.h>
@@ -212,7 +211,7 @@ scsi_reply real_target::run(uint64_t wire_lun, const scsi_command &command)
 {
     constexpr int most_attentions = 4;
     scsi_reply reply;
-    for (int i = 0; i < most_attentions; i++) {
+    for (int i = 0; i < most_attentions; ++i) {
         reply = try_once(wire_lun, command);
         if (reply.error != 0 || !is_unit_attention(reply.sense))
             break;

@@ -1,14 +1,14 @@
-// initiator.h - a real iSCSI portal behind a simulated port: its targets, and SCSI commands to them.
-// Every call ends within a bounded time; a target that went away is logged in to again by the next
-// command.
+// initiator.h - a real iSCSI portal behind a simulated port: its targets, and SCSI commands to
+// them. Every call ends within a bounded time; a target that went away is logged in to again by the
+// next command.
 #pragma once
+
+#include "scsi_target.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "scsi_target.h"
 
 struct iscsi_context;
 

@@ -1,9 +1,9 @@
 // interpose.cpp - puts the simulated host's calls under their ordinary names, for a program that
 // links this or has it preloaded.
+#include "calls.h"
+
 #include <cstdarg>
 #include <fcntl.h>
-
-#include "calls.h"
 
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 

@@ -41,11 +41,11 @@ bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
 {
     if (!is_name(s.name, name) || !is_name(s.vendor, VARNOK_DRV_SIGNATURE_VENDOR) ||
         s.version != VARNOK_DRV_SIGNATURE_VERSION || s.numCallbacks != record_requests.size() ||
-        !s.callbacks)
+        s.callbacks == nullptr)
         return false;
     return std::equal(record_requests.begin(), record_requests.end(), s.callbacks,
                       [](const request_facts &r, const vmk_MgmtCallbackInfo &c) {
-                          return c.location == VMK_MGMT_CALLBACK_KERNEL && !c.callback &&
+                          return c.location == VMK_MGMT_CALLBACK_KERNEL && c.callback == nullptr &&
                                  c.synchronous == 1 && c.numParms == 1 &&
                                  c.parmTypes[0] == VMK_MGMT_PARMTYPE_INOUT &&
                                  c.parmSizes[0] == r.envelope_size && c.callbackId == r.callback;
@@ -86,7 +86,7 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
     const request_facts *r = find_request(&request_facts::ioctl_number, code - d.ioctl_base);
     if (r == nullptr)
         return fail(ENOTTY);
-    if (!header)
+    if (header == nullptr)
         return fail(EFAULT);
 
     varnok_drv_ioctl h;
@@ -97,7 +97,7 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
         h.addrmode != VARNOK_DRV_IOCTL_ADDRMODE || h.version != VARNOK_DRV_IOCTL_VERSION)
         return fail(EINVAL);
     auto *record = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.ioctlstructaddr));
-    if (!record)
+    if (record == nullptr)
         return fail(EFAULT);
 
     exchange e{driver,
@@ -120,7 +120,7 @@ int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope
     const request_facts *r = find_request(&request_facts::callback, callback);
     if (r == nullptr)
         return fail(EINVAL);
-    if (!envelope)
+    if (envelope == nullptr)
         return fail(EFAULT);
 
     std::span<std::byte> header(static_cast<std::byte *>(envelope), r->envelope_size);
@@ -177,8 +177,8 @@ const fault *machine::next_fault(driver_id driver, request what, std::optional<u
     for (fault &f : scenario_.faults) {
         if (f.driver != driver || f.what != what || (f.instance && f.instance != instance))
             continue;
-        f.seen++;
-        if (!fires && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))
+        ++f.seen;
+        if (fires == nullptr && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))
             fires = &f;
     }
     return fires;
@@ -188,7 +188,7 @@ uint32_t machine::answer(exchange &e)
 {
     const port *p = facts(e.what).whom == asked_of::one_port ? find_port(e) : nullptr;
     std::optional<uint32_t> instance;
-    if (p)
+    if (p != nullptr)
         instance = p->instance;
 
     if (const fault *f = next_fault(e.driver, e.what, instance)) {

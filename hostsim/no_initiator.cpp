@@ -1,7 +1,7 @@
 // no_initiator.cpp - a build without an iSCSI initiator: no scenario gets as far as this.
-#include <cerrno>
-
 #include "initiator.h"
+
+#include <cerrno>
 
 namespace hostsim
 {

@@ -1,5 +1,7 @@
 // preload.cpp - the preloaded form: the scenario comes by the environment, and only a process that
 // uses the library sees the simulated host. The shells and tools that it starts do not.
+#include "machine.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -10,8 +12,6 @@
 #include <mutex>
 #include <string>
 
-#include "machine.h"
-
 namespace hostsim
 {
 namespace
@@ -19,7 +19,9 @@ namespace
 
 int is_the_library(struct dl_phdr_info *object, size_t, void *)
 {
-    return object->dlpi_name && std::strstr(object->dlpi_name, "libvarnok.so") ? 1 : 0;
+    const bool found =
+        object->dlpi_name != nullptr && std::strstr(object->dlpi_name, "libvarnok.so") != nullptr;
+    return found ? 1 : 0;
 }
 
 bool uses_the_library()
@@ -33,7 +35,7 @@ bool uses_the_library()
 machine *load_host()
 {
     const char *path = std::getenv("VARNOK_HOST_SCENARIO");
-    if (!path)
+    if (path == nullptr)
         return nullptr;
     try {
         // A scenario of a line or two comes as it is.
@@ -81,7 +83,7 @@ extern "C" __attribute__((visibility("default"))) FILE *popen(const char *comman
     const char *preloaded = hostsim::is_in_the_library(__builtin_return_address(0))
                                 ? std::getenv("LD_PRELOAD")
                                 : nullptr;
-    if (!preloaded)
+    if (preloaded == nullptr)
         return real(command, mode);
     const std::string kept = preloaded;
     unsetenv("LD_PRELOAD");

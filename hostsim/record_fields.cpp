@@ -1,9 +1,9 @@
 #include "record_fields.h"
 
+#include "varnok_driver_records.h"
+
 #include <algorithm>
 #include <cstring>
-
-#include "varnok_driver_records.h"
 
 namespace hostsim
 {

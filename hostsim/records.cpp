@@ -1,11 +1,11 @@
 #include "records.h"
 
+#include "drivers.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-
-#include "drivers.h"
 
 namespace hostsim
 {
@@ -70,7 +70,7 @@ void put_ipv6(uint8_t (&to)[16], uint8_t first, uint8_t second, uint8_t net, uin
     to[0] = first;
     to[1] = second;
     to[7] = net;
-    for (size_t i = 0; i < 8; i++)
+    for (size_t i = 0; i < 8; ++i)
         to[15 - i] = static_cast<uint8_t>(number >> (8 * i));
 }
 
@@ -107,7 +107,7 @@ constexpr shared_field shared_fields[] = {
 };
 #undef SHARED
 
-template <typename Record>
+template <class Record>
 char *bytes(Record &r)
 {
     return reinterpret_cast<char *>(&r);

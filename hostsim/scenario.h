@@ -1,6 +1,10 @@
 // scenario.h - the simulated host as its scenario describes it. A repeated description stands once.
 #pragma once
 
+#include "drivers.h"
+#include "hostsim.h"
+#include "record_fields.h"
+
 #include <array>
 #include <cstdint>
 #include <deque>
@@ -10,10 +14,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
-
-#include "drivers.h"
-#include "hostsim.h"
-#include "record_fields.h"
 
 namespace hostsim
 {

@@ -1,11 +1,11 @@
 #include "scenario_json.h"
 
+#include "hostsim.h"
+
 #include <functional>
 #include <set>
 #include <string>
 #include <vector>
-
-#include "hostsim.h"
 
 namespace hostsim
 {
@@ -30,7 +30,7 @@ class repeated_key_finder
             return true;
         }
         if (!open_.empty())
-            open_.back().values++;
+            ++open_.back().values;
         if (event != parse_event::value)
             open_.push_back({event == parse_event::array_start, 0, {}, {}});
         return true;

@@ -1,9 +1,8 @@
 // document.h - the JSON of a scenario.
 #pragma once
 
-#include <string_view>
-
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 namespace hostsim
 {

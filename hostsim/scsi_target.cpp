@@ -27,7 +27,7 @@ struct call {
     disk_contents &contents;
 };
 
-template <typename T>
+template <class T>
 void put_number(uint8_t *to, T value)
 {
     for (size_t i = sizeof value; i-- > 0; value = static_cast<T>(value >> 8))
@@ -62,9 +62,9 @@ scsi_result test_unit_ready(const call &c)
 scsi_result request_sense(const call &c)
 {
     constexpr uint8_t descriptor_format = 1;
-    if (c.command.cdb[1] & descriptor_format)
+    if ((c.command.cdb[1] & descriptor_format) != 0)
         return check(bad_field);
-    return give(c, fixed_sense(c.lun ? sense_code{} : no_such_lun), c.command.cdb[4]);
+    return give(c, fixed_sense(c.lun != nullptr ? sense_code{} : no_such_lun), c.command.cdb[4]);
 }
 
 void put_text(uint8_t *to, std::string_view text, size_t size)
@@ -100,8 +100,9 @@ scsi_result inquiry(const call &c)
     const uint8_t page = c.command.cdb[2];
     const uint64_t allocation = cdb_field(c, 3, 2);
 
-    if (c.command.cdb[1] & evpd) {
-        std::vector<uint8_t> data = c.lun ? product_data(c, page) : std::vector<uint8_t>();
+    if ((c.command.cdb[1] & evpd) != 0) {
+        std::vector<uint8_t> data =
+            c.lun != nullptr ? product_data(c, page) : std::vector<uint8_t>();
         return data.empty() ? check(bad_field) : give(c, data, allocation);
     }
     if (page != 0)
@@ -109,10 +110,10 @@ scsi_result inquiry(const call &c)
 
     // SPC-4, hierarchical LUNs, 31 more bytes, command queueing.
     std::array<uint8_t, 36> data = {0, 0, 0x06, 0x12, 31, 0, 0, 0x02};
-    data[0] = c.lun ? c.lun->device_type : no_device;
-    put_text(&data[8], c.lun ? c.lun->vendor : "", 8);
-    put_text(&data[16], c.lun ? c.lun->product : "", 16);
-    put_text(&data[32], c.lun ? c.lun->revision : "", 4);
+    data[0] = c.lun != nullptr ? c.lun->device_type : no_device;
+    put_text(&data[8], c.lun != nullptr ? c.lun->vendor : "", 8);
+    put_text(&data[16], c.lun != nullptr ? c.lun->product : "", 16);
+    put_text(&data[32], c.lun != nullptr ? c.lun->revision : "", 4);
     return give(c, data, allocation);
 }
 
@@ -126,7 +127,7 @@ scsi_result report_luns(const call &c)
     size_t count = select == well_known_only ? 0 : c.target.luns.size();
     std::vector<uint8_t> data(8 + 8 * count);
     put_number(&data[0], static_cast<uint32_t>(8 * count));
-    for (size_t i = 0; i < count; i++)
+    for (size_t i = 0; i < count; ++i)
         put_number(&data[8 + 8 * i], c.target.luns[i].wire);
     return give(c, data, cdb_field(c, 6, 4));
 }

@@ -1,13 +1,13 @@
 // scsi.h - the logical units behind a target, as SCSI commands meet them.
 #pragma once
 
+#include "disk.h"
+#include "scenario.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <unordered_map>
-
-#include "disk.h"
-#include "scenario.h"
 
 namespace hostsim
 {

@@ -1,11 +1,11 @@
 #include "values.h"
 
+#include "initiator.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
 #include <cstring>
-
-#include "initiator.h"
 
 namespace hostsim
 {
@@ -58,7 +58,7 @@ std::string address(const json &value, const place &at, int address_family, size
 
 std::string place::text() const
 {
-    std::string above = up ? up->text() : std::string();
+    std::string above = up != nullptr ? up->text() : std::string();
     if (!above.empty() && !key.empty())
         above += '.';
     above += key;
@@ -115,7 +115,7 @@ std::string to_text(const json &value, const place &at, size_t max_bytes)
 size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices)
 {
     std::string list;
-    for (size_t i = 0; i < choices.size(); i++) {
+    for (size_t i = 0; i < choices.size(); ++i) {
         if (value.is_string() && text_of(value) == choices[i])
             return i;
         list += (i == 0 ? "" : ", ") + std::string(choices[i]);
@@ -135,7 +135,7 @@ uint64_t to_byte_count(const json &value, const place &at)
     std::string_view unit = text.substr(digits);
     if (unit.starts_with(' '))
         unit.remove_prefix(1);
-    for (size_t i = 0; digits != 0 && i < units.size(); i++) {
+    for (size_t i = 0; digits != 0 && i < units.size(); ++i) {
         if (unit != units[i])
             continue;
         auto n = parse(text.substr(0, digits), 10);
@@ -149,9 +149,9 @@ uint64_t to_byte_count(const json &value, const place &at)
 int to_error_number(const json &value, const place &at)
 {
     constexpr int last_error = 133;
-    for (int e = 1; e <= last_error && value.is_string(); e++) {
+    for (int e = 1; e <= last_error && value.is_string(); ++e) {
         const char *name = strerrorname_np(e);
-        if (name && text_of(value) == name)
+        if (name != nullptr && text_of(value) == name)
             return e;
     }
     if (!value.is_number_unsigned())
@@ -198,7 +198,7 @@ std::string to_field(const json &value, const place &at, const field &where)
     switch (where.kind) {
     case field_kind::number: {
         uint64_t n = to_number(value, at, 0, UINT64_MAX >> (64 - 8 * where.size));
-        for (size_t i = 0; i < where.size; i++)
+        for (size_t i = 0; i < where.size; ++i)
             bytes.push_back(static_cast<char>(n >> (8 * i) & 0xFF));
         break;
     }

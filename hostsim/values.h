@@ -1,14 +1,14 @@
 // values.h - the scenario's values, and the places that its errors name.
 #pragma once
 
+#include "record_fields.h"
+#include "scenario.h"
+#include "scenario_json.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "record_fields.h"
-#include "scenario.h"
-#include "scenario_json.h"
 
 namespace hostsim
 {
@@ -26,7 +26,7 @@ struct place {
 };
 
 // Calls take(key, value, place) for every member, take(value, place) for every element.
-template <typename F>
+template <class F>
 void each_member(const json &object, const place &at, F take)
 {
     if (!object.is_object())
@@ -35,12 +35,12 @@ void each_member(const json &object, const place &at, F take)
         take(name, value, place{&at, name});
 }
 
-template <typename F>
+template <class F>
 void each_element(const json &array, const place &at, F take)
 {
     if (!array.is_array())
         at.fail("not an array");
-    for (size_t i = 0; i < array.size(); i++)
+    for (size_t i = 0; i < array.size(); ++i)
         take(array[i], place{at.up, at.key, i});
 }
 

@@ -1,23 +1,21 @@
 // varnok-host - runs a program on a simulated host.
+#include "drivers.h"
+#include "hostsim.h"
+#include "values.h"
+
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unistd.h>
 #include <vector>
-
-#include <CLI/CLI.hpp>
-
-#include <nlohmann/json.hpp>
-
-#include "drivers.h"
-#include "hostsim.h"
-#include "values.h"
 
 namespace
 {
@@ -103,7 +101,7 @@ int run(const std::string &source, std::span<char *> program)
         return complain(exit_not_started, "varnok-hostsim.so", "not found beside the program");
 
     std::string preload = object;
-    if (const char *others = std::getenv("LD_PRELOAD"); others && *others)
+    if (const char *others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0')
         preload += std::string(":") + others;
     setenv("LD_PRELOAD", preload.c_str(), 1);
     setenv("VARNOK_HOST_SCENARIO", is_text(source) ? source.c_str() : fs::absolute(source).c_str(),
