@@ -25,10 +25,11 @@ struct device_table {
     std::map<int, driver_id> open; // by descriptor
 };
 
-// Made at its first use: other libraries call these functions before constructors have run.
+// Made at its first use and never destroyed: other libraries call these functions before the
+// constructors run and after the destructors.
 device_table &devices()
 {
-    static auto *table = new device_table; // and after destructors
+    static auto *table = new device_table;
     return *table;
 }
 
@@ -59,7 +60,7 @@ void keep(int fd, std::optional<driver_id> driver)
         devices().open.emplace(fd, *driver);
 }
 
-// A duplicate is a descriptor of the same device. What it was before is closed.
+// A duplicate belongs to the same device as fd. Its number may have been another device's.
 int kept_duplicate(int fd, long made)
 {
     if (made >= 0)
@@ -89,7 +90,7 @@ int calls::open(const char *path, int flags, mode_t mode)
 
     if (simulated->open_device(d->id) != 0)
         return -1;
-    int fd = real_open("/dev/null", flags, mode); // a character device for fstat, too
+    int fd = real_open("/dev/null", flags, mode); // fstat shows a character device
     if (fd >= 0)
         keep(fd, d->id);
     return fd;
@@ -110,7 +111,7 @@ int calls::fcntl(int fd, int command, void *argument)
 
 int calls::dup(int fd) { return kept_duplicate(fd, syscall(SYS_dup, fd)); }
 
-// Not every architecture has a call of its own for this.
+// Some architectures have no system call for this.
 int calls::dup2(int fd, int to)
 {
     if (fd != to)

@@ -12,7 +12,7 @@ namespace hostsim
 namespace
 {
 
-// Open for one access only, so that the simulated host holds no descriptors of its process.
+// Open for one access only: the host keeps no descriptors of its process.
 class open_file
 {
   public:

@@ -15,7 +15,7 @@ namespace
 
 constinit machine *installed = nullptr;
 
-// stdio tells why a file cannot be read, streams do not.
+// With stdio, errno tells why a file cannot be read.
 std::string contents(const std::string &path)
 {
     const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),

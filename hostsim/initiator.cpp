@@ -20,9 +20,10 @@ using clock = std::chrono::steady_clock;
 
 constexpr auto longest_step = std::chrono::seconds(5);
 constexpr int syn_retries = 2;
-constexpr uint32_t enterprise = 0x4D4C56; // in the ISIDs
+constexpr uint32_t enterprise = 0x4D4C56; // part of the ISID
 
-// What one asynchronous step came to. It outlives its context, which still reports what it cancels.
+// The result of one asynchronous step. It outlives the context, which reports steps that it
+// cancels.
 struct step {
     bool done = false;
     int status = 0;
@@ -85,7 +86,7 @@ bool is_unit_attention(const std::vector<uint8_t> &sense)
 
 const bool has_initiator = true;
 
-// A context and what it is waited for.
+// A context, and the step that it is at.
 class initiator_connection
 {
   public:
@@ -112,7 +113,7 @@ class initiator_connection
 
     iscsi_context *get() { return context_; }
 
-    // Starts a step and serves the connection until it ends; 0, or why it did not.
+    // Starts a step and serves the connection until the step ends. Returns 0, or an errno.
     template <class Start>
     int run(Start start)
     {
@@ -206,7 +207,8 @@ int real_target::log_in()
     return 0;
 }
 
-// A new session's first command is answered with news of it, which initiators keep to themselves.
+// A new session answers its first commands with UNIT ATTENTION, which an initiator does not pass
+// on.
 scsi_reply real_target::run(uint64_t wire_lun, const scsi_command &command)
 {
     constexpr int most_attentions = 4;
@@ -241,14 +243,13 @@ scsi_reply real_target::try_once(uint64_t wire_lun, const scsi_command &command)
                                         static_cast<int>(wire_lun >> first_level), task, finish,
                                         out ? &data : nullptr, s);
     });
-    if (reply.error == 0 &&
-        task->status > 0xFF) // libiscsi's own statuses: cancelled, timed out, lost
+    if (reply.error == 0 && task->status > 0xFF) // statuses of libiscsi: cancelled, timed out, lost
         reply.error = ECONNRESET;
     if (reply.error != 0) {
         connection_.reset(); // before its task
     } else if (task->status == SCSI_STATUS_CHECK_CONDITION) {
         reply.scsi_status = SCSI_STATUS_CHECK_CONDITION;
-        const auto *sense = task->datain.data; // the length in two bytes, and then the sense
+        const auto *sense = task->datain.data; // two bytes of length, then the sense
         if (task->datain.size > 2)
             reply.sense.assign(sense + 2, sense + task->datain.size);
     } else {

@@ -1,6 +1,5 @@
-// initiator.h - a real iSCSI portal behind a simulated port: its targets, and SCSI commands to
-// them. Every call ends within a bounded time; a target that went away is logged in to again by the
-// next command.
+// initiator.h - reaches the targets of a real iSCSI portal. Every call ends within a bounded time.
+// When a target has gone away, the next command logs in again.
 #pragma once
 
 #include "scsi_target.h"
@@ -15,16 +14,15 @@ struct iscsi_context;
 namespace hostsim
 {
 
-extern const bool has_initiator; // of this build; without it no scenario names a portal
+extern const bool has_initiator; // false: this build accepts no scenario that names a portal
 
 struct portal_login {
     std::string portal;    // "host:port"
     std::string initiator; // iSCSI name
-    uint16_t session = 0;  // tells the sessions of one initiator apart in their ISIDs
+    uint16_t session = 0;  // part of the ISID, which differs from session to session
 };
 
-// Both ends of a session as the record has them: bytes in network order, empty when not of that
-// family.
+// One end of a session. An address is its bytes in network order, or empty.
 struct tcp_endpoint {
     std::string ipv4;
     std::string ipv6;
@@ -32,7 +30,7 @@ struct tcp_endpoint {
 };
 
 struct scsi_reply {
-    int error = 0; // errno of a command that did not get through
+    int error = 0; // errno when the target did not answer
     uint8_t scsi_status = 0;
     std::vector<uint8_t> sense{};
     size_t moved = 0;
@@ -52,7 +50,7 @@ class real_target
     const tcp_endpoint &own_endpoint() const { return own_; }
     const tcp_endpoint &target_endpoint() const { return target_; }
 
-    // 0, or the errno of a login that failed.
+    // Returns 0, or the errno of a login that failed.
     int log_in();
     scsi_reply run(uint64_t wire_lun, const scsi_command &command);
 
@@ -66,7 +64,7 @@ class real_target
     tcp_endpoint target_;
 };
 
-// The names of the portal's targets, sorted; 0, or why it does not answer.
+// Reads the names of the portal's targets, sorted. Returns 0, or an errno.
 int discover_targets(const portal_login &login, std::vector<std::string> &names);
 
 } // namespace hostsim

@@ -1,5 +1,5 @@
-// interpose.cpp - puts the simulated host's calls under their ordinary names, for a program that
-// links this or has it preloaded.
+// interpose.cpp - defines the calls of the simulated host under their ordinary names, for a program
+// that links this file or has it preloaded.
 #include "calls.h"
 
 #include <cstdarg>
@@ -30,7 +30,7 @@ INTERPOSED int fcntl(int fd, int command, ...)
     return hostsim::calls::fcntl(fd, command, argument);
 }
 
-// Programs with 64-bit file offsets call it by this name.
+// The name in programs that use 64-bit file offsets.
 INTERPOSED int fcntl64(int fd, int command, ...) __attribute__((alias("fcntl")));
 
 INTERPOSED int dup(int fd) noexcept { return hostsim::calls::dup(fd); }

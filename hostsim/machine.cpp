@@ -130,8 +130,8 @@ int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope
 
 int machine::serve(exchange &e, size_t status_offset)
 {
-    // A call that fails leaves everything as it was sent. Only an observer lets it fail after the
-    // answer.
+    // A call that fails leaves the caller's records as they were. Only an observer makes a call
+    // fail after the answer.
     const std::span<std::byte> header = e.header, record = e.record;
     std::vector<std::byte> sent_header, sent_record;
     if (on_request || on_answer) {
@@ -170,7 +170,7 @@ const port *machine::find_port(const exchange &e) const
     return instance < ports.by_instance.size() ? ports.by_instance[instance] : nullptr;
 }
 
-// The first fault that fires; all of them count the request.
+// Returns the first fault that fires. Every matching fault counts the request.
 const fault *machine::next_fault(driver_id driver, request what, std::optional<uint32_t> instance)
 {
     const fault *fires = nullptr;
@@ -210,7 +210,7 @@ uint32_t machine::answer(exchange &e)
 
 uint32_t machine::answer_for_port(exchange &e, const port &p)
 {
-    // The record of the session, or its target, that the request's record names.
+    // The request's record has the session's number at the offset.
     const auto answer_for_session = [&](size_t number_offset, auto make_record) {
         const auto number = get_field<uint32_t>(e.record, number_offset);
         const session_description *const s = p.described->find_session(number);

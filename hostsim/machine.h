@@ -1,4 +1,4 @@
-// machine.h - the installed host and its drivers, as the interposed calls reach them.
+// machine.h - a simulated host and its drivers, as the interposed calls reach them.
 #pragma once
 
 #include "hostsim.h"
@@ -39,10 +39,10 @@ class machine final : public host
     std::recursive_mutex lock_; // an observer may call again
 };
 
-// The host that this process sees now; null: the plain machine.
+// The host that this process sees, or null for the real machine.
 machine *current();
 
-// Called when none is installed. The preloaded form finds its host so.
+// Called when no host is installed: the preloaded form finds its host this way.
 using host_finder = machine *(*)();
 extern constinit host_finder find_host;
 

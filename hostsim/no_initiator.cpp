@@ -1,4 +1,5 @@
-// no_initiator.cpp - a build without an iSCSI initiator: no scenario gets as far as this.
+// no_initiator.cpp - stands in for initiator.cpp in a build without libiscsi. No scenario reaches
+// these functions.
 #include "initiator.h"
 
 #include <cerrno>

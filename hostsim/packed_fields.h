@@ -1,4 +1,4 @@
-// packed_fields.h - the fields of packed records, which are reached by copying.
+// packed_fields.h - reads and writes fields of packed records by copying.
 #pragma once
 
 #include <cstddef>

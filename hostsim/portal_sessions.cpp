@@ -36,7 +36,7 @@ void add_endpoint(settings &to, std::span<const field> fields, const std::string
     add_setting(to, fields, name + "_port", bytes_of(endpoint.tcp_port));
 }
 
-// The session shows the real one's names, addresses and state.
+// Copies the names, addresses and state of the real session.
 void describe_session(session_description &s)
 {
     real_target &target = *s.real;
@@ -50,7 +50,7 @@ void describe_session(session_description &s)
     add_endpoint(s.target_settings, target_fields, "", target.target_endpoint());
 }
 
-// A target that is known keeps its connection.
+// A known target keeps its connection.
 std::shared_ptr<real_target> find_target(const port_description &p, const std::string &name)
 {
     for (const session_description &s : p.sessions)
@@ -61,8 +61,7 @@ std::shared_ptr<real_target> find_target(const port_description &p, const std::s
 
 } // namespace
 
-// The first request makes the port known. It succeeds whatever the portal does: an adapter is there
-// without its network.
+// The first refresh always succeeds: an adapter is there even when its network is not.
 int refresh_sessions_from_portal(const port &p)
 {
     port_description &described = *p.described;

@@ -6,8 +6,8 @@
 namespace hostsim
 {
 
-// Makes the port's sessions those that its portal offers now. Returns 0, or why the portal does not
-// answer; then the sessions stay as they are.
+// Gives the port the sessions that its portal offers now. Returns 0, or an errno: then the sessions
+// stay as they are.
 int refresh_sessions_from_portal(const port &p);
 
 } // namespace hostsim

@@ -1,4 +1,4 @@
-// preload.cpp - the preloaded form: the scenario comes by the environment, and only a process that
+// preload.cpp - the preloaded form takes the scenario from the environment. Only a process that
 // uses the library sees the simulated host. The shells and tools that it starts do not.
 #include "machine.h"
 
@@ -26,7 +26,7 @@ int is_the_library(struct dl_phdr_info *object, size_t, void *)
 
 bool uses_the_library()
 {
-    static std::atomic<bool> seen{false}; // the library may be loaded at any time
+    static std::atomic<bool> seen{false}; // a process may load the library late
     if (!seen)
         seen = dl_iterate_phdr(is_the_library, nullptr) != 0;
     return seen;
@@ -38,7 +38,7 @@ machine *load_host()
     if (path == nullptr)
         return nullptr;
     try {
-        // A scenario of a line or two comes as it is.
+        // A short scenario comes as its text.
         auto made = *path == '{' ? host::from_text(path) : host::from_file(path);
         return static_cast<machine *>(made.release());
     } catch (const std::exception &e) {
@@ -49,7 +49,7 @@ machine *load_host()
 
 machine *host_of_process()
 {
-    static thread_local bool busy = false; // reading the scenario comes through here again
+    static thread_local bool busy = false; // reading the scenario calls this again
     if (busy)
         return nullptr;
     const int error = errno;
@@ -75,8 +75,8 @@ bool is_in_the_library(const void *code)
 } // namespace
 } // namespace hostsim
 
-// The library counts its users with a pipeline of the plain machine's programs. They start without
-// this one in them: it would only be one more file of every process for lsof to look at.
+// The library counts its users with a pipeline of the machine's programs. They start without this
+// object, which lsof would otherwise find in each of them.
 extern "C" __attribute__((visibility("default"))) FILE *popen(const char *command, const char *mode)
 {
     static auto *const real = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));

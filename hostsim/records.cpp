@@ -15,7 +15,7 @@ namespace
 constexpr uint16_t iscsi_port = 3260;
 constexpr uint16_t vendor = 0x1E2B;
 
-// What the adapters of a family have by default.
+// What an adapter of a family reports by default.
 struct adapter {
     uint32_t pcie_speed;
     uint16_t speed; // Mbit/s
@@ -43,7 +43,7 @@ __attribute__((format(printf, 2, 3))) void print(uint8_t (&to)[N], const char *f
     std::memcpy(to, text, std::min(N, static_cast<size_t>(length)));
 }
 
-// A locally administered address of the host's own.
+// A locally administered address.
 void put_mac(uint8_t (&to)[6], uint8_t kind, uint64_t number)
 {
     const uint8_t mac[6] = {0x02,
@@ -55,7 +55,7 @@ void put_mac(uint8_t (&to)[6], uint8_t kind, uint64_t number)
     std::memcpy(to, mac, sizeof mac);
 }
 
-// Ports have the lower half of 192.168.0.0/16, targets the upper one.
+// Ports are in the lower half of 192.168.0.0/16, targets in the upper half.
 void put_ipv4(uint8_t (&to)[4], uint8_t half, uint64_t number)
 {
     constexpr unsigned nets = 128, hosts = 240, first_host = 10;
@@ -74,7 +74,7 @@ void put_ipv6(uint8_t (&to)[16], uint8_t first, uint8_t second, uint8_t net, uin
         to[15 - i] = static_cast<uint8_t>(number >> (8 * i));
 }
 
-// The address that a port makes of its MAC address (modified EUI-64).
+// A port makes this address from its MAC address (modified EUI-64).
 void put_link_local(uint8_t (&to)[16], const uint8_t (&mac)[6])
 {
     put_ipv6(to, 0xFE, 0x80, 0, 0);
@@ -85,7 +85,7 @@ void put_link_local(uint8_t (&to)[16], const uint8_t (&mac)[6])
     std::memcpy(to + 13, mac + 3, 3);
 }
 
-// What a session and its target both say.
+// The fields that the records of a session and of its target share.
 #define SHARED(in_session, in_target)                                                              \
     {                                                                                              \
         offsetof(varnok_drv_session_info, in_session), offsetof(varnok_drv_tgt_info, in_target),   \

@@ -1,4 +1,4 @@
-// requests.h - what a driver is asked, a row each. Whoever lists requests reads them here.
+// requests.h - the table of the requests to a driver. Everything that lists requests reads it.
 #pragma once
 
 #include "drivers.h"
@@ -14,7 +14,7 @@
 namespace hostsim
 {
 
-// What drivers answer when they cannot do it.
+// A driver's status when a request fails.
 inline constexpr uint32_t status_failed = 1;
 inline constexpr uint32_t status_not_found = 7; // no such port, session or target
 
@@ -25,7 +25,7 @@ struct request_facts {
     std::string_view name; // in a scenario
     asked_of whom;
 
-    // An ioctl has the record for itself. A callback's envelope has it at an offset.
+    // An ioctl takes the record alone. A callback takes an envelope with the record in it.
     uint32_t ioctl_number = 0;
     uint64_t callback = 0;
     size_t record_size = 0;
@@ -56,7 +56,7 @@ inline constexpr std::array<request_facts, 9> requests = {{
 }};
 #undef WITH_RECORD
 
-// Those that come with a record, in the order of a driver's callbacks.
+// The requests that come with a record, in the order of a driver's callbacks.
 inline constexpr std::span record_requests = std::span(requests).subspan<2>();
 static_assert(record_requests.size() == VARNOK_DRV_CALLBACK_COUNT);
 

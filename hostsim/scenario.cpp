@@ -18,9 +18,9 @@ namespace
 {
 
 constexpr uint32_t most_copies = 65536; // of one description
-constexpr uint32_t most_ports = 65536;  // a legacy driver is told 16 bits
+constexpr uint32_t most_ports = 65536;  // a legacy driver takes 16 bits
 constexpr uint32_t most_sessions = 65536;
-constexpr uint32_t most_luns = 65536; // a disk's identity keeps 16 bits for them
+constexpr uint32_t most_luns = 65536; // a disk's identity has 16 bits for them
 constexpr uint32_t first_host_no = 32;
 
 constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
@@ -35,7 +35,7 @@ request to_request(const json &value, const place &at)
     return requests[to_choice(value, at, request_names)].what;
 }
 
-// Descriptions while they are read. The folder is the scenario's.
+// Descriptions with what only their reading needs. The folder is the scenario's.
 struct lun_draft : lun_description {
     uint32_t copies = 1;
     lun_number first{};
@@ -164,7 +164,7 @@ constexpr member<port_draft> port_members[] = {
     {"sessions", array_of<read_session>},
 };
 
-// Gives every copy of a port its identity.
+// Adds the copies of a port, each with its own identity.
 void add_ports(scenario &s, const place &at, port_draft draft)
 {
     const uint32_t copies = draft.copies;
@@ -238,7 +238,7 @@ void read_fault(scenario &into, const json &object, const place &at)
     into.faults.push_back(f);
 }
 
-// When all ports are there: they may follow the faults.
+// The ports may follow the faults, so this check comes last.
 void check_fault_instances(const scenario &s)
 {
     for (size_t i = 0; i < s.faults.size(); ++i) {
@@ -272,7 +272,7 @@ void check_schema(scenario &, const json &value, const place &at)
     to_choice(value, at, capture_schemas);
 }
 
-// A captured host says besides which command made the document, and what failed.
+// The last four are in the document of a captured host.
 constexpr member<scenario> scenario_members[] = {
     {"host", read_host},
     {"drivers", array_of<read_present_driver>},

@@ -1,4 +1,5 @@
-// scenario.h - the simulated host as its scenario describes it. A repeated description stands once.
+// scenario.h - a scenario after reading. Copies of a port, a session or a LUN share one
+// description.
 #pragma once
 
 #include "drivers.h"
@@ -33,7 +34,7 @@ struct lun_description {
 inline bool is_disk(const lun_description &lun) { return lun.device_type == 0; }
 
 struct lun_entry {
-    uint64_t wire; // the eight bytes of the LUN, the first most significant
+    uint64_t wire; // the eight bytes of the LUN as a big-endian number
     uint32_t description;
 };
 
@@ -43,9 +44,9 @@ struct session_description {
     settings session_settings;
     settings target_settings;
     std::vector<lun_description> lun_descriptions;
-    std::vector<lun_entry> luns;        // in the order of the scenario
-    std::vector<uint32_t> luns_by_wire; // their places in it, by ascending wire
-    std::shared_ptr<real_target> real;  // answers instead of the LUNs; null: none
+    std::vector<lun_entry> luns;        // in the scenario's order
+    std::vector<uint32_t> luns_by_wire; // indexes into luns, by ascending wire
+    std::shared_ptr<real_target> real;  // null, or answers instead of the LUNs
 };
 
 struct port_description {
@@ -53,7 +54,7 @@ struct port_description {
     bool absent = false;
     settings pci_settings;
     settings port_settings;
-    std::string portal; // a real portal whose targets are the sessions; empty: none
+    std::string portal; // a real one whose targets are the sessions, or empty
     bool portal_asked = false;
     std::vector<session_description> sessions;
     uint32_t session_count = 0;
@@ -67,7 +68,7 @@ struct port {
     uint32_t instance; // among its driver's ports
     uint32_t board;    // two ports of a driver make a board
     uint32_t host_no;
-    uint64_t first_target; // targets are numbered through the whole host
+    uint64_t first_target; // among the targets of the whole host
 };
 
 struct sense_code {
@@ -100,7 +101,7 @@ struct scenario {
     std::string sysname = "VMkernel";
     uint32_t euid = 0;
     uint32_t check_condition_status = 0;
-    std::deque<port_description> descriptions; // deques: pointers into them stay good
+    std::deque<port_description> descriptions; // deques keep pointers to their elements valid
     std::deque<port> ports;
     uint32_t boards = 0;
     std::array<driver_ports, drivers.size()> by_driver;

@@ -12,7 +12,7 @@ namespace hostsim
 namespace
 {
 
-// The parser keeps one of two members with the same name and says nothing.
+// The parser keeps one of two members with the same name without an error.
 class repeated_key_finder
 {
   public:
@@ -66,8 +66,8 @@ json parse_document(std::string_view text)
     repeated_key_finder finder;
     try {
         return json::parse(text, std::ref(finder), true, true);
-    } catch (const json::exception &e) { // a number may be too large
-        std::string what = e.what();     // begins with the exception's name in brackets
+    } catch (const json::exception &e) {
+        std::string what = e.what(); // begins with the exception's name in brackets
         size_t name_end = what.find("] ");
         throw scenario_error(name_end == std::string::npos ? what : what.substr(name_end + 2));
     }

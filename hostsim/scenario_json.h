@@ -1,4 +1,4 @@
-// document.h - the JSON of a scenario.
+// scenario_json.h - parses the text of a scenario.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -7,9 +7,9 @@
 namespace hostsim
 {
 
-using json = nlohmann::ordered_json; // errors come in the order of the text
+using json = nlohmann::ordered_json; // keeps the members' order, so the first error comes first
 
-// Comments are allowed, doubled members are not. Throws scenario_error.
+// Accepts comments and refuses a member that is given twice. Throws scenario_error.
 json parse_document(std::string_view text);
 
 } // namespace hostsim

@@ -16,11 +16,12 @@ namespace
 
 enum direction : uint8_t { no_data, from_device, to_device };
 
-// The fields that both forms begin with; the ioctl form has nothing after them but its address.
+// Both forms of the record begin with the same fields. Only the data follows: the native form has
+// the bytes, the ioctl form their address.
 using command_head = varnok_drv_scsi_cmd_ioctl;
 constexpr size_t head_size = offsetof(command_head, data_addr);
 
-// Levels lie in pairs, the first of a pair in its low half.
+// The record has two levels in a number, the first of them in the low half.
 uint64_t wire_lun(const command_head &h)
 {
     const auto levels = [](uint32_t pair) {
@@ -29,7 +30,7 @@ uint64_t wire_lun(const command_head &h)
     return levels(h.lun) << 32 | levels(h.lun_ext);
 }
 
-// The data of the command, no further than its buffer.
+// The native form has room for a limited length.
 std::span<std::byte> data_of(const exchange &e, const command_head &h)
 {
     if (is_native(e.driver))

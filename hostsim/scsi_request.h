@@ -1,4 +1,4 @@
-// scsi_request.h - a SCSI command in the driver's record, in both of its forms.
+// scsi_request.h - the driver's request that carries a SCSI command.
 #pragma once
 
 #include "hostsim.h"
@@ -8,7 +8,7 @@
 namespace hostsim
 {
 
-// Carries the command out and gives the driver's status.
+// Carries out the command and returns the driver's status.
 uint32_t answer_scsi(exchange &e, const port &p, disk_contents &disks,
                      uint32_t check_condition_status);
 

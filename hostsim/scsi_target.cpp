@@ -21,8 +21,8 @@ constexpr sense_code no_such_lun = {0x05, 0x25, 0x00};
 
 struct call {
     const session_description &target;
-    const lun_description *lun; // null: the target does not have it
-    uint64_t identity;          // of the disk, one among all of the host
+    const lun_description *lun; // null when the target does not have it
+    uint64_t identity;          // of the disk, unique on the host
     const scsi_command &command;
     disk_contents &contents;
 };
@@ -34,7 +34,7 @@ void put_number(uint8_t *to, T value)
         to[i] = static_cast<uint8_t>(value);
 }
 
-// A big-endian number at a place of the CDB.
+// A big-endian number in the CDB.
 uint64_t cdb_field(const call &c, size_t at, size_t size)
 {
     uint64_t value = 0;
@@ -43,7 +43,7 @@ uint64_t cdb_field(const call &c, size_t at, size_t size)
     return value;
 }
 
-// Data from the device, cut to the allocation length and to the caller's room.
+// Sends data as far as the allocation length and the caller's buffer go.
 scsi_result give(const call &c, std::span<const uint8_t> data, uint64_t allocation)
 {
     size_t n = std::min({data.size(), c.command.in.size(), static_cast<size_t>(allocation)});
@@ -84,7 +84,7 @@ std::vector<uint8_t> product_data(const call &c, uint8_t page)
         snprintf(serial, sizeof serial, "%016llx", static_cast<unsigned long long>(c.identity));
         data.insert(data.end(), serial, serial + 16);
     } else if (page == 0x83) {
-        data.insert(data.end(), {0x01, 0x03, 0x00, 0x08}); // binary, the unit's NAA identifier
+        data.insert(data.end(), {0x01, 0x03, 0x00, 0x08}); // binary, an NAA identifier of the unit
         data.resize(data.size() + 8);
         put_number(&data[8], naa_locally_assigned | c.identity);
     } else {
@@ -108,7 +108,7 @@ scsi_result inquiry(const call &c)
     if (page != 0)
         return check(bad_field);
 
-    // SPC-4, hierarchical LUNs, 31 more bytes, command queueing.
+    // SPC-4, hierarchical LUNs, 31 more bytes, command queuing.
     std::array<uint8_t, 36> data = {0, 0, 0x06, 0x12, 31, 0, 0, 0x02};
     data[0] = c.lun != nullptr ? c.lun->device_type : no_device;
     put_text(&data[8], c.lun != nullptr ? c.lun->vendor : "", 8);
@@ -153,7 +153,7 @@ scsi_result read_capacity_16(const call &c)
     return give(c, data, cdb_field(c, 10, 4));
 }
 
-// READ and WRITE: bytes move as far as the caller's buffer goes.
+// READ and WRITE move bytes as far as the caller's buffer goes.
 scsi_result move_blocks(const call &c, uint64_t lba, uint64_t blocks, bool write)
 {
     const uint64_t last = last_block(c);

@@ -12,7 +12,7 @@ namespace hostsim
 namespace
 {
 
-// The whole of text as a number, or nothing.
+// Nothing when text is not a number from its beginning to its end.
 std::optional<uint64_t> parse(std::string_view text, int radix)
 {
     uint64_t n = 0;
@@ -22,7 +22,7 @@ std::optional<uint64_t> parse(std::string_view text, int radix)
     return n;
 }
 
-// Pairs of hexadecimal digits, one separator between them; empty when text is anything else.
+// Pairs of hexadecimal digits with separators between them. Empty when text is anything else.
 std::string parse_pairs(std::string_view text, char separator, size_t count)
 {
     std::string bytes;
@@ -97,7 +97,7 @@ bool to_bool(const json &value, const place &at)
     return value.get<bool>();
 }
 
-// A text, or the bytes of one that is no UTF-8.
+// A text that is not UTF-8 comes as an array of its bytes.
 std::string to_text(const json &value, const place &at, size_t max_bytes)
 {
     std::string text(text_of(value));

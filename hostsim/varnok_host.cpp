@@ -43,7 +43,7 @@ fs::path preload_object()
     return {};
 }
 
-// A start to write one's own from: varnok-scenario(5) has the rest.
+// What "varnok-host example" prints. varnok-scenario(5) describes the rest.
 constexpr const char *example = R"({
   // A host with an older-family adapter on its native driver and a newer one on its legacy driver. What is not said
   // has a default, a port can be as short as the last one.
@@ -69,7 +69,7 @@ constexpr const char *example = R"({
 }
 )";
 
-// A scenario comes as its text, or as a file's name.
+// A scenario is its text or the name of a file.
 bool is_text(const std::string &source) { return source.starts_with('{'); }
 
 int check(const std::string &source)
@@ -85,7 +85,7 @@ int check(const std::string &source)
     }
 }
 
-// A host of one port that stands on a real portal.
+// A host with one port, on a real portal.
 std::string scenario_of(const std::string &driver, const std::string &portal)
 {
     const nlohmann::json only_port = {{"driver", driver}, {"portal", portal}};
@@ -107,7 +107,7 @@ int run(const std::string &source, std::span<char *> program)
     setenv("VARNOK_HOST_SCENARIO", is_text(source) ? source.c_str() : fs::absolute(source).c_str(),
            1);
 
-    execvp(program[0], program.data()); // main's null ends them
+    execvp(program[0], program.data()); // ends with main's null pointer
     return complain(exit_not_started, program[0], std::strerror(errno));
 }
 
@@ -125,7 +125,7 @@ std::string driver_list()
 
 int start(std::span<char *> arguments)
 {
-    // Nothing behind the "--" of run is for this program.
+    // What follows the "--" of run is for the other program.
     auto end = arguments.end();
     if (arguments.size() > 1 && arguments[1] == std::string_view("run"))
         end = std::ranges::find(arguments, std::string_view("--"));
