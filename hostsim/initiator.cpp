@@ -136,23 +136,26 @@ class initiator_connection
         return 0;
     }
 
-    int run_to_success(int (*start)(iscsi_context *, iscsi_command_cb, void *), int error)
+    // The step must also end well, or the error is returned.
+    template <class Start>
+    int run_to_success(Start start, int error)
     {
-        const int failed = run([&](step *s) { return start(context_, finish, s); });
+        const int failed = run(start);
         return failed != 0 ? failed : step_.status == SCSI_STATUS_GOOD ? 0 : error;
     }
 
     int log_in(const portal_login &login)
     {
-        const int failed = run([&](step *s) {
+        const auto connect = [&](step *s) {
             return iscsi_connect_async(context_, login.portal.c_str(), finish, s);
-        });
-        if (failed != 0 || step_.status != SCSI_STATUS_GOOD)
-            return failed != 0 ? failed : ECONNREFUSED;
-        return run_to_success(iscsi_login_async, EACCES);
+        };
+        if (const int failed = run_to_success(connect, ECONNREFUSED))
+            return failed;
+        return run_to_success([&](step *s) { return iscsi_login_async(context_, finish, s); },
+                              EACCES);
     }
 
-    const step &last() const { return step_; }
+    const std::vector<std::string> &found_names() const { return step_.names; }
 
   private:
     step step_; // outlives the context
@@ -167,11 +170,12 @@ int discover_targets(const portal_login &login, std::vector<std::string> &names)
     iscsi_set_session_type(connection.get(), ISCSI_SESSION_DISCOVERY);
     if (const int failed = connection.log_in(login))
         return failed;
-    const int failed = connection.run(
-        [&](step *s) { return iscsi_discovery_async(connection.get(), finish_discovery, s); });
-    if (failed != 0 || connection.last().status != SCSI_STATUS_GOOD)
-        return failed != 0 ? failed : EIO;
-    names = connection.last().names;
+    const auto discover = [&](step *s) {
+        return iscsi_discovery_async(connection.get(), finish_discovery, s);
+    };
+    if (const int failed = connection.run_to_success(discover, EIO))
+        return failed;
+    names = connection.found_names();
     std::sort(names.begin(), names.end());
     return 0;
 }

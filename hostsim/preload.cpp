@@ -1,6 +1,7 @@
 // preload.cpp - the preloaded form takes the scenario from the environment. Only a process that
 // uses the library sees the simulated host. The shells and tools that it starts do not.
 #include "machine.h"
+#include "next_calls.h"
 
 #include <atomic>
 #include <cerrno>
@@ -17,18 +18,18 @@ namespace hostsim
 namespace
 {
 
-int is_the_library(struct dl_phdr_info *object, size_t, void *)
+bool is_the_library(const char *file)
 {
-    const bool found =
-        object->dlpi_name != nullptr && std::strstr(object->dlpi_name, "libvarnok.so") != nullptr;
-    return found ? 1 : 0;
+    return file != nullptr && std::strstr(file, "libvarnok.so") != nullptr;
 }
 
 bool uses_the_library()
 {
     static std::atomic<bool> seen{false}; // a process may load the library late
     if (!seen)
-        seen = dl_iterate_phdr(is_the_library, nullptr) != 0;
+        seen = dl_iterate_phdr([](dl_phdr_info *object, size_t,
+                                  void *) { return is_the_library(object->dlpi_name) ? 1 : 0; },
+                               nullptr) != 0;
     return seen;
 }
 
@@ -69,7 +70,7 @@ __attribute__((constructor)) void set_finder() { find_host = host_of_process; }
 bool is_in_the_library(const void *code)
 {
     Dl_info object{};
-    return dladdr(code, &object) != 0 && std::strstr(object.dli_fname, "libvarnok.so") != nullptr;
+    return dladdr(code, &object) != 0 && is_the_library(object.dli_fname);
 }
 
 } // namespace
@@ -79,7 +80,7 @@ bool is_in_the_library(const void *code)
 // object, which lsof would otherwise find in each of them.
 extern "C" __attribute__((visibility("default"))) FILE *popen(const char *command, const char *mode)
 {
-    static auto *const real = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));
+    static const auto real = REAL(popen);
     const char *preloaded = hostsim::is_in_the_library(__builtin_return_address(0))
                                 ? std::getenv("LD_PRELOAD")
                                 : nullptr;
