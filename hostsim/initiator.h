@@ -46,7 +46,6 @@ class real_target
 
     const std::string &name() const { return name_; }
     std::string isid() const;
-    bool logged_in() const { return connection_ != nullptr; }
     const tcp_endpoint &own_endpoint() const { return own_; }
     const tcp_endpoint &target_endpoint() const { return target_; }
 

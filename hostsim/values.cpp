@@ -85,11 +85,6 @@ uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t ma
     return *n;
 }
 
-uint32_t to_u32(const json &value, const place &at, uint32_t min, uint32_t max)
-{
-    return static_cast<uint32_t>(to_number(value, at, min, max));
-}
-
 bool to_bool(const json &value, const place &at)
 {
     if (!value.is_boolean())

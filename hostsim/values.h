@@ -46,7 +46,6 @@ void each_element(const json &array, const place &at, F take)
 
 // Each throws scenario_error when the value is of another kind or beyond the limits.
 uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t max);
-uint32_t to_u32(const json &value, const place &at, uint32_t min = 0, uint32_t max = UINT32_MAX);
 bool to_bool(const json &value, const place &at);
 std::string to_text(const json &value, const place &at, size_t max_bytes);
 size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices);
