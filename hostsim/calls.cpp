@@ -1,3 +1,8 @@
+#include "calls.h"
+
+#include "drivers.h"
+#include "machine.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -10,10 +15,6 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include "calls.h"
-#include "drivers.h"
-#include "machine.h"
-
 using namespace hostsim;
 
 namespace
@@ -24,10 +25,11 @@ struct device_table {
     std::map<int, driver_id> open; // by descriptor
 };
 
-// Made at its first use: other libraries call these functions before constructors have run.
+// Made at its first use and never destroyed: other libraries call these functions before the
+// constructors run and after the destructors.
 device_table &devices()
 {
-    static auto *table = new device_table; // and after destructors
+    static auto *table = new device_table;
     return *table;
 }
 
@@ -58,7 +60,7 @@ void keep(int fd, std::optional<driver_id> driver)
         devices().open.emplace(fd, *driver);
 }
 
-// A duplicate is a descriptor of the same device. What it was before is closed.
+// A duplicate belongs to the same device as fd. Its number may have been another device's.
 int kept_duplicate(int fd, long made)
 {
     if (made >= 0)
@@ -82,13 +84,13 @@ int hostsim::open_devices()
 int calls::open(const char *path, int flags, mode_t mode)
 {
     const driver_facts *d = driver_at(path);
-    machine *host = d ? current() : nullptr;
-    if (!host)
+    machine *const simulated = d != nullptr ? current() : nullptr;
+    if (simulated == nullptr)
         return real_open(path, flags, mode);
 
-    if (host->open_device(d->id) != 0)
+    if (simulated->open_device(d->id) != 0)
         return -1;
-    int fd = real_open("/dev/null", flags, mode); // a character device for fstat, too
+    int fd = real_open("/dev/null", flags, mode); // fstat shows a character device
     if (fd >= 0)
         keep(fd, d->id);
     return fd;
@@ -109,7 +111,7 @@ int calls::fcntl(int fd, int command, void *argument)
 
 int calls::dup(int fd) { return kept_duplicate(fd, syscall(SYS_dup, fd)); }
 
-// Not every architecture has a call of its own for this.
+// Some architectures have no system call for this.
 int calls::dup2(int fd, int to)
 {
     if (fd != to)
@@ -125,44 +127,46 @@ int calls::dup3(int fd, int to, int flags)
 int calls::ioctl(int fd, unsigned long code, void *argument)
 {
     const std::optional<driver_id> driver = driver_of(fd);
-    machine *host = driver ? current() : nullptr;
-    if (!host)
+    machine *const simulated = driver ? current() : nullptr;
+    if (simulated == nullptr)
         return static_cast<int>(syscall(SYS_ioctl, fd, code, argument));
-    return host->ioctl(*driver, code, argument);
+    return simulated->ioctl(*driver, code, argument);
 }
 
 int calls::uname(utsname *name)
 {
     auto result = static_cast<int>(syscall(SYS_uname, name));
-    machine *host = result == 0 ? current() : nullptr;
-    if (host)
-        snprintf(name->sysname, sizeof name->sysname, "%s", host->description().sysname.c_str());
+    machine *const simulated = result == 0 ? current() : nullptr;
+    if (simulated != nullptr)
+        snprintf(name->sysname, sizeof name->sysname, "%s",
+                 simulated->description().sysname.c_str());
     return result;
 }
 
 uid_t calls::geteuid()
 {
-    machine *host = current();
-    return host ? host->description().euid : static_cast<uid_t>(syscall(SYS_geteuid));
+    machine *const simulated = current();
+    return simulated != nullptr ? simulated->description().euid
+                                : static_cast<uid_t>(syscall(SYS_geteuid));
 }
 
 int calls::mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle)
 {
-    machine *host = current();
-    if (!host || !signature || !handle) {
-        errno = host ? EFAULT : ENOSYS;
+    machine *const simulated = current();
+    if (simulated == nullptr || signature == nullptr || handle == nullptr) {
+        errno = simulated != nullptr ? EFAULT : ENOSYS;
         return -1;
     }
-    return host->init(*signature, *handle);
+    return simulated->init(*signature, *handle);
 }
 
 int calls::mgmt_invoke(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 callback,
                        vmk_uint32 count, void *envelope)
 {
-    machine *host = current();
-    if (!host || instance != 0 || count != 1) {
-        errno = host ? EINVAL : ENOSYS;
+    machine *const simulated = current();
+    if (simulated == nullptr || instance != 0 || count != 1) {
+        errno = simulated != nullptr ? EINVAL : ENOSYS;
         return -1;
     }
-    return host->invoke(handle, callback, envelope);
+    return simulated->invoke(handle, callback, envelope);
 }

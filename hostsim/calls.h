@@ -1,11 +1,11 @@
-// calls.h - the system's and the management library's calls as the simulated host answers them.
-// Whatever does not concern the host goes on to the kernel.
+// calls.h - the calls of the system and of the management library, as the simulated host answers
+// them. A call that does not concern the host goes to the kernel.
 #pragma once
+
+#include "vmkapi_mgmt_lib.h"
 
 #include <sys/types.h>
 #include <sys/utsname.h>
-
-#include "vmkapi_mgmt_lib.h"
 
 namespace hostsim::calls
 {

@@ -12,7 +12,7 @@ namespace hostsim
 namespace
 {
 
-// Open for one access only, so that the simulated host holds no descriptors of its process.
+// Open for one access only: the host keeps no descriptors of its process.
 class open_file
 {
   public:
@@ -29,6 +29,21 @@ class open_file
     }
     const int fd;
 };
+
+// Calls step(offset, bytes) for what is left until all is moved. A step returns how many bytes it
+// moved.
+template <class Byte, class Step>
+bool move_in_steps(uint64_t offset, std::span<Byte> bytes, Step step)
+{
+    while (!bytes.empty()) {
+        const ssize_t n = step(offset, bytes);
+        if (n <= 0)
+            return false;
+        bytes = bytes.subspan(static_cast<size_t>(n));
+        offset += static_cast<uint64_t>(n);
+    }
+    return true;
+}
 
 } // namespace
 
@@ -49,54 +64,40 @@ std::string prepare_file(const std::string &path, uint64_t size)
 
 bool read_file(const std::string &path, uint64_t offset, std::span<std::byte> into)
 {
-    open_file file(path, O_RDONLY);
-    while (file.fd >= 0 && !into.empty()) {
-        ssize_t n = pread(file.fd, into.data(), into.size(), static_cast<off_t>(offset));
-        if (n <= 0)
-            return false;
-        into = into.subspan(static_cast<size_t>(n));
-        offset += static_cast<uint64_t>(n);
-    }
-    return file.fd >= 0;
+    const open_file file(path, O_RDONLY);
+    return file.fd >= 0 && move_in_steps(offset, into, [&](uint64_t at, auto rest) {
+               return pread(file.fd, rest.data(), rest.size(), static_cast<off_t>(at));
+           });
 }
 
 bool write_file(const std::string &path, uint64_t offset, std::span<const std::byte> from)
 {
-    open_file file(path, O_WRONLY);
-    while (file.fd >= 0 && !from.empty()) {
-        ssize_t n = pwrite(file.fd, from.data(), from.size(), static_cast<off_t>(offset));
-        if (n <= 0)
-            return false;
-        from = from.subspan(static_cast<size_t>(n));
-        offset += static_cast<uint64_t>(n);
-    }
-    return file.fd >= 0;
+    const open_file file(path, O_WRONLY);
+    return file.fd >= 0 && move_in_steps(offset, from, [&](uint64_t at, auto rest) {
+               return pwrite(file.fd, rest.data(), rest.size(), static_cast<off_t>(at));
+           });
 }
 
 void sparse_bytes::read(uint64_t offset, std::span<std::byte> into) const
 {
-    while (!into.empty()) {
-        size_t at = offset % piece_size;
-        size_t n = std::min(into.size(), piece_size - at);
-        auto piece = pieces.find(offset / piece_size);
-        if (piece == pieces.end())
-            std::memset(into.data(), 0, n);
+    move_in_steps(offset, into, [&](uint64_t at, auto rest) {
+        const size_t n = std::min(rest.size(), piece_size - at % piece_size);
+        const auto piece = pieces_.find(at / piece_size);
+        if (piece == pieces_.end())
+            std::memset(rest.data(), 0, n);
         else
-            std::memcpy(into.data(), piece->second.data() + at, n);
-        into = into.subspan(n);
-        offset += n;
-    }
+            std::memcpy(rest.data(), piece->second.data() + at % piece_size, n);
+        return static_cast<ssize_t>(n);
+    });
 }
 
 void sparse_bytes::write(uint64_t offset, std::span<const std::byte> from)
 {
-    while (!from.empty()) {
-        size_t at = offset % piece_size;
-        size_t n = std::min(from.size(), piece_size - at);
-        std::memcpy(pieces[offset / piece_size].data() + at, from.data(), n);
-        from = from.subspan(n);
-        offset += n;
-    }
+    move_in_steps(offset, from, [&](uint64_t at, auto rest) {
+        const size_t n = std::min(rest.size(), piece_size - at % piece_size);
+        std::memcpy(pieces_[at / piece_size].data() + at % piece_size, rest.data(), n);
+        return static_cast<ssize_t>(n);
+    });
 }
 
 } // namespace hostsim

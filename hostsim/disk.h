@@ -1,4 +1,4 @@
-// disk.h - the contents of the host's disks: sparse, in memory or in a file.
+// disk.h - the contents of the host's disks, in memory or in a file. Both are sparse.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 namespace hostsim
 {
 
-// Makes the file at least this long; the reason when that fails, else empty.
+// Makes the file at least this long. Returns why that failed, or an empty text.
 std::string prepare_file(const std::string &path, uint64_t size);
 
 bool read_file(const std::string &path, uint64_t offset, std::span<std::byte> into);
@@ -26,7 +26,7 @@ class sparse_bytes
 
   private:
     static constexpr size_t piece_size = 4096;
-    std::unordered_map<uint64_t, std::array<std::byte, piece_size>> pieces;
+    std::unordered_map<uint64_t, std::array<std::byte, piece_size>> pieces_;
 };
 
 } // namespace hostsim

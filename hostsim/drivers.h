@@ -1,4 +1,4 @@
-// drivers.h - the four kernel drivers, a row each. Whoever lists drivers reads them here.
+// drivers.h - the table of the four kernel drivers. Everything that lists drivers reads it.
 #pragma once
 
 #include "hostsim.h"
@@ -16,7 +16,7 @@
 namespace hostsim
 {
 
-enum class transport : uint8_t { native, legacy }; // kernel callbacks, or ioctls on a device node
+enum class transport : uint8_t { native, legacy }; // callbacks, or ioctls on a device node
 enum class family : uint8_t { older, newer };
 
 // The PCI device IDs that the library admits. A port has the first of its family by default.

@@ -1,5 +1,5 @@
-// hostsim - makes the process that links it see a simulated host: the operating system's name, the
-// user, the legacy drivers' device nodes and the native drivers' management calls.
+// hostsim.h - shows its process a simulated host: the operating system's name, the user, the device
+// nodes of the legacy drivers and the management calls of the native ones.
 #pragma once
 
 #include <cstddef>
@@ -28,12 +28,12 @@ enum class request {
     scsi_cmd,
 };
 
-// A scenario that cannot be used; what() names the place first: "ports[1].mac: not a MAC address".
+// A scenario that cannot be used. what() begins with the place: "ports[1].mac: not a MAC address".
 struct scenario_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// One request as a driver meets it. Everything in it may be changed by an observer.
+// One request as a driver receives it. An observer may change everything in it.
 struct exchange {
     driver_id driver;
     request what;
@@ -47,22 +47,22 @@ struct exchange {
 class host
 {
   public:
-    // Both throw scenario_error. base is the folder that relative file names start from.
-    static std::unique_ptr<host> from_text(std::string_view json, const std::string &base = ".");
+    // Both throw scenario_error. Relative file names in the scenario start from the folder base.
+    static std::unique_ptr<host> from_text(std::string_view text, const std::string &base = ".");
     static std::unique_ptr<host> from_file(const std::string &path);
 
     virtual ~host() = default;
 
-    // Observers, for tests. on_request runs before the driver answers, on_answer after it, with the
-    // record filled. Not called for init and open.
+    // For tests. on_request runs before the driver answers. on_answer runs after it, when the
+    // record is filled. Neither runs for init and open.
     std::function<void(exchange &)> on_request;
     std::function<void(exchange &)> on_answer;
 };
 
-// Makes h the host that this process sees from now on; null brings the plain machine back.
+// Makes h the host that this process sees. Null brings the real machine back.
 void install(host *h);
 
-// Device descriptors that are open now.
+// How many device descriptors are open.
 int open_devices();
 
 } // namespace hostsim

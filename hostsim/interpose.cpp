@@ -1,21 +1,16 @@
-// interpose.cpp - puts the simulated host's calls under their ordinary names, for a program that
-// links this or has it preloaded.
-#include <cstdarg>
-#include <fcntl.h>
-
+// interpose.cpp - defines the calls of the simulated host under their ordinary names, for a program
+// that links this file or has it preloaded.
 #include "calls.h"
+#include "next_calls.h"
+
+#include <fcntl.h>
 
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED int open(const char *path, int flags, ...)
 {
-    mode_t mode = 0;
-    if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) {
-        va_list rest;
-        va_start(rest, flags);
-        mode = va_arg(rest, mode_t);
-        va_end(rest);
-    }
+    const bool makes = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    FROM_REST(flags, const mode_t mode = makes ? va_arg(rest, mode_t) : 0);
     return hostsim::calls::open(path, flags, mode);
 }
 
@@ -23,14 +18,11 @@ INTERPOSED int close(int fd) { return hostsim::calls::close(fd); }
 
 INTERPOSED int fcntl(int fd, int command, ...)
 {
-    va_list rest;
-    va_start(rest, command);
-    void *argument = va_arg(rest, void *);
-    va_end(rest);
+    FROM_REST(command, void *const argument = va_arg(rest, void *));
     return hostsim::calls::fcntl(fd, command, argument);
 }
 
-// Programs with 64-bit file offsets call it by this name.
+// The name in programs that use 64-bit file offsets.
 INTERPOSED int fcntl64(int fd, int command, ...) __attribute__((alias("fcntl")));
 
 INTERPOSED int dup(int fd) noexcept { return hostsim::calls::dup(fd); }
@@ -42,10 +34,7 @@ INTERPOSED int dup3(int fd, int to, int flags) noexcept
 
 INTERPOSED int ioctl(int fd, unsigned long code, ...) noexcept
 {
-    va_list rest;
-    va_start(rest, code);
-    void *argument = va_arg(rest, void *);
-    va_end(rest);
+    FROM_REST(code, void *const argument = va_arg(rest, void *));
     return hostsim::calls::ioctl(fd, code, argument);
 }
 
@@ -62,9 +51,6 @@ INTERPOSED int vmk_MgmtUserInit(vmk_MgmtApiSignature *signature, vmk_uint64,
 INTERPOSED int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance,
                                              vmk_uint64 callback, vmk_uint32 count, ...)
 {
-    va_list parameters;
-    va_start(parameters, count);
-    void *envelope = count == 1 ? va_arg(parameters, void *) : nullptr;
-    va_end(parameters);
+    FROM_REST(count, void *const envelope = count == 1 ? va_arg(rest, void *) : nullptr);
     return hostsim::calls::mgmt_invoke(handle, instance, callback, count, envelope);
 }

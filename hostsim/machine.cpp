@@ -1,12 +1,16 @@
 #include "machine.h"
 
+#include "packed_fields.h"
+#include "portal_sessions.h"
+#include "records.h"
+#include "scsi_request.h"
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <vector>
-
-#include "records.h"
-#include "requests.h"
 
 namespace hostsim
 {
@@ -20,13 +24,6 @@ const request_facts *find_request(Number request_facts::*column, uint64_t number
 {
     const auto at = std::ranges::find(record_requests, number, column);
     return at == record_requests.end() ? nullptr : &*at;
-}
-
-template <typename T>
-uint32_t give(const exchange &e, const T &record)
-{
-    poke(e.record, record);
-    return 0;
 }
 
 int fail(int error, int result = -1)
@@ -44,11 +41,11 @@ bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
 {
     if (!is_name(s.name, name) || !is_name(s.vendor, VARNOK_DRV_SIGNATURE_VENDOR) ||
         s.version != VARNOK_DRV_SIGNATURE_VERSION || s.numCallbacks != record_requests.size() ||
-        !s.callbacks)
+        s.callbacks == nullptr)
         return false;
     return std::equal(record_requests.begin(), record_requests.end(), s.callbacks,
                       [](const request_facts &r, const vmk_MgmtCallbackInfo &c) {
-                          return c.location == VMK_MGMT_CALLBACK_KERNEL && !c.callback &&
+                          return c.location == VMK_MGMT_CALLBACK_KERNEL && c.callback == nullptr &&
                                  c.synchronous == 1 && c.numParms == 1 &&
                                  c.parmTypes[0] == VMK_MGMT_PARMTYPE_INOUT &&
                                  c.parmSizes[0] == r.envelope_size && c.callbackId == r.callback;
@@ -59,8 +56,8 @@ bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
 
 int machine::open_device(driver_id driver)
 {
-    std::lock_guard lock(one_at_a_time);
-    if (!described.of(driver).present)
+    std::lock_guard lock(lock_);
+    if (!scenario_.of(driver).present)
         return fail(ENOENT);
     if (const fault *f = next_fault(driver, request::open, std::nullopt))
         return fail(f->error.value_or(ENOENT));
@@ -69,9 +66,9 @@ int machine::open_device(driver_id driver)
 
 int machine::init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &handle)
 {
-    std::lock_guard lock(one_at_a_time);
+    std::lock_guard lock(lock_);
     for (const driver_facts &d : drivers) {
-        if (!is_native(d) || !described.of(d.id).present || !is_signature(signature, d.name))
+        if (!is_native(d) || !scenario_.of(d.id).present || !is_signature(signature, d.name))
             continue;
         if (const fault *f = next_fault(d.id, request::init, std::nullopt))
             return fail(f->error.value_or(ENODEV),
@@ -84,12 +81,12 @@ int machine::init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &han
 
 int machine::ioctl(driver_id driver, unsigned long code, void *header)
 {
-    std::lock_guard lock(one_at_a_time);
+    std::lock_guard lock(lock_);
     const driver_facts &d = facts(driver);
     const request_facts *r = find_request(&request_facts::ioctl_number, code - d.ioctl_base);
     if (r == nullptr)
         return fail(ENOTTY);
-    if (!header)
+    if (header == nullptr)
         return fail(EFAULT);
 
     varnok_drv_ioctl h;
@@ -100,7 +97,7 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
         h.addrmode != VARNOK_DRV_IOCTL_ADDRMODE || h.version != VARNOK_DRV_IOCTL_VERSION)
         return fail(EINVAL);
     auto *record = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.ioctlstructaddr));
-    if (!record)
+    if (record == nullptr)
         return fail(EFAULT);
 
     exchange e{driver,
@@ -108,33 +105,33 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
                code,
                {static_cast<std::byte *>(header), sizeof h},
                {record, r->record_size}};
-    return carry(e, offsetof(varnok_drv_ioctl, status));
+    return serve(e, offsetof(varnok_drv_ioctl, status));
 }
 
 int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope)
 {
-    std::lock_guard lock(one_at_a_time);
+    std::lock_guard lock(lock_);
     const uint64_t index = handle - first_handle;
     if (index >= drivers.size())
         return fail(EBADF);
     const driver_id driver = drivers[index].id;
-    if (!is_native(driver) || !described.of(driver).present)
+    if (!is_native(driver) || !scenario_.of(driver).present)
         return fail(EBADF);
     const request_facts *r = find_request(&request_facts::callback, callback);
     if (r == nullptr)
         return fail(EINVAL);
-    if (!envelope)
+    if (envelope == nullptr)
         return fail(EFAULT);
 
     std::span<std::byte> header(static_cast<std::byte *>(envelope), r->envelope_size);
     exchange e{driver, r->what, callback, header, header.subspan(r->record_offset)};
-    return carry(e, r->status_offset);
+    return serve(e, r->status_offset);
 }
 
-int machine::carry(exchange &e, size_t status_offset)
+int machine::serve(exchange &e, size_t status_offset)
 {
-    // A call that fails leaves everything as it was sent. Only an observer lets it fail after the
-    // answer.
+    // A call that fails leaves the caller's records as they were. Only an observer makes a call
+    // fail after the answer.
     const std::span<std::byte> header = e.header, record = e.record;
     std::vector<std::byte> sent_header, sent_record;
     if (on_request || on_answer) {
@@ -150,7 +147,7 @@ int machine::carry(exchange &e, size_t status_offset)
         on_answer(e);
 
     if (e.transport_errno == 0 || e.status != 0) {
-        poke(header, e.status, status_offset);
+        set_field(header, e.status, status_offset);
     } else {
         std::copy(sent_header.begin(), sent_header.end(), header.begin());
         std::copy(sent_record.begin(), sent_record.end(), record.begin());
@@ -160,28 +157,28 @@ int machine::carry(exchange &e, size_t status_offset)
 
 const port *machine::find_port(const exchange &e) const
 {
-    const driver_ports &ports = described.of(e.driver);
+    const driver_ports &ports = scenario_.of(e.driver);
     uint64_t instance = 0;
     if (!is_native(e.driver)) {
-        instance = peek<uint16_t>(e.header, offsetof(varnok_drv_ioctl, hbaselect));
+        instance = get_field<uint16_t>(e.header, offsetof(varnok_drv_ioctl, hbaselect));
     } else if (e.what == request::hostno) {
-        instance = peek<uint64_t>(e.header);
+        instance = get_field<uint64_t>(e.header);
     } else {
-        auto at = ports.by_host_no.find(peek<uint32_t>(e.header));
+        auto at = ports.by_host_no.find(get_field<uint32_t>(e.header));
         return at == ports.by_host_no.end() ? nullptr : at->second;
     }
     return instance < ports.by_instance.size() ? ports.by_instance[instance] : nullptr;
 }
 
-// The first fault that fires; all of them count the request.
+// Returns the first fault that fires. Every matching fault counts the request.
 const fault *machine::next_fault(driver_id driver, request what, std::optional<uint32_t> instance)
 {
     const fault *fires = nullptr;
-    for (fault &f : described.faults) {
+    for (fault &f : scenario_.faults) {
         if (f.driver != driver || f.what != what || (f.instance && f.instance != instance))
             continue;
-        f.seen++;
-        if (!fires && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))
+        ++f.seen;
+        if (fires == nullptr && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))
             fires = &f;
     }
     return fires;
@@ -189,54 +186,61 @@ const fault *machine::next_fault(driver_id driver, request what, std::optional<u
 
 uint32_t machine::answer(exchange &e)
 {
-    const port *p = facts(e.what).whom == asked_of::port ? find_port(e) : nullptr;
+    const port *p = facts(e.what).whom == asked_of::one_port ? find_port(e) : nullptr;
     std::optional<uint32_t> instance;
-    if (p)
+    if (p != nullptr)
         instance = p->instance;
 
     if (const fault *f = next_fault(e.driver, e.what, instance)) {
         e.transport_errno = f->error.value_or(0);
         if (f->sense && e.transport_errno == 0)
             store_sense(e, *f->sense);
-        return f->status.value_or(f->sense ? described.check_condition_status : 0);
+        return f->status.value_or(f->sense ? scenario_.check_condition_status : 0);
     }
     if (e.what == request::hba_cnt) {
-        const driver_ports &ports = described.of(e.driver);
-        return give(e, is_native(e.driver) ? static_cast<int32_t>(ports.by_instance.size())
-                                           : ports.answering);
+        const driver_ports &ports = scenario_.of(e.driver);
+        set_field(e.record, is_native(e.driver) ? static_cast<int32_t>(ports.by_instance.size())
+                                                : ports.answering);
+        return 0;
     }
-    if (!p || p->described->absent)
+    if (p == nullptr || p->described->absent)
         return status_not_found;
-    return answer_port(e, *p);
+    return answer_for_port(e, *p);
 }
 
-uint32_t machine::answer_port(exchange &e, const port &p)
+uint32_t machine::answer_for_port(exchange &e, const port &p)
 {
-    const auto session = [&](uint32_t number) { return p.described->session(number); };
+    // The request's record has the session's number at the offset.
+    const auto answer_for_session = [&](size_t number_offset, auto make_record) {
+        const auto number = get_field<uint32_t>(e.record, number_offset);
+        const session_description *const s = p.described->find_session(number);
+        if (s == nullptr)
+            return status_not_found;
+        set_field(e.record, make_record(p, *s, number));
+        return 0U;
+    };
+
     switch (e.what) {
     case request::hostno:
-        poke(e.record, p.host_no,
-             is_native(e.driver) ? offsetof(varnok_drv_hostno_cb, host_no)
-                                 : offsetof(varnok_drv_hostno, host_no));
+        set_field(e.record, p.host_no,
+                  is_native(e.driver) ? offsetof(varnok_drv_hostno_cb, host_no)
+                                      : offsetof(varnok_drv_hostno, host_no));
         return 0;
     case request::pci_info:
-        return give(e, pci_record(p));
+        set_field(e.record, pci_record(p));
+        return 0;
     case request::port_info:
         if (!p.described->portal.empty())
-            e.transport_errno = look_behind(p);
-        return e.transport_errno == 0 ? give(e, port_record(p)) : 0;
-    case request::sess_info: {
-        auto number = peek<uint32_t>(e.record, offsetof(varnok_drv_session_info, sess_num));
-        const session_description *s = session(number);
-        return s ? give(e, session_record(p, *s, number)) : status_not_found;
-    }
-    case request::tgt_info: {
-        auto number = peek<uint32_t>(e.record, offsetof(varnok_drv_tgt_info, scsi_tgt_num));
-        const session_description *s = session(number);
-        return s ? give(e, target_record(p, *s, number)) : status_not_found;
-    }
+            e.transport_errno = refresh_sessions_from_portal(p);
+        if (e.transport_errno == 0)
+            set_field(e.record, port_record(p));
+        return 0;
+    case request::sess_info:
+        return answer_for_session(offsetof(varnok_drv_session_info, sess_num), session_record);
+    case request::tgt_info:
+        return answer_for_session(offsetof(varnok_drv_tgt_info, scsi_tgt_num), target_record);
     default:
-        return answer_scsi(e, p);
+        return answer_scsi(e, p, disks_, scenario_.check_condition_status);
     }
 }
 

@@ -1,8 +1,8 @@
-// members.h - tables of an object's members, a row each: its name, and its kind with where the
-// value goes and its limits.
+// members.h - reads an object of the scenario by a table of its members. A row has the member's
+// name and its kind: what values it takes, and where they go.
 #pragma once
 
-#include "fields.h"
+#include "record_fields.h"
 #include "values.h"
 
 #include <algorithm>
@@ -27,7 +27,7 @@ struct member {
 
 inline constexpr bool required = true;
 
-// What a pointer to a data member points to; an optional counts as its value.
+// The type behind a pointer to a data member, without std::optional.
 template <class Pointer>
 struct pointed_to;
 template <class Object, class Value>
@@ -54,7 +54,7 @@ inline constexpr auto text = [](auto &into, const json &value, const place &at) 
     into.*Pointer = to_text(value, at, MaxBytes);
 };
 
-// Whatever else a function makes of a value.
+// Any other kind: a function converts the value.
 template <auto Pointer, auto Convert>
 inline constexpr auto made_by =
     [](auto &into, const json &value, const place &at) { into.*Pointer = Convert(value, at); };
@@ -69,7 +69,7 @@ inline constexpr auto ignored = [](auto &, const json &, const place &) {};
 
 // ---- Objects ----------------------------------------------------------------------------------
 
-// A driver record whose fields an object may give, by their names.
+// An object may give fields of a driver record by their names.
 struct record_members {
     std::span<const field> fields;
     settings &given;

@@ -1,13 +1,13 @@
-// next_calls.h - for programs that put functions of their own before the C library's.
+// next_calls.h - for programs that define functions in place of the C library's.
 #pragma once
 
 #include <cstdarg>
 #include <dlfcn.h>
 
-// The function that stands behind the program's own of the same name.
+// The C library's function of that name.
 #define REAL(name) reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name))
 
-// Declares what takes its value from the arguments after the last named one, with va_arg(rest, …).
+// Makes a declaration that reads the arguments after the last named one with va_arg(rest, type).
 #define FROM_REST(last, declaration)                                                               \
     va_list rest;                                                                                  \
     va_start(rest, last);                                                                          \

@@ -1,5 +1,8 @@
-// preload.cpp - the preloaded form: the scenario comes by the environment, and only a process that
+// preload.cpp - the preloaded form takes the scenario from the environment. Only a process that
 // uses the library sees the simulated host. The shells and tools that it starts do not.
+#include "machine.h"
+#include "next_calls.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -10,33 +13,33 @@
 #include <mutex>
 #include <string>
 
-#include "machine.h"
-
 namespace hostsim
 {
 namespace
 {
 
-int is_the_library(struct dl_phdr_info *object, size_t, void *)
+bool is_the_library(const char *file)
 {
-    return object->dlpi_name && std::strstr(object->dlpi_name, "libvarnok.so") ? 1 : 0;
+    return file != nullptr && std::strstr(file, "libvarnok.so") != nullptr;
 }
 
 bool uses_the_library()
 {
-    static std::atomic<bool> seen{false}; // the library may be loaded at any time
+    static std::atomic<bool> seen{false}; // a process may load the library late
     if (!seen)
-        seen = dl_iterate_phdr(is_the_library, nullptr) != 0;
+        seen = dl_iterate_phdr([](dl_phdr_info *object, size_t,
+                                  void *) { return is_the_library(object->dlpi_name) ? 1 : 0; },
+                               nullptr) != 0;
     return seen;
 }
 
-machine *load()
+machine *load_host()
 {
     const char *path = std::getenv("VARNOK_HOST_SCENARIO");
-    if (!path)
+    if (path == nullptr)
         return nullptr;
     try {
-        // A scenario of a line or two comes as it is.
+        // A short scenario comes as its text.
         auto made = *path == '{' ? host::from_text(path) : host::from_file(path);
         return static_cast<machine *>(made.release());
     } catch (const std::exception &e) {
@@ -45,16 +48,16 @@ machine *load()
     }
 }
 
-machine *find()
+machine *host_of_process()
 {
-    static thread_local bool busy = false; // reading the scenario comes through here again
+    static thread_local bool busy = false; // reading the scenario calls this again
     if (busy)
         return nullptr;
     const int error = errno;
     machine *found = nullptr;
     busy = true;
     if (uses_the_library()) {
-        static machine *const the_host = load();
+        static machine *const the_host = load_host();
         found = the_host;
     }
     busy = false;
@@ -62,26 +65,26 @@ machine *find()
     return found;
 }
 
-__attribute__((constructor)) void arm() { find_host = find; }
+__attribute__((constructor)) void set_finder() { find_host = host_of_process; }
 
 bool is_in_the_library(const void *code)
 {
     Dl_info object{};
-    return dladdr(code, &object) != 0 && std::strstr(object.dli_fname, "libvarnok.so") != nullptr;
+    return dladdr(code, &object) != 0 && is_the_library(object.dli_fname);
 }
 
 } // namespace
 } // namespace hostsim
 
-// The library counts its users with a pipeline of the plain machine's programs. They start without
-// this one in them: it would only be one more file of every process for lsof to look at.
+// The library counts its users with a pipeline of the machine's programs. They start without this
+// object, which lsof would otherwise find in each of them.
 extern "C" __attribute__((visibility("default"))) FILE *popen(const char *command, const char *mode)
 {
-    static auto *const real = reinterpret_cast<decltype(&popen)>(dlsym(RTLD_NEXT, "popen"));
+    static const auto real = REAL(popen);
     const char *preloaded = hostsim::is_in_the_library(__builtin_return_address(0))
                                 ? std::getenv("LD_PRELOAD")
                                 : nullptr;
-    if (!preloaded)
+    if (preloaded == nullptr)
         return real(command, mode);
     const std::string kept = preloaded;
     unsetenv("LD_PRELOAD");

@@ -1,11 +1,11 @@
 #include "records.h"
 
+#include "drivers.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-
-#include "drivers.h"
 
 namespace hostsim
 {
@@ -15,7 +15,7 @@ namespace
 constexpr uint16_t iscsi_port = 3260;
 constexpr uint16_t vendor = 0x1E2B;
 
-// What the adapters of a family have by default.
+// What an adapter of a family reports by default.
 struct adapter {
     uint32_t pcie_speed;
     uint16_t speed; // Mbit/s
@@ -33,7 +33,7 @@ const adapter &adapter_of(const driver_facts &d)
 }
 
 template <size_t N>
-__attribute__((format(printf, 2, 3))) void put(uint8_t (&to)[N], const char *format, ...)
+__attribute__((format(printf, 2, 3))) void print(uint8_t (&to)[N], const char *format, ...)
 {
     char text[N + 1];
     va_list values;
@@ -43,7 +43,7 @@ __attribute__((format(printf, 2, 3))) void put(uint8_t (&to)[N], const char *for
     std::memcpy(to, text, std::min(N, static_cast<size_t>(length)));
 }
 
-// A locally administered address of the host's own.
+// A locally administered address.
 void put_mac(uint8_t (&to)[6], uint8_t kind, uint64_t number)
 {
     const uint8_t mac[6] = {0x02,
@@ -55,7 +55,7 @@ void put_mac(uint8_t (&to)[6], uint8_t kind, uint64_t number)
     std::memcpy(to, mac, sizeof mac);
 }
 
-// Ports have the lower half of 192.168.0.0/16, targets the upper one.
+// Ports are in the lower half of 192.168.0.0/16, targets in the upper half.
 void put_ipv4(uint8_t (&to)[4], uint8_t half, uint64_t number)
 {
     constexpr unsigned nets = 128, hosts = 240, first_host = 10;
@@ -70,11 +70,11 @@ void put_ipv6(uint8_t (&to)[16], uint8_t first, uint8_t second, uint8_t net, uin
     to[0] = first;
     to[1] = second;
     to[7] = net;
-    for (size_t i = 0; i < 8; i++)
+    for (size_t i = 0; i < 8; ++i)
         to[15 - i] = static_cast<uint8_t>(number >> (8 * i));
 }
 
-// The address that a port makes of its MAC address (modified EUI-64).
+// A port makes this address from its MAC address (modified EUI-64).
 void put_link_local(uint8_t (&to)[16], const uint8_t (&mac)[6])
 {
     put_ipv6(to, 0xFE, 0x80, 0, 0);
@@ -85,7 +85,7 @@ void put_link_local(uint8_t (&to)[16], const uint8_t (&mac)[6])
     std::memcpy(to + 13, mac + 3, 3);
 }
 
-// What a session and its target both say.
+// The fields that the records of a session and of its target share.
 #define SHARED(in_session, in_target)                                                              \
     {                                                                                              \
         offsetof(varnok_drv_session_info, in_session), offsetof(varnok_drv_tgt_info, in_target),   \
@@ -107,7 +107,7 @@ constexpr shared_field shared_fields[] = {
 };
 #undef SHARED
 
-template <typename Record>
+template <class Record>
 char *bytes(Record &r)
 {
     return reinterpret_cast<char *>(&r);
@@ -115,10 +115,10 @@ char *bytes(Record &r)
 
 bool is_on_ipv6(const session_description &s)
 {
-    return (gives(s.session, offsetof(varnok_drv_session_info, tgt_ipv6addr)) ||
-            gives(s.target, offsetof(varnok_drv_tgt_info, ipv6addr))) &&
-           !gives(s.session, offsetof(varnok_drv_session_info, tgt_ipv4addr)) &&
-           !gives(s.target, offsetof(varnok_drv_tgt_info, ipv4addr));
+    return (is_given(s.session_settings, offsetof(varnok_drv_session_info, tgt_ipv6addr)) ||
+            is_given(s.target_settings, offsetof(varnok_drv_tgt_info, ipv6addr))) &&
+           !is_given(s.session_settings, offsetof(varnok_drv_session_info, tgt_ipv4addr)) &&
+           !is_given(s.target_settings, offsetof(varnok_drv_tgt_info, ipv4addr));
 }
 
 } // namespace
@@ -139,7 +139,7 @@ varnok_drv_pci_info pci_record(const port &p)
     r.pcie_speed = adapter_of(driver).pcie_speed;
     r.pcie_width = PCIE_LNK_X8;
     r.chip_rev_id = 0x11;
-    store(p.described->pci, &r);
+    apply_settings(p.described->pci_settings, &r);
     return r;
 }
 
@@ -148,16 +148,16 @@ varnok_drv_port_info port_record(const port &p)
     const driver_facts &driver = facts(p.described->driver);
     const adapter &a = adapter_of(driver);
     varnok_drv_port_info r{};
-    put(r.manufacturer, "Molvar");
-    put(r.model_name, "%s", a.model_name);
-    put(r.model_desc, "%s", a.model_desc);
-    put(r.serial_num, "MH21%06u", p.index + 1);
-    put(r.driver_version, "5.0.12.0");
-    put(r.driver_date, "2021-09-14");
-    put(r.driver_name, "%s", driver.name.data());
+    print(r.manufacturer, "Molvar");
+    print(r.model_name, "%s", a.model_name);
+    print(r.model_desc, "%s", a.model_desc);
+    print(r.serial_num, "MH21%06u", p.index + 1);
+    print(r.driver_version, "5.0.12.0");
+    print(r.driver_date, "2021-09-14");
+    print(r.driver_name, "%s", driver.name.data());
     r.driver_loaded = 1;
-    put(r.fw_version, "8.42.9.0");
-    put(r.iqn, "iqn.2004-01.com.example:vmhba%u", p.host_no);
+    print(r.fw_version, "8.42.9.0");
+    print(r.iqn, "iqn.2004-01.com.example:vmhba%u", p.host_no);
     put_mac(r.mac, 0x48, p.index + 1);
     r.ipv4_port = r.ipv6_port = iscsi_port;
     put_ipv4(r.ipv4addr, 0, p.index);
@@ -170,10 +170,10 @@ varnok_drv_port_info port_record(const port &p)
     r.session_cnt = p.described->session_count;
     r.mtu = 1500;
     r.mfw_version = 0x082A0900;
-    put(r.hba_name, "vmhba%u", p.host_no);
+    print(r.hba_name, "vmhba%u", p.host_no);
 
-    store(p.described->port, &r);
-    if (!gives(p.described->port, offsetof(varnok_drv_port_info, ipv6_linklocal)))
+    apply_settings(p.described->port_settings, &r);
+    if (!is_given(p.described->port_settings, offsetof(varnok_drv_port_info, ipv6_linklocal)))
         put_link_local(r.ipv6_linklocal, r.mac);
     return r;
 }
@@ -190,7 +190,8 @@ varnok_drv_session_info session_record(const port &p, const session_description 
     r.sess_unique = target;
     std::memcpy(r.init_iqn, owner.iqn, sizeof r.init_iqn);
     std::memcpy(r.init_mac, owner.mac, sizeof r.init_mac);
-    put(r.tgt_iqn, "iqn.2004-01.com.example:storage.%llu", static_cast<unsigned long long>(target));
+    print(r.tgt_iqn, "iqn.2004-01.com.example:storage.%llu",
+          static_cast<unsigned long long>(target));
     put_mac(r.tgt_mac, 0x53, target);
     if (is_on_ipv6(s)) {
         std::memcpy(r.init_ipv6addr, owner.ipv6addr, sizeof r.init_ipv6addr);
@@ -202,7 +203,7 @@ varnok_drv_session_info session_record(const port &p, const session_description 
         put_ipv4(r.tgt_ipv4addr, 128, target - 1);
         r.tgt_ipv4_port = iscsi_port;
     }
-    put(r.isid, "40%010llx", static_cast<unsigned long long>(target));
+    print(r.isid, "40%010llx", static_cast<unsigned long long>(target));
     r.state = 1; // logged in
     r.max_iscsi_tasks = r.num_free_cmds = r.sq_size = 128;
     r.cmdsn = r.exp_cmdsn = 1;
@@ -219,11 +220,11 @@ varnok_drv_session_info session_record(const port &p, const session_description 
     r.cid = r.iscsi_cid = number;
 
     varnok_drv_tgt_info given{};
-    store(s.target, &given);
+    apply_settings(s.target_settings, &given);
     for (const shared_field &f : shared_fields)
-        if (gives(s.target, f.in_target))
+        if (is_given(s.target_settings, f.in_target))
             std::memcpy(bytes(r) + f.in_session, bytes(given) + f.in_target, f.size);
-    store(s.session, &r);
+    apply_settings(s.session_settings, &r);
     return r;
 }
 
@@ -235,7 +236,7 @@ varnok_drv_tgt_info target_record(const port &p, const session_description &s, u
     r.lun_count = static_cast<uint32_t>(s.luns.size());
     for (const shared_field &f : shared_fields)
         std::memcpy(bytes(r) + f.in_target, bytes(session) + f.in_session, f.size);
-    store(s.target, &r);
+    apply_settings(s.target_settings, &r);
     return r;
 }
 

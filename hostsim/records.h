@@ -1,5 +1,5 @@
-// records.h - the driver records of a port, made when they are asked for: believable values that
-// differ from port to port, under those the scenario gives.
+// records.h - makes the driver records of a port: the values that the scenario gives, and
+// believable ones for the rest, which differ from port to port.
 #pragma once
 
 #include "scenario.h"

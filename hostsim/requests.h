@@ -1,4 +1,4 @@
-// requests.h - what a driver is asked, a row each. Whoever lists requests reads them here.
+// requests.h - the table of the requests to a driver. Everything that lists requests reads it.
 #pragma once
 
 #include "drivers.h"
@@ -14,14 +14,18 @@
 namespace hostsim
 {
 
-enum class asked_of : uint8_t { native_driver, legacy_driver, driver, port };
+// A driver's status when a request fails.
+inline constexpr uint32_t status_failed = 1;
+inline constexpr uint32_t status_not_found = 7; // no such port, session or target
+
+enum class asked_of : uint8_t { native_driver, legacy_driver, any_driver, one_port };
 
 struct request_facts {
     request what;
     std::string_view name; // in a scenario
     asked_of whom;
 
-    // An ioctl has the record for itself. A callback's envelope has it at an offset.
+    // An ioctl takes the record alone. A callback takes an envelope with the record in it.
     uint32_t ioctl_number = 0;
     uint64_t callback = 0;
     size_t record_size = 0;
@@ -42,17 +46,17 @@ struct request_facts {
 inline constexpr std::array<request_facts, 9> requests = {{
     {request::init, "init", asked_of::native_driver},
     {request::open, "open", asked_of::legacy_driver},
-    WITH_RECORD(hba_cnt, HBA_CNT, driver, varnok_drv_hba_cnt, hba_cnt),
-    WITH_RECORD(hostno, HOSTNO, port, varnok_drv_hostno, inst),
-    WITH_RECORD(pci_info, PCI_INFO, port, varnok_drv_pci_info, pci),
-    WITH_RECORD(port_info, PORT_INFO, port, varnok_drv_port_info, port),
-    WITH_RECORD(sess_info, SESS_INFO, port, varnok_drv_session_info, sess),
-    WITH_RECORD(tgt_info, TGT_INFO, port, varnok_drv_tgt_info, tgt),
-    WITH_RECORD(scsi_cmd, SCSI_CMD, port, varnok_drv_scsi_cmd_ioctl, cmnd),
+    WITH_RECORD(hba_cnt, HBA_CNT, any_driver, varnok_drv_hba_cnt, hba_cnt),
+    WITH_RECORD(hostno, HOSTNO, one_port, varnok_drv_hostno, inst),
+    WITH_RECORD(pci_info, PCI_INFO, one_port, varnok_drv_pci_info, pci),
+    WITH_RECORD(port_info, PORT_INFO, one_port, varnok_drv_port_info, port),
+    WITH_RECORD(sess_info, SESS_INFO, one_port, varnok_drv_session_info, sess),
+    WITH_RECORD(tgt_info, TGT_INFO, one_port, varnok_drv_tgt_info, tgt),
+    WITH_RECORD(scsi_cmd, SCSI_CMD, one_port, varnok_drv_scsi_cmd_ioctl, cmnd),
 }};
 #undef WITH_RECORD
 
-// Those that come with a record, in the order of a driver's callbacks.
+// The requests that come with a record, in the order of a driver's callbacks.
 inline constexpr std::span record_requests = std::span(requests).subspan<2>();
 static_assert(record_requests.size() == VARNOK_DRV_CALLBACK_COUNT);
 

@@ -1,9 +1,9 @@
 #include "scenario.h"
 
 #include "disk.h"
-#include "document.h"
 #include "members.h"
 #include "requests.h"
+#include "scenario_json.h"
 #include "values.h"
 
 #include <algorithm>
@@ -18,9 +18,9 @@ namespace
 {
 
 constexpr uint32_t most_copies = 65536; // of one description
-constexpr uint32_t most_ports = 65536;  // a legacy driver is told 16 bits
+constexpr uint32_t most_ports = 65536;  // a legacy driver takes 16 bits
 constexpr uint32_t most_sessions = 65536;
-constexpr uint32_t most_luns = 65536; // a disk's identity keeps 16 bits for them
+constexpr uint32_t most_luns = 65536; // a disk's identity has 16 bits for them
 constexpr uint32_t first_host_no = 32;
 
 constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
@@ -35,7 +35,7 @@ request to_request(const json &value, const place &at)
     return requests[to_choice(value, at, request_names)].what;
 }
 
-// Descriptions while they are read. The folder is the scenario's.
+// Descriptions with what only their reading needs. The folder is the scenario's.
 struct lun_draft : lun_description {
     uint32_t copies = 1;
     lun_number first{};
@@ -131,7 +131,7 @@ void read_luns(session_draft &into, const json &array, const place &at)
 
 void read_target(session_draft &into, const json &object, const place &at)
 {
-    read_members(into, object, at, {}, {{target_fields, into.target}});
+    read_members(into, object, at, {}, {{target_fields, into.target_settings}});
 }
 
 constexpr member<session_draft> session_members[] = {
@@ -145,7 +145,7 @@ void read_session(port_draft &into, const json &object, const place &at)
     session_draft s{{}, into.folder};
     s.first = into.session_count;
     read_luns(s, json::array({json::object()}), at);
-    read_members(s, object, at, session_members, {{session_fields, s.session}});
+    read_members(s, object, at, session_members, {{session_fields, s.session_settings}});
 
     into.session_count += s.copies;
     if (into.session_count > most_sessions)
@@ -164,7 +164,7 @@ constexpr member<port_draft> port_members[] = {
     {"sessions", array_of<read_session>},
 };
 
-// Gives every copy of a port its identity.
+// Adds the copies of a port, each with its own identity.
 void add_ports(scenario &s, const place &at, port_draft draft)
 {
     const uint32_t copies = draft.copies;
@@ -199,7 +199,8 @@ void add_ports(scenario &s, const place &at, port_draft draft)
 void read_port(scenario &into, const json &object, const place &at)
 {
     port_draft p{{}, into.folder};
-    read_members(p, object, at, port_members, {{pci_fields, p.pci}, {port_fields, p.port}});
+    read_members(p, object, at, port_members,
+                 {{pci_fields, p.pci_settings}, {port_fields, p.port_settings}});
     if (!p.portal.empty() && (p.copies != 1 || !p.sessions.empty()))
         place{&at, "portal"}.fail("its targets are the only sessions of one port");
     add_ports(into, at, std::move(p));
@@ -226,7 +227,7 @@ void read_fault(scenario &into, const json &object, const place &at)
     const asked_of whom = facts(f.what).whom;
     if (whom == (is_native(f.driver) ? asked_of::legacy_driver : asked_of::native_driver))
         place{&at, "request"}.fail("not made to this driver");
-    if (f.instance && whom != asked_of::port)
+    if (f.instance && whom != asked_of::one_port)
         place{&at, "instance"}.fail("the request is not made to a port");
     if (f.sense && f.what != request::scsi_cmd)
         place{&at, "sense"}.fail("only for scsi_cmd");
@@ -237,7 +238,7 @@ void read_fault(scenario &into, const json &object, const place &at)
     into.faults.push_back(f);
 }
 
-// When all ports are there: they may follow the faults.
+// The ports may follow the faults, so this check comes last.
 void check_fault_instances(const scenario &s)
 {
     for (size_t i = 0; i < s.faults.size(); ++i) {
@@ -271,7 +272,7 @@ void check_schema(scenario &, const json &value, const place &at)
     to_choice(value, at, capture_schemas);
 }
 
-// A captured host says besides which command made the document, and what failed.
+// The last four are in the document of a captured host.
 constexpr member<scenario> scenario_members[] = {
     {"host", read_host},
     {"drivers", array_of<read_present_driver>},
@@ -285,7 +286,7 @@ constexpr member<scenario> scenario_members[] = {
 
 } // namespace
 
-const session_description *port_description::session(uint32_t number) const
+const session_description *port_description::find_session(uint32_t number) const
 {
     if (number >= session_count)
         return nullptr;

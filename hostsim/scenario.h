@@ -1,5 +1,10 @@
-// scenario.h - the simulated host as its scenario describes it. A repeated description stands once.
+// scenario.h - a scenario after reading. Copies of a port, a session or a LUN share one
+// description.
 #pragma once
+
+#include "drivers.h"
+#include "hostsim.h"
+#include "record_fields.h"
 
 #include <array>
 #include <cstdint>
@@ -11,14 +16,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "drivers.h"
-#include "fields.h"
-#include "hostsim.h"
-
 namespace hostsim
 {
 
-class live_target;
+class real_target;
 
 struct lun_description {
     uint64_t size = 0; // 0: no medium
@@ -33,32 +34,32 @@ struct lun_description {
 inline bool is_disk(const lun_description &lun) { return lun.device_type == 0; }
 
 struct lun_entry {
-    uint64_t wire; // the eight bytes of the LUN, the first most significant
+    uint64_t wire; // the eight bytes of the LUN as a big-endian number
     uint32_t description;
 };
 
 struct session_description {
     uint32_t first = 0; // its first copy's session number
     uint32_t copies = 1;
-    settings session;
-    settings target;
+    settings session_settings;
+    settings target_settings;
     std::vector<lun_description> lun_descriptions;
-    std::vector<lun_entry> luns;        // in the order of the scenario
-    std::vector<uint32_t> luns_by_wire; // their places in it, by ascending wire
-    std::shared_ptr<live_target> live;  // answers instead of the LUNs; null: none
+    std::vector<lun_entry> luns;        // in the scenario's order
+    std::vector<uint32_t> luns_by_wire; // indexes into luns, by ascending wire
+    std::shared_ptr<real_target> real;  // null, or answers instead of the LUNs
 };
 
 struct port_description {
     driver_id driver{};
     bool absent = false;
-    settings pci;
-    settings port;
-    std::string portal; // a real portal whose targets are the sessions; empty: none
+    settings pci_settings;
+    settings port_settings;
+    std::string portal; // a real one whose targets are the sessions, or empty
     bool portal_asked = false;
     std::vector<session_description> sessions;
     uint32_t session_count = 0;
 
-    const session_description *session(uint32_t number) const; // null: no such session
+    const session_description *find_session(uint32_t number) const; // null: no such session
 };
 
 struct port {
@@ -67,7 +68,7 @@ struct port {
     uint32_t instance; // among its driver's ports
     uint32_t board;    // two ports of a driver make a board
     uint32_t host_no;
-    uint64_t first_target; // targets are numbered through the whole host
+    uint64_t first_target; // among the targets of the whole host
 };
 
 struct sense_code {
@@ -100,7 +101,7 @@ struct scenario {
     std::string sysname = "VMkernel";
     uint32_t euid = 0;
     uint32_t check_condition_status = 0;
-    std::deque<port_description> descriptions; // deques: pointers into them stay good
+    std::deque<port_description> descriptions; // deques keep pointers to their elements valid
     std::deque<port> ports;
     uint32_t boards = 0;
     std::array<driver_ports, drivers.size()> by_driver;

@@ -1,10 +1,13 @@
-// scsi_request.cpp - a SCSI command in the driver's record, in both of its forms.
-#include <algorithm>
-#include <cstring>
+#include "scsi_request.h"
 
 #include "drivers.h"
-#include "machine.h"
+#include "initiator.h"
+#include "packed_fields.h"
+#include "requests.h"
 #include "varnok_driver_records.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace hostsim
 {
@@ -13,11 +16,12 @@ namespace
 
 enum direction : uint8_t { no_data, from_device, to_device };
 
-// The fields that both forms begin with; the ioctl form has nothing after them but its address.
+// Both forms of the record begin with the same fields. Only the data follows: the native form has
+// the bytes, the ioctl form their address.
 using command_head = varnok_drv_scsi_cmd_ioctl;
 constexpr size_t head_size = offsetof(command_head, data_addr);
 
-// Levels lie in pairs, the first of a pair in its low half.
+// The record has two levels in a number, the first of them in the low half.
 uint64_t wire_lun(const command_head &h)
 {
     const auto levels = [](uint32_t pair) {
@@ -26,18 +30,32 @@ uint64_t wire_lun(const command_head &h)
     return levels(h.lun) << 32 | levels(h.lun_ext);
 }
 
-// The data of the command, no further than its buffer.
+// The native form has room for a limited length.
 std::span<std::byte> data_of(const exchange &e, const command_head &h)
 {
     if (is_native(e.driver))
         return e.record.subspan(head_size, std::min(h.data_len, VARNOK_DRV_SCSI_DATA_MAX));
     auto *data = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.data_addr));
-    return {data, data ? h.data_len : size_t{0}};
+    return {data, data != nullptr ? h.data_len : size_t{0}};
 }
 
-} // namespace
+scsi_command command_of(const exchange &e, const command_head &h)
+{
+    scsi_command command;
+    command.cdb = std::span<const uint8_t>(h.cdb).first(std::min<size_t>(h.cdb_len, sizeof h.cdb));
+    if (h.direction == from_device)
+        command.in = data_of(e, h);
+    else if (h.direction == to_device)
+        command.out = data_of(e, h);
+    return command;
+}
 
-void machine::store_sense(const exchange &e, std::span<const uint8_t> bytes)
+void store_moved(const exchange &e, size_t bytes)
+{
+    set_field(e.record, static_cast<uint32_t>(bytes), offsetof(command_head, data_len));
+}
+
+void store_sense_bytes(const exchange &e, std::span<const uint8_t> bytes)
 {
     command_head h;
     std::memcpy(&h, e.record.data(), head_size);
@@ -48,34 +66,46 @@ void machine::store_sense(const exchange &e, std::span<const uint8_t> bytes)
     std::memcpy(e.record.data(), &h, head_size);
 }
 
-void machine::store_sense(const exchange &e, const sense_code &sense)
+uint32_t answer_of_real_target(exchange &e, const scsi_reply &reply,
+                               uint32_t check_condition_status)
 {
-    const auto bytes = fixed_sense(sense);
-    store_sense(e, std::span<const uint8_t>(bytes).first(is_good(sense) ? 0 : bytes.size()));
+    constexpr uint8_t good = 0, check_condition = 2;
+    e.transport_errno = reply.error;
+    if (reply.error != 0)
+        return 0;
+    store_moved(e, reply.moved);
+    store_sense_bytes(e, reply.sense);
+    if (reply.scsi_status == check_condition)
+        return check_condition_status;
+    return reply.scsi_status == good ? 0 : status_failed;
 }
 
-uint32_t machine::answer_scsi(exchange &e, const port &p)
+} // namespace
+
+void store_sense(const exchange &e, const sense_code &sense)
+{
+    const auto bytes = fixed_sense(sense);
+    store_sense_bytes(e, std::span<const uint8_t>(bytes).first(is_good(sense) ? 0 : bytes.size()));
+}
+
+uint32_t answer_scsi(exchange &e, const port &p, disk_contents &disks,
+                     uint32_t check_condition_status)
 {
     command_head h;
     std::memcpy(&h, e.record.data(), sizeof h);
-    const session_description *target = p.described->session(h.tgt);
-    if (!target)
+    const session_description *target = p.described->find_session(h.tgt);
+    if (target == nullptr)
         return status_not_found;
 
-    scsi_command command;
-    command.cdb = std::span<const uint8_t>(h.cdb).first(std::min<size_t>(h.cdb_len, sizeof h.cdb));
-    if (h.direction == from_device)
-        command.in = data_of(e, h);
-    else if (h.direction == to_device)
-        command.out = data_of(e, h);
-    if (target->live)
-        return answer_live(e, *target->live, wire_lun(h), command);
+    const scsi_command command = command_of(e, h);
+    if (target->real != nullptr)
+        return answer_of_real_target(e, target->real->run(wire_lun(h), command),
+                                     check_condition_status);
     const scsi_result result =
-        run_scsi(*target, p.first_target + h.tgt + 1, wire_lun(h), command, contents);
-
-    poke(e.record, static_cast<uint32_t>(result.moved), offsetof(command_head, data_len));
+        run_scsi(*target, p.first_target + h.tgt + 1, wire_lun(h), command, disks);
+    store_moved(e, result.moved);
     store_sense(e, result.sense);
-    return is_good(result.sense) ? 0 : described.check_condition_status;
+    return is_good(result.sense) ? 0 : check_condition_status;
 }
 
 } // namespace hostsim

@@ -1,18 +1,18 @@
 #include "values.h"
 
+#include "initiator.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
 #include <cstring>
-
-#include "live.h"
 
 namespace hostsim
 {
 namespace
 {
 
-// The whole of text as a number, or nothing.
+// Nothing when text is not a number from its beginning to its end.
 std::optional<uint64_t> parse(std::string_view text, int radix)
 {
     uint64_t n = 0;
@@ -22,7 +22,7 @@ std::optional<uint64_t> parse(std::string_view text, int radix)
     return n;
 }
 
-// Pairs of hexadecimal digits, one separator between them; empty when text is anything else.
+// Pairs of hexadecimal digits with separators between them. Empty when text is anything else.
 std::string parse_pairs(std::string_view text, char separator, size_t count)
 {
     std::string bytes;
@@ -43,11 +43,13 @@ std::string_view text_of(const json &value)
                              : std::string_view();
 }
 
-std::string address(const json &value, const place &at, int family, size_t size, const char *what)
+std::string address(const json &value, const place &at, int address_family, size_t size,
+                    const char *what)
 {
     std::array<char, 16> bytes{};
     const std::string text(text_of(value));
-    if (text.find('\0') != std::string::npos || inet_pton(family, text.c_str(), bytes.data()) != 1)
+    if (text.find('\0') != std::string::npos ||
+        inet_pton(address_family, text.c_str(), bytes.data()) != 1)
         at.fail(std::string("not an ") + what + " address");
     return {bytes.data(), size};
 }
@@ -56,7 +58,7 @@ std::string address(const json &value, const place &at, int family, size_t size,
 
 std::string place::text() const
 {
-    std::string above = up ? up->text() : std::string();
+    std::string above = up != nullptr ? up->text() : std::string();
     if (!above.empty() && !key.empty())
         above += '.';
     above += key;
@@ -83,11 +85,6 @@ uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t ma
     return *n;
 }
 
-uint32_t to_u32(const json &value, const place &at, uint32_t min, uint32_t max)
-{
-    return static_cast<uint32_t>(to_number(value, at, min, max));
-}
-
 bool to_bool(const json &value, const place &at)
 {
     if (!value.is_boolean())
@@ -95,7 +92,7 @@ bool to_bool(const json &value, const place &at)
     return value.get<bool>();
 }
 
-// A text, or the bytes of one that is no UTF-8.
+// A text that is not UTF-8 comes as an array of its bytes.
 std::string to_text(const json &value, const place &at, size_t max_bytes)
 {
     std::string text(text_of(value));
@@ -113,7 +110,7 @@ std::string to_text(const json &value, const place &at, size_t max_bytes)
 size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices)
 {
     std::string list;
-    for (size_t i = 0; i < choices.size(); i++) {
+    for (size_t i = 0; i < choices.size(); ++i) {
         if (value.is_string() && text_of(value) == choices[i])
             return i;
         list += (i == 0 ? "" : ", ") + std::string(choices[i]);
@@ -133,7 +130,7 @@ uint64_t to_byte_count(const json &value, const place &at)
     std::string_view unit = text.substr(digits);
     if (unit.starts_with(' '))
         unit.remove_prefix(1);
-    for (size_t i = 0; digits != 0 && i < units.size(); i++) {
+    for (size_t i = 0; digits != 0 && i < units.size(); ++i) {
         if (unit != units[i])
             continue;
         auto n = parse(text.substr(0, digits), 10);
@@ -147,9 +144,9 @@ uint64_t to_byte_count(const json &value, const place &at)
 int to_error_number(const json &value, const place &at)
 {
     constexpr int last_error = 133;
-    for (int e = 1; e <= last_error && value.is_string(); e++) {
+    for (int e = 1; e <= last_error && value.is_string(); ++e) {
         const char *name = strerrorname_np(e);
-        if (name && text_of(value) == name)
+        if (name != nullptr && text_of(value) == name)
             return e;
     }
     if (!value.is_number_unsigned())
@@ -169,14 +166,14 @@ sense_code to_sense(const json &value, const place &at)
 std::string portal_error(std::string_view portal)
 {
     const size_t colon = portal.rfind(':');
-    const std::string_view host = portal.substr(0, colon);
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    const bool plain = !host.empty() && host.find_first_of("[]:") == std::string_view::npos;
+    const std::string_view name = portal.substr(0, colon);
+    const bool bracketed = name.size() > 2 && name.front() == '[' && name.back() == ']';
+    const bool plain = !name.empty() && name.find_first_of("[]:") == std::string_view::npos;
     const char *const end = portal.data() + portal.size();
-    uint16_t port = 0;
+    uint16_t tcp_port = 0;
     if (colon == std::string_view::npos || (!bracketed && !plain) ||
-        host.find('\0') != std::string_view::npos ||
-        std::from_chars(portal.data() + colon + 1, end, port).ptr != end || port == 0)
+        name.find('\0') != std::string_view::npos ||
+        std::from_chars(portal.data() + colon + 1, end, tcp_port).ptr != end || tcp_port == 0)
         return "not host:port with a port from 1 to 65535";
     return has_initiator ? "" : "this build has no iSCSI initiator";
 }
@@ -196,7 +193,7 @@ std::string to_field(const json &value, const place &at, const field &where)
     switch (where.kind) {
     case field_kind::number: {
         uint64_t n = to_number(value, at, 0, UINT64_MAX >> (64 - 8 * where.size));
-        for (size_t i = 0; i < where.size; i++)
+        for (size_t i = 0; i < where.size; ++i)
             bytes.push_back(static_cast<char>(n >> (8 * i) & 0xFF));
         break;
     }

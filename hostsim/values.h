@@ -1,19 +1,19 @@
-// values.h - the scenario's values, and the places that its errors name.
+// values.h - converts the values of a scenario. An error names the value's place.
 #pragma once
+
+#include "record_fields.h"
+#include "scenario.h"
+#include "scenario_json.h"
 
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 
-#include "document.h"
-#include "fields.h"
-#include "scenario.h"
-
 namespace hostsim
 {
 
-// A place in the scenario. It lives on the stack, and its text is made only for an error.
+// A place in the scenario. It lives on the stack, and only an error makes its text.
 struct place {
     static constexpr size_t no_index = SIZE_MAX;
 
@@ -25,28 +25,27 @@ struct place {
     [[noreturn]] void fail(const std::string &what) const;
 };
 
-// Calls take(key, value, place) for every member, take(value, place) for every element.
-template <typename F>
+// Call take(name, value, place) for every member, or take(value, place) for every element.
+template <class F>
 void each_member(const json &object, const place &at, F take)
 {
     if (!object.is_object())
         at.fail("not an object");
-    for (auto member = object.begin(); member != object.end(); ++member)
-        take(member.key(), member.value(), place{&at, member.key()});
+    for (const auto &[name, value] : object.items())
+        take(name, value, place{&at, name});
 }
 
-template <typename F>
+template <class F>
 void each_element(const json &array, const place &at, F take)
 {
     if (!array.is_array())
         at.fail("not an array");
-    for (size_t i = 0; i < array.size(); i++)
+    for (size_t i = 0; i < array.size(); ++i)
         take(array[i], place{at.up, at.key, i});
 }
 
-// Each fails at its place when the value is not of its kind.
+// Each throws scenario_error when the value is of another kind or beyond the limits.
 uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t max);
-uint32_t to_u32(const json &value, const place &at, uint32_t min = 0, uint32_t max = UINT32_MAX);
 bool to_bool(const json &value, const place &at);
 std::string to_text(const json &value, const place &at, size_t max_bytes);
 size_t to_choice(const json &value, const place &at, std::span<const std::string_view> choices);
@@ -56,7 +55,7 @@ sense_code to_sense(const json &value, const place &at);
 std::string to_portal(const json &value, const place &at);
 std::string to_field(const json &value, const place &at, const field &where);
 
-// What is wrong with a portal's "host:port"; empty: nothing.
+// What is wrong with a portal's "host:port". Empty: nothing.
 std::string portal_error(std::string_view portal);
 
 struct lun_number {

@@ -1,23 +1,21 @@
 // varnok-host - runs a program on a simulated host.
+#include "drivers.h"
+#include "hostsim.h"
+#include "values.h"
+
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unistd.h>
 #include <vector>
-
-#include <CLI/CLI.hpp>
-
-#include <nlohmann/json.hpp>
-
-#include "drivers.h"
-#include "hostsim.h"
-#include "values.h"
 
 namespace
 {
@@ -45,7 +43,7 @@ fs::path preload_object()
     return {};
 }
 
-// A start to write one's own from: varnok-scenario(5) has the rest.
+// What "varnok-host example" prints. varnok-scenario(5) describes the rest.
 constexpr const char *example = R"({
   // A host with an older-family adapter on its native driver and a newer one on its legacy driver. What is not said
   // has a default, a port can be as short as the last one.
@@ -71,45 +69,45 @@ constexpr const char *example = R"({
 }
 )";
 
-// A scenario's text, or a file's name.
-bool is_text(const std::string &scenario) { return scenario.starts_with('{'); }
+// A scenario is its text or the name of a file.
+bool is_text(const std::string &source) { return source.starts_with('{'); }
 
-int check(const std::string &scenario)
+int check(const std::string &source)
 {
     try {
-        if (is_text(scenario))
-            hostsim::host::from_text(scenario);
+        if (is_text(source))
+            hostsim::host::from_text(source);
         else
-            hostsim::host::from_file(scenario);
+            hostsim::host::from_file(source);
         return 0;
     } catch (const hostsim::scenario_error &e) {
-        return complain(exit_usage, scenario, e.what());
+        return complain(exit_usage, source, e.what());
     }
 }
 
-// A host of one port that stands on a real portal.
+// A host with one port, on a real portal.
 std::string scenario_of(const std::string &driver, const std::string &portal)
 {
-    const nlohmann::json port = {{"driver", driver}, {"portal", portal}};
-    return nlohmann::json{{"ports", {port}}}.dump();
+    const nlohmann::json only_port = {{"driver", driver}, {"portal", portal}};
+    return nlohmann::json{{"ports", {only_port}}}.dump();
 }
 
-int run(const std::string &scenario, std::span<char *> program)
+int run(const std::string &source, std::span<char *> program)
 {
-    if (const int wrong = check(scenario))
+    if (const int wrong = check(source))
         return wrong;
     const fs::path object = preload_object();
     if (object.empty())
         return complain(exit_not_started, "varnok-hostsim.so", "not found beside the program");
 
     std::string preload = object;
-    if (const char *others = std::getenv("LD_PRELOAD"); others && *others)
+    if (const char *others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0')
         preload += std::string(":") + others;
     setenv("LD_PRELOAD", preload.c_str(), 1);
-    setenv("VARNOK_HOST_SCENARIO",
-           is_text(scenario) ? scenario.c_str() : fs::absolute(scenario).c_str(), 1);
+    setenv("VARNOK_HOST_SCENARIO", is_text(source) ? source.c_str() : fs::absolute(source).c_str(),
+           1);
 
-    execvp(program[0], program.data()); // main's null ends them
+    execvp(program[0], program.data()); // ends with main's null pointer
     return complain(exit_not_started, program[0], std::strerror(errno));
 }
 
@@ -127,7 +125,7 @@ std::string driver_list()
 
 int start(std::span<char *> arguments)
 {
-    // Nothing behind the "--" of run is for this program.
+    // What follows the "--" of run is for the other program.
     auto end = arguments.end();
     if (arguments.size() > 1 && arguments[1] == std::string_view("run"))
         end = std::ranges::find(arguments, std::string_view("--"));
@@ -136,7 +134,7 @@ int start(std::span<char *> arguments)
     CLI::App app("Runs programs on a simulated host.", "varnok-host");
     app.require_subcommand(1);
 
-    std::string scenario, portal;
+    std::string source, portal;
     std::string driver(hostsim::facts(hostsim::driver_id::pelt).name);
     CLI::App *run_command = app.add_subcommand("run", "Run a program on the host of a scenario");
     run_command->footer("The program and its arguments come after \"--\".");
@@ -150,11 +148,10 @@ int start(std::span<char *> arguments)
             std::vector<std::string>(hostsim::driver_names.begin(), hostsim::driver_names.end())))
         ->needs(portal_option);
     CLI::Option *scenario_option =
-        run_command
-            ->add_option("SCENARIO", scenario, "The scenario, a JSON file; none with --portal")
+        run_command->add_option("SCENARIO", source, "The scenario, a JSON file; none with --portal")
             ->excludes(portal_option);
     CLI::App *check_command = app.add_subcommand("check", "Say what is wrong with a scenario");
-    check_command->add_option("SCENARIO", scenario, "The scenario, a JSON file")->required();
+    check_command->add_option("SCENARIO", source, "The scenario, a JSON file")->required();
     CLI::App *example_command =
         app.add_subcommand("example", "Print a scenario to start one's own from");
 
@@ -166,14 +163,14 @@ int start(std::span<char *> arguments)
     if (*example_command)
         std::fputs(example, stdout);
     if (*check_command)
-        return check(scenario);
+        return check(source);
     if (!*run_command)
         return 0;
     if (!*portal_option && !*scenario_option)
         return complain(exit_usage, "run", "the scenario is missing");
     if (program.empty())
         return complain(exit_usage, "run", "the program is missing: it comes after \"--\"");
-    return run(*portal_option ? scenario_of(driver, portal) : scenario, program);
+    return run(*portal_option ? scenario_of(driver, portal) : source, program);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// fields.h - the fields of the driver records by name, and values given for them.
+// record_fields.h - tables of the fields of the driver records, and values given for fields.
 #pragma once
 
 #include <cstddef>
@@ -27,14 +27,14 @@ extern const std::span<const field> target_fields;
 
 const field *find_field(std::span<const field> fields, std::string_view name); // null: none
 
-// A field's value as it lies in the record; a text may be shorter than its field.
+// A field's value, as bytes of the record. A text may be shorter than its field.
 struct setting {
     const field *where;
     std::string bytes;
 };
 using settings = std::vector<setting>;
 
-bool gives(const settings &given, size_t offset);
-void store(const settings &given, void *record);
+bool is_given(const settings &given, size_t offset);
+void apply_settings(const settings &given, void *record);
 
 } // namespace hostsim

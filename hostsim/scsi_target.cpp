@@ -1,4 +1,4 @@
-#include "scsi.h"
+#include "scsi_target.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -19,23 +19,23 @@ constexpr sense_code lba_out_of_range = {0x05, 0x21, 0x00};
 constexpr sense_code bad_field = {0x05, 0x24, 0x00};
 constexpr sense_code no_such_lun = {0x05, 0x25, 0x00};
 
-struct context {
+struct call {
     const session_description &target;
-    const lun_description *lun; // null: the target does not have it
-    uint64_t identity;          // of the disk, one among all of the host
+    const lun_description *lun; // null when the target does not have it
+    uint64_t identity;          // of the disk, unique on the host
     const scsi_command &command;
     disk_contents &contents;
 };
 
-template <typename T>
-void put(uint8_t *to, T value)
+template <class T>
+void put_number(uint8_t *to, T value)
 {
     for (size_t i = sizeof value; i-- > 0; value = static_cast<T>(value >> 8))
         to[i] = static_cast<uint8_t>(value);
 }
 
-// A big-endian number at a place of the CDB.
-uint64_t cdb_field(const context &c, size_t at, size_t size)
+// A big-endian number in the CDB.
+uint64_t cdb_field(const call &c, size_t at, size_t size)
 {
     uint64_t value = 0;
     for (uint8_t byte : c.command.cdb.subspan(at, size))
@@ -43,8 +43,8 @@ uint64_t cdb_field(const context &c, size_t at, size_t size)
     return value;
 }
 
-// Data from the device, cut to the allocation length and to the caller's room.
-scsi_result give(const context &c, std::span<const uint8_t> data, uint64_t allocation)
+// Sends data as far as the allocation length and the caller's buffer go.
+scsi_result give(const call &c, std::span<const uint8_t> data, uint64_t allocation)
 {
     size_t n = std::min({data.size(), c.command.in.size(), static_cast<size_t>(allocation)});
     if (n != 0)
@@ -54,17 +54,17 @@ scsi_result give(const context &c, std::span<const uint8_t> data, uint64_t alloc
 
 scsi_result check(const sense_code &sense) { return {sense, 0}; }
 
-scsi_result test_unit_ready(const context &c)
+scsi_result test_unit_ready(const call &c)
 {
     return is_disk(*c.lun) && c.lun->size == 0 ? check(no_medium) : scsi_result{};
 }
 
-scsi_result request_sense(const context &c)
+scsi_result request_sense(const call &c)
 {
     constexpr uint8_t descriptor_format = 1;
-    if (c.command.cdb[1] & descriptor_format)
+    if ((c.command.cdb[1] & descriptor_format) != 0)
         return check(bad_field);
-    return give(c, fixed_sense(c.lun ? sense_code{} : no_such_lun), c.command.cdb[4]);
+    return give(c, fixed_sense(c.lun != nullptr ? sense_code{} : no_such_lun), c.command.cdb[4]);
 }
 
 void put_text(uint8_t *to, std::string_view text, size_t size)
@@ -73,7 +73,7 @@ void put_text(uint8_t *to, std::string_view text, size_t size)
     std::memcpy(to, text.data(), text.size());
 }
 
-std::vector<uint8_t> product_data(const context &c, uint8_t page)
+std::vector<uint8_t> product_data(const call &c, uint8_t page)
 {
     constexpr uint64_t naa_locally_assigned = 3ull << 60;
     std::vector<uint8_t> data = {c.lun->device_type, page, 0, 0};
@@ -84,39 +84,40 @@ std::vector<uint8_t> product_data(const context &c, uint8_t page)
         snprintf(serial, sizeof serial, "%016llx", static_cast<unsigned long long>(c.identity));
         data.insert(data.end(), serial, serial + 16);
     } else if (page == 0x83) {
-        data.insert(data.end(), {0x01, 0x03, 0x00, 0x08}); // binary, the unit's NAA identifier
+        data.insert(data.end(), {0x01, 0x03, 0x00, 0x08}); // binary, an NAA identifier of the unit
         data.resize(data.size() + 8);
-        put(&data[8], naa_locally_assigned | c.identity);
+        put_number(&data[8], naa_locally_assigned | c.identity);
     } else {
         return {};
     }
-    put(&data[2], static_cast<uint16_t>(data.size() - 4));
+    put_number(&data[2], static_cast<uint16_t>(data.size() - 4));
     return data;
 }
 
-scsi_result inquiry(const context &c)
+scsi_result inquiry(const call &c)
 {
     constexpr uint8_t evpd = 1, no_device = 0x7F;
     const uint8_t page = c.command.cdb[2];
     const uint64_t allocation = cdb_field(c, 3, 2);
 
-    if (c.command.cdb[1] & evpd) {
-        std::vector<uint8_t> data = c.lun ? product_data(c, page) : std::vector<uint8_t>();
+    if ((c.command.cdb[1] & evpd) != 0) {
+        std::vector<uint8_t> data =
+            c.lun != nullptr ? product_data(c, page) : std::vector<uint8_t>();
         return data.empty() ? check(bad_field) : give(c, data, allocation);
     }
     if (page != 0)
         return check(bad_field);
 
-    // SPC-4, hierarchical LUNs, 31 more bytes, command queueing.
+    // SPC-4, hierarchical LUNs, 31 more bytes, command queuing.
     std::array<uint8_t, 36> data = {0, 0, 0x06, 0x12, 31, 0, 0, 0x02};
-    data[0] = c.lun ? c.lun->device_type : no_device;
-    put_text(&data[8], c.lun ? c.lun->vendor : "", 8);
-    put_text(&data[16], c.lun ? c.lun->product : "", 16);
-    put_text(&data[32], c.lun ? c.lun->revision : "", 4);
+    data[0] = c.lun != nullptr ? c.lun->device_type : no_device;
+    put_text(&data[8], c.lun != nullptr ? c.lun->vendor : "", 8);
+    put_text(&data[16], c.lun != nullptr ? c.lun->product : "", 16);
+    put_text(&data[32], c.lun != nullptr ? c.lun->revision : "", 4);
     return give(c, data, allocation);
 }
 
-scsi_result report_luns(const context &c)
+scsi_result report_luns(const call &c)
 {
     constexpr uint8_t well_known_only = 1, all = 2;
     const uint8_t select = c.command.cdb[2];
@@ -125,35 +126,35 @@ scsi_result report_luns(const context &c)
 
     size_t count = select == well_known_only ? 0 : c.target.luns.size();
     std::vector<uint8_t> data(8 + 8 * count);
-    put(&data[0], static_cast<uint32_t>(8 * count));
-    for (size_t i = 0; i < count; i++)
-        put(&data[8 + 8 * i], c.target.luns[i].wire);
+    put_number(&data[0], static_cast<uint32_t>(8 * count));
+    for (size_t i = 0; i < count; ++i)
+        put_number(&data[8 + 8 * i], c.target.luns[i].wire);
     return give(c, data, cdb_field(c, 6, 4));
 }
 
-uint64_t last_block(const context &c) { return c.lun->size / c.lun->block_size - 1; }
+uint64_t last_block(const call &c) { return c.lun->size / c.lun->block_size - 1; }
 
-scsi_result read_capacity_10(const context &c)
+scsi_result read_capacity_10(const call &c)
 {
     std::array<uint8_t, 8> data{};
-    put(&data[0], static_cast<uint32_t>(std::min<uint64_t>(last_block(c), UINT32_MAX)));
-    put(&data[4], c.lun->block_size);
+    put_number(&data[0], static_cast<uint32_t>(std::min<uint64_t>(last_block(c), UINT32_MAX)));
+    put_number(&data[4], c.lun->block_size);
     return give(c, data, data.size());
 }
 
-scsi_result read_capacity_16(const context &c)
+scsi_result read_capacity_16(const call &c)
 {
     constexpr uint8_t service_action = 0x10;
     if ((c.command.cdb[1] & 0x1F) != service_action)
         return check(bad_field);
     std::array<uint8_t, 32> data{};
-    put(&data[0], last_block(c));
-    put(&data[8], c.lun->block_size);
+    put_number(&data[0], last_block(c));
+    put_number(&data[8], c.lun->block_size);
     return give(c, data, cdb_field(c, 10, 4));
 }
 
-// READ and WRITE: bytes move as far as the caller's buffer goes.
-scsi_result move_blocks(const context &c, uint64_t lba, uint64_t blocks, bool write)
+// READ and WRITE move bytes as far as the caller's buffer goes.
+scsi_result move_blocks(const call &c, uint64_t lba, uint64_t blocks, bool write)
 {
     const uint64_t last = last_block(c);
     if (lba > last || blocks > last - lba + 1)
@@ -178,13 +179,13 @@ scsi_result move_blocks(const context &c, uint64_t lba, uint64_t blocks, bool wr
     return {{}, n};
 }
 
-scsi_result move_10(const context &c)
+scsi_result move_10(const call &c)
 {
     constexpr uint8_t write = 0x2A;
     return move_blocks(c, cdb_field(c, 2, 4), cdb_field(c, 7, 2), c.command.cdb[0] == write);
 }
 
-scsi_result move_16(const context &c)
+scsi_result move_16(const call &c)
 {
     constexpr uint8_t write = 0x8A;
     return move_blocks(c, cdb_field(c, 2, 8), cdb_field(c, 10, 4), c.command.cdb[0] == write);
@@ -196,7 +197,7 @@ struct operation {
     uint8_t opcode;
     uint8_t cdb_size;
     needs what;
-    scsi_result (*run)(const context &);
+    scsi_result (*run)(const call &);
 };
 
 constexpr operation operations[] = {
@@ -227,9 +228,9 @@ scsi_result run_scsi(const session_description &target, uint64_t target_number, 
     const auto at = std::ranges::lower_bound(target.luns_by_wire, lun, {}, wire);
     const bool there = at != target.luns_by_wire.end() && wire(*at) == lun;
     const uint32_t position = there ? *at : 0;
-    const context c = {
-        target, there ? &target.lun_descriptions[target.luns[position].description] : nullptr,
-        target_number << 16 | position, command, contents};
+    const call c = {target,
+                    there ? &target.lun_descriptions[target.luns[position].description] : nullptr,
+                    target_number << 16 | position, command, contents};
 
     if (command.cdb.empty())
         return check(bad_field);

@@ -1,9 +1,9 @@
-#include "fields.h"
+#include "record_fields.h"
+
+#include "varnok_driver_records.h"
 
 #include <algorithm>
 #include <cstring>
-
-#include "varnok_driver_records.h"
 
 namespace hostsim
 {
@@ -19,7 +19,7 @@ namespace
 
 // clang-format off
 #define RECORD varnok_drv_pci_info
-constexpr field pci[] = {
+constexpr field pci_rows[] = {
     N(vendor_id), N(device_id), N(subvendor_id), N(subsystem_id), N(domain_num), N(bus_num),
     N(device_num), N(function_num), N(revision), N(port_num), N(pcie_speed), N(pcie_width),
     N(chip_rev_id),
@@ -27,7 +27,7 @@ constexpr field pci[] = {
 #undef RECORD
 
 #define RECORD varnok_drv_port_info
-constexpr field port[] = {
+constexpr field port_rows[] = {
     T(manufacturer), T(model_name), T(model_desc), T(serial_num), T(driver_version),
     T(driver_date), T(driver_name), N(driver_loaded), T(fw_version), T(iqn), FIELD(mac, mac),
     N(ipv4_port), N(is_dhcp), FIELD(ipv4addr, ipv4), FIELD(subnet, ipv4), FIELD(gateway, ipv4),
@@ -38,7 +38,7 @@ constexpr field port[] = {
 #undef RECORD
 
 #define RECORD varnok_drv_session_info
-constexpr field session[] = {
+constexpr field session_rows[] = {
     N(sess_num), N(sess_unique),
     T(init_iqn), N(init_ipv4_port), FIELD(init_ipv4addr, ipv4), N(init_ipv6_port),
     FIELD(init_ipv6addr, ipv6), FIELD(init_mac, mac),
@@ -62,7 +62,7 @@ constexpr field session[] = {
 #undef RECORD
 
 #define RECORD varnok_drv_tgt_info
-constexpr field target[] = {
+constexpr field target_rows[] = {
     N(scsi_bus_num), N(scsi_tgt_num), T(iqn), FIELD(mac, mac), T(isid), N(ipv4_port),
     FIELD(ipv4addr, ipv4), N(ipv6_port), FIELD(ipv6addr, ipv6), N(port_type), N(lun_count),
 };
@@ -71,10 +71,10 @@ constexpr field target[] = {
 
 } // namespace
 
-const std::span<const field> pci_fields = pci;
-const std::span<const field> port_fields = port;
-const std::span<const field> session_fields = session;
-const std::span<const field> target_fields = target;
+const std::span<const field> pci_fields = pci_rows;
+const std::span<const field> port_fields = port_rows;
+const std::span<const field> session_fields = session_rows;
+const std::span<const field> target_fields = target_rows;
 
 const field *find_field(std::span<const field> fields, std::string_view name)
 {
@@ -83,13 +83,13 @@ const field *find_field(std::span<const field> fields, std::string_view name)
     return at == fields.end() ? nullptr : &*at;
 }
 
-bool gives(const settings &given, size_t offset)
+bool is_given(const settings &given, size_t offset)
 {
     return std::any_of(given.begin(), given.end(),
                        [&](const setting &s) { return s.where->offset == offset; });
 }
 
-void store(const settings &given, void *record)
+void apply_settings(const settings &given, void *record)
 {
     for (const setting &s : given) {
         char *to = static_cast<char *>(record) + s.where->offset;

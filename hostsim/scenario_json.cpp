@@ -1,38 +1,38 @@
-#include "document.h"
+#include "scenario_json.h"
+
+#include "hostsim.h"
 
 #include <functional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "hostsim.h"
-
 namespace hostsim
 {
 namespace
 {
 
-// The parser keeps one of two members with the same name and says nothing.
-class doubled_member_finder
+// The parser keeps one of two members with the same name without an error.
+class repeated_key_finder
 {
   public:
     bool operator()(int, json::parse_event_t event, const json &parsed)
     {
-        using e = json::parse_event_t;
-        if (event == e::key) {
+        using parse_event = json::parse_event_t;
+        if (event == parse_event::key) {
             open_.back().key = parsed.get<std::string>();
             if (!open_.back().keys.insert(open_.back().key).second)
                 throw scenario_error(where() + ": given twice");
             return true;
         }
-        if (event == e::object_end || event == e::array_end) {
+        if (event == parse_event::object_end || event == parse_event::array_end) {
             open_.pop_back();
             return true;
         }
         if (!open_.empty())
-            open_.back().values++;
-        if (event != e::value)
-            open_.push_back({event == e::array_start, 0, {}, {}});
+            ++open_.back().values;
+        if (event != parse_event::value)
+            open_.push_back({event == parse_event::array_start, 0, {}, {}});
         return true;
     }
 
@@ -63,11 +63,11 @@ class doubled_member_finder
 
 json parse_document(std::string_view text)
 {
-    doubled_member_finder finder;
+    repeated_key_finder finder;
     try {
         return json::parse(text, std::ref(finder), true, true);
-    } catch (const json::exception &e) { // a number may be too large
-        std::string what = e.what();     // begins with the exception's name in brackets
+    } catch (const json::exception &e) {
+        std::string what = e.what(); // begins with the exception's name in brackets
         size_t name_end = what.find("] ");
         throw scenario_error(name_end == std::string::npos ? what : what.substr(name_end + 2));
     }

@@ -1,11 +1,10 @@
-#include "live.h"
+#include "initiator.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-
 #include <iscsi/iscsi.h>
 #include <iscsi/scsi-lowlevel.h>
 #include <netinet/in.h>
@@ -21,9 +20,10 @@ using clock = std::chrono::steady_clock;
 
 constexpr auto longest_step = std::chrono::seconds(5);
 constexpr int syn_retries = 2;
-constexpr uint32_t enterprise = 0x4D4C56; // in the ISIDs
+constexpr uint32_t enterprise = 0x4D4C56; // part of the ISID
 
-// What one asynchronous step came to. It outlives its context, which still reports what it cancels.
+// The result of one asynchronous step. It outlives the context, which reports steps that it
+// cancels.
 struct step {
     bool done = false;
     int status = 0;
@@ -52,25 +52,25 @@ void finish_discovery(iscsi_context *context, int status, void *list, void *stat
         static_cast<step *>(state)->names.emplace_back(a->target_name);
 }
 
-live_address address_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
+tcp_endpoint endpoint_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
 {
     sockaddr_storage storage{};
     socklen_t size = sizeof storage;
-    live_address address;
+    tcp_endpoint endpoint;
     if (ask(fd, reinterpret_cast<sockaddr *>(&storage), &size) != 0)
-        return address;
+        return endpoint;
     if (storage.ss_family == AF_INET) {
         sockaddr_in in{};
         std::memcpy(&in, &storage, sizeof in);
-        address.ipv4.assign(reinterpret_cast<const char *>(&in.sin_addr), sizeof in.sin_addr);
-        address.port = ntohs(in.sin_port);
+        endpoint.ipv4.assign(reinterpret_cast<const char *>(&in.sin_addr), sizeof in.sin_addr);
+        endpoint.tcp_port = ntohs(in.sin_port);
     } else if (storage.ss_family == AF_INET6) {
         sockaddr_in6 in{};
         std::memcpy(&in, &storage, sizeof in);
-        address.ipv6.assign(reinterpret_cast<const char *>(&in.sin6_addr), sizeof in.sin6_addr);
-        address.port = ntohs(in.sin6_port);
+        endpoint.ipv6.assign(reinterpret_cast<const char *>(&in.sin6_addr), sizeof in.sin6_addr);
+        endpoint.tcp_port = ntohs(in.sin6_port);
     }
-    return address;
+    return endpoint;
 }
 
 bool is_unit_attention(const std::vector<uint8_t> &sense)
@@ -86,11 +86,11 @@ bool is_unit_attention(const std::vector<uint8_t> &sense)
 
 const bool has_initiator = true;
 
-// A context and what it is waited for.
-class live_connection
+// A context, and the step that it is at.
+class initiator_connection
 {
   public:
-    explicit live_connection(const live_login &login)
+    explicit initiator_connection(const portal_login &login)
         : context_(iscsi_create_context(login.initiator.c_str()))
     {
         if (context_ == nullptr)
@@ -103,19 +103,19 @@ class live_connection
         if (user != nullptr && secret != nullptr)
             iscsi_set_initiator_username_pwd(context_, user, secret);
     }
-    ~live_connection()
+    ~initiator_connection()
     {
         if (context_ != nullptr)
             iscsi_destroy_context(context_);
     }
-    live_connection(const live_connection &) = delete;
-    live_connection &operator=(const live_connection &) = delete;
+    initiator_connection(const initiator_connection &) = delete;
+    initiator_connection &operator=(const initiator_connection &) = delete;
 
     iscsi_context *get() { return context_; }
 
-    // Starts a step and serves the connection until it ends; 0, or why it did not.
+    // Starts a step and serves the connection until the step ends. Returns 0, or an errno.
     template <class Start>
-    int carry_out(Start start)
+    int run(Start start)
     {
         step_.begin();
         if (context_ == nullptr)
@@ -136,83 +136,88 @@ class live_connection
         return 0;
     }
 
-    int carry_out_well(int (*start)(iscsi_context *, iscsi_command_cb, void *), int error)
+    // The step must also end well, or the error is returned.
+    template <class Start>
+    int run_to_success(Start start, int error)
     {
-        const int failed = carry_out([&](step *s) { return start(context_, finish, s); });
+        const int failed = run(start);
         return failed != 0 ? failed : step_.status == SCSI_STATUS_GOOD ? 0 : error;
     }
 
-    int log_in(const live_login &login)
+    int log_in(const portal_login &login)
     {
-        const int failed = carry_out([&](step *s) {
+        const auto connect = [&](step *s) {
             return iscsi_connect_async(context_, login.portal.c_str(), finish, s);
-        });
-        if (failed != 0 || step_.status != SCSI_STATUS_GOOD)
-            return failed != 0 ? failed : ECONNREFUSED;
-        return carry_out_well(iscsi_login_async, EACCES);
+        };
+        if (const int failed = run_to_success(connect, ECONNREFUSED))
+            return failed;
+        return run_to_success([&](step *s) { return iscsi_login_async(context_, finish, s); },
+                              EACCES);
     }
 
-    const step &last() const { return step_; }
+    const std::vector<std::string> &found_names() const { return step_.names; }
 
   private:
     step step_; // outlives the context
     iscsi_context *context_;
 };
 
-int discover_targets(const live_login &login, std::vector<std::string> &names)
+int discover_targets(const portal_login &login, std::vector<std::string> &names)
 {
-    live_connection connection(login);
+    initiator_connection connection(login);
     if (connection.get() == nullptr)
         return ENOMEM;
     iscsi_set_session_type(connection.get(), ISCSI_SESSION_DISCOVERY);
     if (const int failed = connection.log_in(login))
         return failed;
-    const int failed = connection.carry_out(
-        [&](step *s) { return iscsi_discovery_async(connection.get(), finish_discovery, s); });
-    if (failed != 0 || connection.last().status != SCSI_STATUS_GOOD)
-        return failed != 0 ? failed : EIO;
-    names = connection.last().names;
+    const auto discover = [&](step *s) {
+        return iscsi_discovery_async(connection.get(), finish_discovery, s);
+    };
+    if (const int failed = connection.run_to_success(discover, EIO))
+        return failed;
+    names = connection.found_names();
     std::sort(names.begin(), names.end());
     return 0;
 }
 
-live_target::live_target(live_login login, std::string name)
+real_target::real_target(portal_login login, std::string name)
     : login_(std::move(login)), name_(std::move(name))
 {
 }
 
-live_target::~live_target() = default;
+real_target::~real_target() = default;
 
-std::string live_target::isid() const
+std::string real_target::isid() const
 {
     char text[13];
     snprintf(text, sizeof text, "40%06x%04x", enterprise, unsigned{login_.session});
     return text;
 }
 
-int live_target::log_in()
+int real_target::log_in()
 {
     if (connection_ != nullptr)
         return 0;
-    auto connection = std::make_unique<live_connection>(login_);
+    auto connection = std::make_unique<initiator_connection>(login_);
     if (connection->get() == nullptr)
         return ENOMEM;
     iscsi_set_targetname(connection->get(), name_.c_str());
     iscsi_set_session_type(connection->get(), ISCSI_SESSION_NORMAL);
     if (const int failed = connection->log_in(login_))
         return failed;
-    own_ = address_of(iscsi_get_fd(connection->get()), getsockname);
-    target_ = address_of(iscsi_get_fd(connection->get()), getpeername);
+    own_ = endpoint_of(iscsi_get_fd(connection->get()), getsockname);
+    target_ = endpoint_of(iscsi_get_fd(connection->get()), getpeername);
     connection_ = std::move(connection);
     return 0;
 }
 
-// A new session's first command is answered with news of it, which initiators keep to themselves.
-live_reply live_target::run(uint64_t wire_lun, const scsi_command &command)
+// A new session answers its first commands with UNIT ATTENTION, which an initiator does not pass
+// on.
+scsi_reply real_target::run(uint64_t wire_lun, const scsi_command &command)
 {
-    constexpr int most_news = 4;
-    live_reply reply;
-    for (int i = 0; i < most_news; i++) {
+    constexpr int most_attentions = 4;
+    scsi_reply reply;
+    for (int i = 0; i < most_attentions; ++i) {
         reply = try_once(wire_lun, command);
         if (reply.error != 0 || !is_unit_attention(reply.sense))
             break;
@@ -220,10 +225,10 @@ live_reply live_target::run(uint64_t wire_lun, const scsi_command &command)
     return reply;
 }
 
-live_reply live_target::try_once(uint64_t wire_lun, const scsi_command &command)
+scsi_reply real_target::try_once(uint64_t wire_lun, const scsi_command &command)
 {
     constexpr unsigned first_level = 48;
-    live_reply reply;
+    scsi_reply reply;
     if ((reply.error = log_in()) != 0)
         return reply;
 
@@ -237,19 +242,18 @@ live_reply live_target::try_once(uint64_t wire_lun, const scsi_command &command)
                                              static_cast<int>(length));
     iscsi_data data = {length, const_cast<unsigned char *>(
                                    reinterpret_cast<const unsigned char *>(command.out.data()))};
-    reply.error = task == nullptr ? ENOMEM : connection_->carry_out([&](step *s) {
+    reply.error = task == nullptr ? ENOMEM : connection_->run([&](step *s) {
         return iscsi_scsi_command_async(connection_->get(),
                                         static_cast<int>(wire_lun >> first_level), task, finish,
                                         out ? &data : nullptr, s);
     });
-    if (reply.error == 0 &&
-        task->status > 0xFF) // libiscsi's own statuses: cancelled, timed out, lost
+    if (reply.error == 0 && task->status > 0xFF) // statuses of libiscsi: cancelled, timed out, lost
         reply.error = ECONNRESET;
     if (reply.error != 0) {
         connection_.reset(); // before its task
     } else if (task->status == SCSI_STATUS_CHECK_CONDITION) {
         reply.scsi_status = SCSI_STATUS_CHECK_CONDITION;
-        const auto *sense = task->datain.data; // the length in two bytes, and then the sense
+        const auto *sense = task->datain.data; // two bytes of length, then the sense
         if (task->datain.size > 2)
             reply.sense.assign(sense + 2, sense + task->datain.size);
     } else {

@@ -1,13 +1,13 @@
-// scsi.h - the logical units behind a target, as SCSI commands meet them.
+// scsi_target.h - carries out SCSI commands at the logical units of a simulated target.
 #pragma once
+
+#include "disk.h"
+#include "scenario.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <unordered_map>
-
-#include "disk.h"
-#include "scenario.h"
 
 namespace hostsim
 {
@@ -28,11 +28,10 @@ inline bool is_good(const sense_code &s) { return s.key == 0 && s.asc == 0 && s.
 inline constexpr size_t sense_size = 18;
 std::array<uint8_t, sense_size> fixed_sense(const sense_code &sense);
 
-// The contents of the disks in memory, by the disk's identity.
+// The contents of the disks in memory, by their identity.
 using disk_contents = std::unordered_map<uint64_t, sparse_bytes>;
 
-// Carries the command out at a LUN (its eight bytes) of the target. target_number is the target's
-// number in the host.
+// The LUN is its eight bytes as a big-endian number. target_number counts the targets of the host.
 scsi_result run_scsi(const session_description &target, uint64_t target_number, uint64_t lun,
                      const scsi_command &command, disk_contents &contents);
 

@@ -1,0 +1,17 @@
+// scsi_request.h - the driver's request that carries a SCSI command.
+#pragma once
+
+#include "hostsim.h"
+#include "scenario.h"
+#include "scsi_target.h"
+
+namespace hostsim
+{
+
+// Carries out the command and returns the driver's status.
+uint32_t answer_scsi(exchange &e, const port &p, disk_contents &disks,
+                     uint32_t check_condition_status);
+
+void store_sense(const exchange &e, const sense_code &sense);
+
+} // namespace hostsim
