@@ -2,8 +2,8 @@
 // same records copied, the same calls of the platform. No checks, no lookups, no log, no failures.
 #pragma once
 
+#include "core/varnok_instdb.h"
 #include "platform.h"
-#include "varnok_instdb.h"
 #include "varnok_mgmt.h"
 
 #include <vector>

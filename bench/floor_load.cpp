@@ -1,8 +1,8 @@
 // The floors of loading and freeing: discovery, and the shared database.
 #include "floor.h"
 
+#include "core/varnok_shared_db.h"
 #include "floor_parts.h"
-#include "varnok_shared_db.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // floor_parts.h - what the floors of the calls are made of: memory, and the platform's calls.
 #pragma once
 
-#include "varnok_driver_records.h"
-#include "varnok_ioctl.h"
+#include "records/varnok_driver_records.h"
+#include "records/varnok_ioctl.h"
 #include "vmkapi_mgmt_lib.h"
 
 #include <cstdint>

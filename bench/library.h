@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform.h"
-#include "varnok_dlist.h"
+#include "support/varnok_dlist.h"
 #include "varnok_mgmt.h"
 
 namespace bench

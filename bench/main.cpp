@@ -1,7 +1,7 @@
 // main.cpp - varnok_bench calls|growth OPTIONS... runs one of the two sets. The names are
 // "side/driver/call": bench/report.py puts the sides beside each other.
 #include "bench.h"
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>

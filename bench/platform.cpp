@@ -1,6 +1,6 @@
 #include "platform.h"
 
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 #include "vmkapi_mgmt_lib.h"
 
 #include <cerrno>

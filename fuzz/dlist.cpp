@@ -1,6 +1,6 @@
 // Any sequence of list operations, against a list that cannot be wrong: after each, both hold the
 // same elements and stand on the same one.
-#include "varnok_dlist.h"
+#include "support/varnok_dlist.h"
 
 #include "platform.h"
 

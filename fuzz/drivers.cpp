@@ -3,9 +3,9 @@
 #include "drivers.h"
 #include "hostsim.h"
 #include "platform.h"
-#include "varnok_dbg.h"
-#include "varnok_driver_records.h"
-#include "varnok_sem.h"
+#include "records/varnok_driver_records.h"
+#include "support/varnok_dbg.h"
+#include "support/varnok_sem.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,12 +1,12 @@
 #include "platform.h"
 
 #include "calls.h"
+#include "core/varnok_instdb.h"
+#include "core/varnok_shared_db.h"
 #include "hostsim.h"
 #include "next_calls.h"
-#include "varnok_dbg.h"
-#include "varnok_instdb.h"
+#include "support/varnok_dbg.h"
 #include "varnok_mgmt.h"
-#include "varnok_shared_db.h"
 
 #include <algorithm>
 #include <cerrno>

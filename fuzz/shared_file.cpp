@@ -1,7 +1,7 @@
 // What lies under the shared file's name when the library joins, what others do to it meanwhile,
 // and what the count of users reads when the library leaves.
+#include "core/varnok_shared_db.h"
 #include "platform.h"
-#include "varnok_shared_db.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "hostsim.h"
-#include "kx_iscsi_vmkmgmt.h"
-#include "pelt_vmkmgmt.h"
-#include "peltl_ioctl.h"
-#include "varnok_ioctl.h"
+#include "records/kx_iscsi_vmkmgmt.h"
+#include "records/pelt_vmkmgmt.h"
+#include "records/peltl_ioctl.h"
+#include "records/varnok_ioctl.h"
 
 #include <algorithm>
 #include <array>

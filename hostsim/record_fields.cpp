@@ -1,6 +1,6 @@
 #include "record_fields.h"
 
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,8 +2,8 @@
 // believable ones for the rest, which differ from port to port.
 #pragma once
 
+#include "records/varnok_driver_records.h"
 #include "scenario.h"
-#include "varnok_driver_records.h"
 
 namespace hostsim
 {

@@ -3,7 +3,7 @@
 
 #include "drivers.h"
 #include "hostsim.h"
-#include "varnok_driver_records.h"
+#include "records/varnok_driver_records.h"
 
 #include <array>
 #include <cstddef>

@@ -3,8 +3,8 @@
 #include "drivers.h"
 #include "initiator.h"
 #include "packed_fields.h"
+#include "records/varnok_driver_records.h"
 #include "requests.h"
-#include "varnok_driver_records.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,16 +2,16 @@
 // left behind.
 #pragma once
 
+#include "api/varnok_core.h"
+#include "backend/legacy_adapter.h"
+#include "core/shared_db_file.h"
+#include "core/varnok_instdb.h"
+#include "core/varnok_shared_db.h"
 #include "hostsim.h"
-#include "legacy_adapter.h"
 #include "platform.h"
-#include "shared_db_file.h"
-#include "varnok_core.h"
-#include "varnok_dbg.h"
-#include "varnok_instdb.h"
+#include "support/varnok_dbg.h"
+#include "support/varnok_sem.h"
 #include "varnok_mgmt.h"
-#include "varnok_sem.h"
-#include "varnok_shared_db.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
 // A process that uses the library on a simulated host and does what it is told, a line at a time.
+#include "core/varnok_shared_db.h"
 #include "hostsim.h"
 #include "kill_points.h"
-#include "varnok_dbg.h"
+#include "support/varnok_dbg.h"
+#include "support/varnok_sem.h"
 #include "varnok_mgmt.h"
-#include "varnok_sem.h"
-#include "varnok_shared_db.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 
 SOURCE, BIN = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
-GOLDEN = SOURCE / "tests/golden"
+GOLDEN = SOURCE / "tests/tools/golden"
 LAB = SOURCE / "examples/lab.json"
 FAULT = {"driver": "dxo", "request": "port_info", "instance": 1, "nth": 2, "times": 0}
 

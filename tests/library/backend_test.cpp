@@ -1,12 +1,12 @@
 // What the back-ends send to their drivers, and what discovery makes of the answers: one suite over
 // all four.
+#include "backend/peltl_core.h"
+#include "backend/varnok_charnode.h"
+#include "backend/varnok_core_ioctl.h"
+#include "backend/varnok_ntapi.h"
+#include "backend/varnok_ryx_ntapi.h"
 #include "byte_map.h"
 #include "host_test.h"
-#include "peltl_core.h"
-#include "varnok_charnode.h"
-#include "varnok_core_ioctl.h"
-#include "varnok_ntapi.h"
-#include "varnok_ryx_ntapi.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,6 @@
 // The list against a plain vector: every operation, both empty forms, both directions.
 #include "platform.h"
-#include "varnok_dlist.h"
+#include "support/varnok_dlist.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "kill_points.h"
 
+#include "core/varnok_shared_db.h"
 #include "library_calls.h"
-#include "varnok_dbg.h"
-#include "varnok_shared_db.h"
+#include "support/varnok_dbg.h"
 
 #include <csignal>
 #include <cstdio>

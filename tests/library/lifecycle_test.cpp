@@ -1,8 +1,8 @@
 // Load, free, count, open and close.
+#include "backend/varnok_ntapi.h"
+#include "backend/varnok_ryx_ntapi.h"
 #include "drivers.h"
 #include "host_test.h"
-#include "varnok_ntapi.h"
-#include "varnok_ryx_ntapi.h"
 
 #include <algorithm>
 #include <cerrno>

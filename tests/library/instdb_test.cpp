@@ -1,9 +1,9 @@
 // The instance database, the device rules and the byte utilities.
+#include "backend/peltl_core.h"
+#include "backend/varnok_core_ioctl.h"
+#include "core/varnok_device_rules.h"
 #include "host_test.h"
-#include "peltl_core.h"
-#include "varnok_bytes.h"
-#include "varnok_core_ioctl.h"
-#include "varnok_device_rules.h"
+#include "support/varnok_bytes.h"
 
 #include <cstring>
 #include <tuple>

@@ -1,9 +1,9 @@
 // The simulated host: what its drivers answer to the library, and to callers that are not the library.
 #include "calls.h"
 #include "host_test.h"
-#include "kx_iscsi_vmkmgmt.h"
-#include "varnok_bytes.h"
-#include "varnok_ioctl.h"
+#include "records/kx_iscsi_vmkmgmt.h"
+#include "records/varnok_ioctl.h"
+#include "support/varnok_bytes.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // The pass-through and LUN discovery: one suite over the four back-ends.
+#include "backend/varnok_ntapi.h"
+#include "backend/varnok_ryx_ntapi.h"
 #include "host_test.h"
-#include "varnok_ntapi.h"
-#include "varnok_ryx_ntapi.h"
 
 #include <algorithm>
 #include <cerrno>
