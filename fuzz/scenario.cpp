@@ -42,7 +42,7 @@ void show(const ctl::inventory &seen)
     for (const ctl::record_kind *kind : {&ctl::port_kind, &ctl::portal_kind, &ctl::session_kind,
                                          &ctl::target_kind, &ctl::lun_kind})
         REQUIRE(plain(ctl::listing_text(seen, *kind, style)));
-    REQUIRE(plain(ctl::document_text(ctl::tree_document(seen), true)));
+    REQUIRE(plain(ctl::tree_document(seen, true)));
 }
 
 std::string capture(hostsim::host &host, bool &complete)
@@ -54,7 +54,7 @@ std::string capture(hostsim::host &host, bool &complete)
     hostsim::install(nullptr);
     complete = seen.failures.empty();
     show(seen);
-    return ctl::document_text(ctl::capture_document(seen), false);
+    return ctl::capture_document(seen, false);
 }
 
 } // namespace

@@ -50,16 +50,15 @@ void show_sense(std::span<const uint8_t> buffer)
 
 void show_lun(bytes input)
 {
-    const auto low = input.number<uint32_t>();
-    const auto high = input.number<uint32_t>();
-    const auto back = ctl::parse_lun("0x" + ctl::lun_bytes(low, high));
-    REQUIRE(back && back->levels_1_and_2 == low && back->levels_3_and_4 == high);
-    REQUIRE(std::ranges::all_of(ctl::lun_number(low, high), is_plain));
-    const auto form = ctl::lun_form_of(low, high);
+    ctl::lun_levels lun{};
+    lun.levels_1_and_2 = input.number<uint32_t>();
+    lun.levels_3_and_4 = input.number<uint32_t>();
+    REQUIRE(ctl::parse_lun("0x" + ctl::lun_bytes(lun)) == lun);
+    REQUIRE(std::ranges::all_of(ctl::lun_number(lun), is_plain));
+    const auto form = ctl::lun_form_of(lun);
     const auto number = form.number ? ctl::parse_lun(std::to_string(*form.number)) : std::nullopt;
     if (number && (form.method == "peripheral" || form.method == "flat"))
-        REQUIRE(ctl::lun_form_of(number->levels_1_and_2, number->levels_3_and_4).number ==
-                form.number);
+        REQUIRE(ctl::lun_form_of(*number).number == form.number);
 }
 
 } // namespace

@@ -1,21 +1,22 @@
 #include "varnokctl/capture.h"
 
+#include "varnokctl/json.h"
+#include "varnokctl/lun_address.h"
+#include "varnokctl/text.h"
+
 #include <algorithm>
 #include <array>
-#include <set>
-#include <string_view>
-
 #include <fmt/format.h>
-
-#include "varnokctl/document.h"
-#include "varnokctl/lun_address.h"
+#include <set>
+#include <span>
+#include <string_view>
 
 namespace ctl
 {
 namespace
 {
 
-// A code of the library's records and the driver's number that it stands for.
+// A code of the library's records, and the driver's number for the same.
 struct code_pair {
     uint32_t reported, driver;
 };
@@ -43,8 +44,8 @@ uint32_t driver_code(std::span<const code_pair> codes, uint32_t reported)
     return found == codes.end() ? 0 : found->driver;
 }
 
-// As a text when it can be shown as it is, else as its bytes.
-json text(std::span<const uint8_t> field)
+// A text when it needs no escapes, else its bytes.
+json text_or_bytes(std::span<const uint8_t> field)
 {
     std::string shown = field_text(field, {.utf8 = true});
     if (shown.find('\\') == std::string::npos)
@@ -52,15 +53,14 @@ json text(std::span<const uint8_t> field)
     return json(std::vector<uint8_t>(field.begin(), std::ranges::find(field, 0)));
 }
 
-// JSON readers may lose digits of larger numbers.
-json number(uint64_t value, const char *large_format)
+json exact_number(uint64_t value, const char *large_format)
 {
-    constexpr uint64_t safe = 1ULL << 53;
-    return value <= safe ? json(value) : json(fmt::format(fmt::runtime(large_format), value));
+    return value <= largest_exact_number ? json(value)
+                                         : json(fmt::format(fmt::runtime(large_format), value));
 }
 
 template <size_t Size>
-std::string ip(const uint8_t (&address)[Size])
+std::string whole_ip(const uint8_t (&address)[Size])
 {
     const std::string text = ip_address(std::span<const uint8_t, Size>(address));
     return !text.empty() ? text : Size == 4 ? "0.0.0.0" : "::";
@@ -69,15 +69,15 @@ std::string ip(const uint8_t (&address)[Size])
 void put_addresses(json &object, const std::string &prefix, const uint8_t (&ipv4)[4],
                    uint16_t ipv4_port, const uint8_t (&ipv6)[16], uint16_t ipv6_port)
 {
-    object[prefix + "ipv4addr"] = ip(ipv4);
+    object[prefix + "ipv4addr"] = whole_ip(ipv4);
     object[prefix + "ipv4_port"] = ipv4_port;
-    object[prefix + "ipv6addr"] = ip(ipv6);
+    object[prefix + "ipv6addr"] = whole_ip(ipv6);
     object[prefix + "ipv6_port"] = ipv6_port;
 }
 
 std::string pci_id(uint16_t id) { return fmt::format("0x{:04x}", id); }
 
-// The management firmware's version, four decimal numbers of a byte each.
+// The version of the management firmware is four decimal numbers, a byte each.
 uint32_t version_number(std::span<const uint8_t> field)
 {
     uint32_t version = 0;
@@ -93,49 +93,45 @@ json lun_object(const VARNOK_LUN_INFO &lun)
 {
     constexpr uint64_t block_size = 512;
     json object = json::object();
-    const lun_form form = lun_form_of(lun.ScsiLunNum, lun.ScsiLunNumExt);
-    const auto plain =
-        form.number ? parse_lun(fmt::to_string(*form.number)) : std::optional<lun_levels>();
-    if (plain && plain->levels_1_and_2 == lun.ScsiLunNum && plain->levels_3_and_4 == 0 &&
-        lun.ScsiLunNumExt == 0)
+    const lun_levels levels = levels_of(lun);
+    const lun_form form = lun_form_of(levels);
+    if (form.number && parse_lun(fmt::to_string(*form.number)) == levels)
         object["lun"] = *form.number;
     else
-        object["lun"] = "0x" + lun_bytes(lun.ScsiLunNum, lun.ScsiLunNumExt);
-    object["size"] = number(lun.Capacity, "{} B");
+        object["lun"] = "0x" + lun_bytes(levels);
+    object["size"] = exact_number(lun.Capacity, "{} B");
     if (lun.Capacity % block_size != 0)
         object["block_size"] = 1;
     if (lun.DeviceType != 0)
         object["device_type"] = lun.DeviceType;
-    object["vendor"] = text(std::span(lun.VendorName).first(8));
-    object["product"] = text(std::span(lun.ProductName).first(16));
-    object["revision"] = text(std::span(lun.ProductRevision).first(4));
+    object["vendor"] = text_or_bytes(std::span(lun.VendorName).first(8));
+    object["product"] = text_or_bytes(std::span(lun.ProductName).first(16));
+    object["revision"] = text_or_bytes(std::span(lun.ProductRevision).first(4));
     return object;
 }
 
-// A scenario holds a LUN once. A target may count more LUNs than are ever listed: the rest go
-// after them.
+// A scenario holds each LUN once. LUNs that the target counts but does not list follow the others.
 json lun_array(const target_entry &target)
 {
-    constexpr size_t most_listed = 2047;
     json array = json::array();
-    std::set<std::pair<uint32_t, uint32_t>> seen;
+    std::set<lun_levels> seen;
     for (const VARNOK_LUN_INFO &lun : target.luns)
-        if (seen.emplace(+lun.ScsiLunNum, +lun.ScsiLunNumExt).second)
+        if (seen.insert(levels_of(lun)).second)
             array.push_back(lun_object(lun));
-    if (array.size() == most_listed && target.info.LunCount > most_listed)
-        array.push_back({{"repeat", target.info.LunCount - most_listed}});
+    if (array.size() == most_listed_luns && target.info.LunCount > most_listed_luns)
+        array.push_back({{"repeat", target.info.LunCount - most_listed_luns}});
     return array;
 }
 
 void put_session(json &object, const VARNOK_SESS_INFO &info)
 {
     object["sess_num"] = +info.SessionNum;
-    object["sess_unique"] = number(info.SessionUnique, "{:#x}");
+    object["sess_unique"] = exact_number(info.SessionUnique, "{:#x}");
     object["state"] = +info.SessionState;
-    object["init_iqn"] = text(info.InitiatorName);
+    object["init_iqn"] = text_or_bytes(info.InitiatorName);
     put_addresses(object, "init_", info.InitIPv4Addr, info.InitIPv4PortNum, info.InitIPv6Addr,
                   info.InitIPv6PortNum);
-    object["tgt_iqn"] = text(info.TargetName);
+    object["tgt_iqn"] = text_or_bytes(info.TargetName);
     put_addresses(object, "tgt_", info.TgtIPv4Addr, info.TgtIPv4PortNum, info.TgtIPv6Addr,
                   info.TgtIPv6PortNum);
     object["initial_r2t"] = +info.InitialR2T;
@@ -150,7 +146,7 @@ void put_session(json &object, const VARNOK_SESS_INFO &info)
 
 json target_object(const VARNOK_TGT_INFO &info)
 {
-    json object = {{"iqn", text(info.TargetName)},
+    json object = {{"iqn", text_or_bytes(info.TargetName)},
                    {"mac", hex_bytes(info.MAC, ":")},
                    {"isid", hex_bytes(info.Isid)}};
     put_addresses(object, "", info.IPv4Addr, info.IPv4Port, info.IPv6Addr, info.IPv6Port);
@@ -160,14 +156,14 @@ json target_object(const VARNOK_TGT_INFO &info)
 json session_array(const port_entry &port)
 {
     json array = json::array();
-    for (size_t k = 0; k < std::max(port.sessions.size(), port.targets.size()); k++) {
+    for (size_t at = 0; at < std::max(port.sessions.size(), port.targets.size()); ++at) {
         json object = json::object();
-        if (k < port.sessions.size())
-            put_session(object, port.sessions[k].info);
+        if (at < port.sessions.size())
+            put_session(object, port.sessions[at].info);
         object["luns"] = json::array();
-        if (k < port.targets.size()) {
-            object["target"] = target_object(port.targets[k].info);
-            object["luns"] = lun_array(port.targets[k]);
+        if (at < port.targets.size()) {
+            object["target"] = target_object(port.targets[at].info);
+            object["luns"] = lun_array(port.targets[at]);
         }
         array.push_back(object);
     }
@@ -176,14 +172,14 @@ json session_array(const port_entry &port)
 
 void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
 {
-    object["hba_name"] = text(info.HbaName);
-    object["model_name"] = text(info.ModelName);
-    object["model_desc"] = text(info.ModelDesc);
-    object["serial_num"] = text(info.SerialNum);
-    object["driver_name"] = text(info.DriverName);
-    object["driver_version"] = text(info.DriverVersion);
-    object["driver_date"] = text(info.DriverDate);
-    object["fw_version"] = text(info.FWVersion);
+    object["hba_name"] = text_or_bytes(info.HbaName);
+    object["model_name"] = text_or_bytes(info.ModelName);
+    object["model_desc"] = text_or_bytes(info.ModelDesc);
+    object["serial_num"] = text_or_bytes(info.SerialNum);
+    object["driver_name"] = text_or_bytes(info.DriverName);
+    object["driver_version"] = text_or_bytes(info.DriverVersion);
+    object["driver_date"] = text_or_bytes(info.DriverDate);
+    object["fw_version"] = text_or_bytes(info.FWVersion);
     if (info.MFWVersion[0] != 0)
         object["mfw_version"] = version_number(info.MFWVersion);
     object["mac"] = hex_bytes(info.MAC, ":");
@@ -206,19 +202,20 @@ void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
     object["chip_rev_id"] = +info.ChipRevId;
 }
 
-// Native and legacy driver of the older family and of the newer generation, in the order in which
-// the library numbers their ports.
+// The native and the legacy driver of the older family, then those of the newer generation: the
+// order in which the library numbers their ports.
 constexpr std::array<std::string_view, 4> drivers = {"rovani", "tepli", "pelt", "dxo"};
 constexpr size_t older = 0, newer = 2, legacy = 1;
 
-// Only adapters of the newer generation tell the version of their management firmware.
+// Only adapters of the newer generation tell their management firmware's version.
 size_t family_of(const VARNOK_PHY_PORT_INFO &info)
 {
     return info.MFWVersion[0] != 0 ? newer : older;
 }
 
-// A family has one driver on a host: the native one unless ports name the other. The family of a
-// port that could not be read is that of the port before it, or of the first readable one.
+// On a host, a family has one driver: the native one, unless its ports name the other. A port that
+// could not be read is taken for one of the same family as the port before it or, at the start, as
+// the first readable port.
 class driver_finder
 {
   public:
@@ -228,7 +225,8 @@ class driver_finder
             if (!port.info)
                 continue;
             const size_t family = family_of(*port.info);
-            family_ = known_ ? family_ : family;
+            if (!known_)
+                family_ = family;
             known_ = true;
             if (field_text(port.info->DriverName, {}) == drivers[family + legacy])
                 driver_[family] = family + legacy;
@@ -248,7 +246,7 @@ class driver_finder
     std::array<size_t, newer + 1> driver_ = {older, older, newer};
 };
 
-// What makes a port fail as it did: with its driver's status, or with none.
+// Makes a port fail as it did: with its driver's status, or with none.
 json fault_of(const failed_call &failure, size_t driver, uint32_t instance)
 {
     constexpr uint32_t asked_after_loading = 2, for_ever = 0;
@@ -267,7 +265,7 @@ json fault_of(const failed_call &failure, size_t driver, uint32_t instance)
 
 } // namespace
 
-json capture_document(const inventory &host)
+std::string capture_document(const inventory &host, bool ascii)
 {
     json document = new_document("capture");
     json ports = json::array();
@@ -278,8 +276,8 @@ json capture_document(const inventory &host)
         const size_t driver = finder.next(port);
         json object = {{"driver", drivers[driver]}};
         const uint32_t instance = instances[driver]++;
-        const auto failed = [&](const failed_call &f) { return f.port == port.instance; };
-        const auto failure = std::ranges::find_if(host.failures, failed);
+        const auto failure =
+            std::ranges::find(host.failures, std::optional(port.instance), &failed_call::port);
         if (port.info)
             put_port(object, *port.info);
         else if (failure != host.failures.end())
@@ -290,14 +288,13 @@ json capture_document(const inventory &host)
         object["sessions"] = session_array(port);
         ports.push_back(object);
     }
-    // A driver that is there without ports makes a host without adapters.
+    // A host without adapters is one where a driver answers but has no ports.
     if (ports.empty())
         document["drivers"] = {drivers.front()};
     document["ports"] = ports;
     if (!faults.empty())
         document["faults"] = faults;
-    finish(document, host.failures);
-    return document;
+    return finished_text(document, host.failures, ascii);
 }
 
 } // namespace ctl

@@ -1,13 +1,15 @@
 // A host as it was read, as a scenario that the simulated host runs.
 #pragma once
 
-#include "varnokctl/fields.h"
+#include "varnokctl/model.h"
+
+#include <string>
 
 namespace ctl
 {
 
-// Ports, sessions and LUNs in the order of their numbers. A port that could not be read fails in
-// the scenario, too. The document notes the failures as any other does.
-json capture_document(const inventory &host);
+// Ports, sessions and LUNs keep their order. A port that could not be read gets a fault that makes
+// it fail the same way.
+std::string capture_document(const inventory &host, bool ascii);
 
 } // namespace ctl

@@ -1,6 +1,6 @@
 #include "varnokctl/document.h"
 
-#include <algorithm>
+#include "varnokctl/json.h"
 
 #include <fmt/format.h>
 
@@ -9,93 +9,67 @@ namespace ctl
 namespace
 {
 
-json optional_number(const std::optional<uint32_t> &number)
-{
-    return number ? json(*number) : json();
-}
-
-json failure_object(const failed_call &failure)
-{
-    const failure_advice advice = advice_on(failure);
-    return {{"call", call_text(failure.call)},
-            {"port", optional_number(failure.port)},
-            {"target", optional_number(failure.target)},
-            {"status", failure.status},
-            {"name", advice.name},
-            {"meaning", advice.meaning},
-            {"next", advice.next}};
-}
-
-// A document is the same in every locale.
-json record_object(const record_kind &kind, const listed_record &item)
+json record_object(const record_kind &kind, const listed_record &record)
 {
     const output_style style = {.utf8 = true};
     json object = json::object();
     for (const record_field &field : kind.fields)
         if (field.key != nullptr)
-            object[field.key] = field.value(item, style).value;
+            object[field.key] = field.value(record, style).data;
     return object;
 }
 
-json target_object(const target_entry &target, const port_entry &port)
+json target_object(const target_entry &target, uint32_t port, const session_entry *session)
 {
-    const uint32_t number = target.info.ScsiTgtNum;
-    json object = record_object(target_kind, {.port = port.instance, .target = &target.info});
-    const session_entry *session = session_of(port, number);
-    object["session"] =
-        session == nullptr
-            ? json()
-            : record_object(session_kind, {.port = port.instance, .session = session});
+    json object = record_object(target_kind, {.port = port, .target = &target.info});
+    object["session"] = session == nullptr
+                            ? json()
+                            : record_object(session_kind, {.port = port, .session = session});
     object["luns"] = json::array();
     for (const VARNOK_LUN_INFO &lun : target.luns)
         object["luns"].push_back(
-            record_object(lun_kind, {.port = port.instance, .target = &target.info, .lun = &lun}));
+            record_object(lun_kind, {.port = port, .target = &target.info, .lun = &lun}));
     return object;
 }
 
-// A port that could not be read has its number and the empty rest.
+// A port that could not be read has its number, no portal and no targets.
 json port_object(const port_entry &port)
 {
-    json object = {{"port", port.instance}, {"readable", port.info.has_value()}};
+    const uint32_t number = port.instance;
+    json object = {{"port", number}, {"readable", port.info.has_value()}};
     if (port.info)
-        object.update(record_object(port_kind, {.port = port.instance, .info = &*port.info}));
-    object["portal"] =
-        port.portal ? record_object(portal_kind, {.port = port.instance, .portal = &*port.portal})
-                    : json();
+        object.update(record_object(port_kind, {.port = number, .info = &*port.info}));
+    object["portal"] = port.portal
+                           ? record_object(portal_kind, {.port = number, .portal = &*port.portal})
+                           : json();
     object["targets"] = json::array();
     for (const target_entry &target : port.targets)
-        object["targets"].push_back(target_object(target, port));
+        object["targets"].push_back(
+            target_object(target, number, session_of(port, target.info.ScsiTgtNum)));
     return object;
 }
 
 } // namespace
 
-json new_document(const char *command)
-{
-    return {{"schema", "varnok/1"}, {"command", command}, {"complete", true}};
-}
-
-json listing_document(const inventory &host, const record_kind &kind)
+std::string listing_document(const inventory &host, const record_kind &kind, bool ascii)
 {
     json document = new_document(kind.key);
     document[kind.key] = json::array();
-    for (const listed_record &item : kind.items(host))
-        document[kind.key].push_back(record_object(kind, item));
-    finish(document, host.failures);
-    return document;
+    for (const listed_record &record : records_of(host, kind))
+        document[kind.key].push_back(record_object(kind, record));
+    return finished_text(document, host.failures, ascii);
 }
 
-json tree_document(const inventory &host)
+std::string tree_document(const inventory &host, bool ascii)
 {
     json document = new_document("tree");
     document["ports"] = json::array();
     for (const port_entry &port : host.ports)
         document["ports"].push_back(port_object(port));
-    finish(document, host.failures);
-    return document;
+    return finished_text(document, host.failures, ascii);
 }
 
-json version_document(const char *tool_version)
+std::string version_document(const char *tool_version, bool ascii)
 {
     const uint32_t number = VARNOK_GetVersion(nullptr, 0);
     json document = new_document("version");
@@ -104,40 +78,16 @@ json version_document(const char *tool_version)
         {"description", varnok_version_description},
         {"number", number},
         {"text", fmt::format("{}.{}.{}", number >> 24, number >> 16 & 0xFFU, number >> 8 & 0xFFU)}};
-    finish(document, {});
-    return document;
+    return finished_text(document, {}, ascii);
 }
 
-std::string safe_text(std::string_view text)
-{
-    return field_text({reinterpret_cast<const uint8_t *>(text.data()), text.size()}, {});
-}
-
-json usage_document(std::string_view what_is_wrong)
+std::string usage_document(std::string_view what_is_wrong, bool ascii)
 {
     json document = new_document("usage");
-    document["complete"] = false;
-    document["failures"] = json::array({{{"call", "varnokctl"},
-                                         {"port", nullptr},
-                                         {"target", nullptr},
-                                         {"status", 0},
-                                         {"name", "wrong usage"},
-                                         {"meaning", safe_text(what_is_wrong)},
-                                         {"next", "see 'varnokctl --help'"}}});
-    return document;
-}
-
-void finish(json &document, const std::vector<failed_call> &failures)
-{
-    document["complete"] = failures.empty();
-    document["failures"] = json::array();
-    for (const failed_call &failure : failures)
-        document["failures"].push_back(failure_object(failure));
-}
-
-std::string document_text(const json &document, bool ascii)
-{
-    return document.dump(2, ' ', ascii) + '\n';
+    const failed_call failure = {.call = call_name::command_line,
+                                 .cause = failure_cause::wrong_usage,
+                                 .detail = safe_text(what_is_wrong)};
+    return finished_text(document, {failure}, ascii);
 }
 
 } // namespace ctl

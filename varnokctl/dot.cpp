@@ -1,12 +1,11 @@
-// The host as a picture, in Graphviz's language.
+// The host as a picture, in the language of Graphviz.
 #include "varnokctl/render.h"
-
-#include <algorithm>
-
-#include <fmt/format.h>
 
 #include "varnokctl/facts.h"
 #include "varnokctl/words.h"
+
+#include <algorithm>
+#include <fmt/format.h>
 
 namespace ctl
 {
@@ -32,9 +31,9 @@ constexpr const char *beginning = R"(digraph host {
 )";
 
 constexpr const char *top = "host";
-constexpr const char *room = " [minlen=2]"; // for edges that go far up and down
+constexpr const char *long_edge = " [minlen=2]"; // gives it room to go far up and down
 
-// Labels are marked up as HTML is. What they hold is escaped here, so it never ends one.
+// Labels are marked up like HTML: without escapes, a name could end its label.
 std::string marked_up(std::string_view text)
 {
     std::string result;
@@ -98,13 +97,13 @@ std::string box_label(const std::string &title, const std::vector<std::string> &
 
 std::string luns_label(const target_entry &target, const output_style &style)
 {
-    constexpr const char *alignments[] = {"left", "left", "right", "left"}; // of the facts
+    constexpr size_t size_fact = 2;
     std::string rows;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
-        const char *const *alignment = alignments;
+        const std::vector<std::string> facts = lun_facts(lun, style);
         rows += row_begins;
-        for (const std::string &fact : lun_facts(lun, style))
-            rows += table_cell(*alignment++, marked_up(fact));
+        for (size_t at = 0; at < facts.size(); ++at)
+            rows += table_cell(at == size_fact ? "right" : "left", marked_up(facts[at]));
         rows += row_ends;
     }
     return table(3, rows);
@@ -160,7 +159,7 @@ class drawing
         if (failed(port, {}))
             lines.emplace_back(port.info ? "not all readable" : "not readable");
         add(name, paint, box_label(port_title(port, style_), lines), top);
-        for (size_t place = 0; place < port.targets.size(); place++)
+        for (size_t place = 0; place < port.targets.size(); ++place)
             add_target(port.targets[place], fmt::format("{}_target{}", name, place), port, name);
     }
 
@@ -193,7 +192,7 @@ class drawing
                              name, paint.dashed ? ",dashed" : "", paint.fill, paint.line,
                              paint.text, label);
         if (!parent.empty())
-            text_ += fmt::format("  {} -> {}{}\n", parent, name, parent == top ? room : "");
+            text_ += fmt::format("  {} -> {}{}\n", parent, name, parent == top ? long_edge : "");
     }
 
     const inventory &host_;

@@ -1,7 +1,8 @@
 #include "varnokctl/ending.h"
 
-#include <algorithm>
+#include "varnokctl/words.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace ctl
@@ -9,12 +10,7 @@ namespace ctl
 namespace
 {
 
-struct ending_word {
-    ending code;
-    const char *meaning;
-};
-
-constexpr ending_word endings[] = {
+constexpr code_word endings[] = {
     {all_well, "all well"},
     {refused, "the library or a device refused, or there is no such port or target"},
     {usage, "wrong usage"},
@@ -27,19 +23,14 @@ bool names_port(const failed_call &failure, const port_entry &port)
     return failure.port == port.instance;
 }
 
-bool names_target(const failed_call &failure, const port_entry &port, const target_entry &target)
-{
-    return names_port(failure, port) && failure.target == target.info.ScsiTgtNum;
-}
-
 // Whether a port gave some of what was asked of it, or has nothing to give.
 bool answered(const port_entry &port, const inventory &host)
 {
-    const auto failed = [&](const failed_call &f) { return names_port(f, port); };
+    const auto failed = [&](const failed_call &failure) { return names_port(failure, port); };
     const auto target_answered = [&](const target_entry &target) {
         return !target.luns.empty() ||
-               std::ranges::none_of(host.failures, [&](const failed_call &f) {
-                   return names_target(f, port, target);
+               std::ranges::none_of(host.failures, [&](const failed_call &failure) {
+                   return names_port(failure, port) && failure.target == target.info.ScsiTgtNum;
                });
     };
     return port.portal || !port.sessions.empty() || std::ranges::none_of(host.failures, failed) ||
@@ -50,11 +41,11 @@ bool answered(const port_entry &port, const inventory &host)
 
 ending ending_of(const inventory &host)
 {
-    if (host.failures.empty())
-        return all_well;
     const auto has = [&](failure_cause cause) {
         return std::ranges::find(host.failures, cause, &failed_call::cause) != host.failures.end();
     };
+    if (host.failures.empty())
+        return all_well;
     if (has(failure_cause::not_loaded))
         return no_host;
     if (has(failure_cause::no_such_target) || has(failure_cause::refused_by_device))
@@ -66,8 +57,8 @@ ending ending_of(const inventory &host)
 std::string endings_text()
 {
     std::string text = "Exit status:\n";
-    for (const ending_word &word : endings)
-        text += fmt::format("  {}  {}\n", static_cast<int>(word.code), word.meaning);
+    for (const auto &[code, meaning] : endings)
+        text += fmt::format("  {}  {}\n", code, meaning);
     return text;
 }
 

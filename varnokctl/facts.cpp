@@ -1,10 +1,10 @@
 #include "varnokctl/facts.h"
 
-#include <fmt/format.h>
-
 #include "varnokctl/fields.h"
 #include "varnokctl/lun_address.h"
 #include "varnokctl/words.h"
+
+#include <fmt/format.h>
 
 namespace ctl
 {
@@ -42,14 +42,14 @@ std::vector<std::string> host_facts(const inventory &host)
 std::string target_address(const port_entry &port, const target_entry &target)
 {
     const session_entry *session = session_of(port, target.info.ScsiTgtNum);
-    return (session == nullptr ? target_endpoint(target.info) : target_endpoint(session->info))
-        .text;
+    return endpoint_text(session == nullptr ? target_endpoint(target.info)
+                                            : target_endpoint(session->info));
 }
 
 std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const output_style &style)
 {
-    return {fmt::format("LUN {}", lun_number(lun.ScsiLunNum, lun.ScsiLunNumExt)),
-            device_type(lun.DeviceType), size_of(lun, style), name_of(lun, style)};
+    return {fmt::format("LUN {}", lun_number(levels_of(lun))), device_type(lun.DeviceType),
+            size_of(lun, style), name_of(lun, style)};
 }
 
 } // namespace ctl

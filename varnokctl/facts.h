@@ -1,11 +1,11 @@
-// What the tree and the picture of a host say of each record.
+// What the tree and the picture of a host say about each record.
 #pragma once
-
-#include <string>
-#include <vector>
 
 #include "varnokctl/model.h"
 #include "varnokctl/text.h"
+
+#include <string>
+#include <vector>
 
 namespace ctl
 {
@@ -13,7 +13,7 @@ namespace ctl
 // "5 ports", "5 targets", "13 LUNs"
 std::vector<std::string> host_facts(const inventory &host);
 
-// Where a target is reached, by what its session says when it was read.
+// "10.20.0.11:3260": where a target is reached, by its session where that was read.
 std::string target_address(const port_entry &port, const target_entry &target);
 
 // "LUN 0", "disk", "500.0 GiB" and "MOLVAR HALCYON DISK"; all but the first may be empty.

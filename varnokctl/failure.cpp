@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/format.h>
 #include <iterator>
 #include <system_error>
-
-#include <fmt/format.h>
 
 namespace ctl
 {
@@ -24,8 +23,9 @@ constexpr std::string_view call_texts[] = {
     "VARNOK_GetLunInfo",
     "VARNOK_SendScsiCommand",
     "write",
+    "varnokctl",
 };
-static_assert(std::size(call_texts) == static_cast<size_t>(call_name::write_file) + 1);
+static_assert(std::size(call_texts) == static_cast<size_t>(call_name::command_line) + 1);
 
 constexpr const char *see_log = "set VARNOK_API_DEBUG=4 and repeat the command to see why";
 constexpr const char *see_driver = "look in the system log for the adapter driver's messages, and "
@@ -64,12 +64,12 @@ constexpr status_words statuses[] = {
 
 struct cause_words {
     failure_cause cause;
-    std::string_view name;    // empty where the status has one
-    std::string_view meaning; // empty where the status says it
+    std::string_view name;    // empty when the status has one
+    std::string_view meaning; // empty when the status or the detail says it
     const char *next;
 };
 
-// What is known of a cause goes before what its status says.
+// These words replace those of the status.
 constexpr cause_words causes[] = {
     {failure_cause::refused_by_system, "", "",
      "see that the port's device is there and free, then repeat the command"},
@@ -90,14 +90,15 @@ constexpr cause_words causes[] = {
      "see the targets with 'varnokctl targets'"},
     {failure_cause::list_incomplete, "list incomplete", "the target counts more LUNs than it lists",
      "repeat the command; of more than 2047 LUNs only the first are listed"},
+    {failure_cause::wrong_usage, "wrong usage", "", "see 'varnokctl --help'"},
 };
 
-constexpr uint32_t first_failure = 0x80000000; // below it a status is an error number of the system
+constexpr uint32_t first_status = 0x80000000; // lower ones are error numbers of the system
 
-// Some statuses mean something of their own when they come from one call.
+// Some statuses mean something special when a certain call returns them.
 failure_cause cause_of(call_name call, uint32_t status)
 {
-    if (status < first_failure)
+    if (status < first_status)
         return failure_cause::refused_by_system;
     if (call == call_name::load_library && status == VARNOK_STATUS_FAILED)
         return failure_cause::not_loaded;
@@ -114,7 +115,7 @@ failure_advice advice_on_status(uint32_t status)
 {
     if (status == VARNOK_STATUS_SUCCESS)
         return {};
-    if (status < first_failure) {
+    if (status < first_status) {
         const char *name = strerrorname_np(static_cast<int>(status));
         return {name == nullptr ? "unknown error" : name, fmt::to_string(status),
                 std::generic_category().message(static_cast<int>(status)), ""};
@@ -132,13 +133,15 @@ bool succeeded(std::vector<failed_call> &failures, call_name call, uint32_t stat
                std::optional<uint32_t> port, std::optional<uint32_t> target)
 {
     if (status != VARNOK_STATUS_SUCCESS)
-        failures.push_back({call, cause_of(call, status), port, target, status});
+        failures.push_back({call, cause_of(call, status), port, target, status, {}});
     return status == VARNOK_STATUS_SUCCESS;
 }
 
 failure_advice advice_on(const failed_call &failure)
 {
     failure_advice advice = advice_on_status(failure.status);
+    if (!failure.detail.empty())
+        advice.meaning = failure.detail;
     const auto *words = std::ranges::find(causes, failure.cause, &cause_words::cause);
     if (words == std::end(causes))
         return advice;

@@ -1,13 +1,13 @@
-// Calls that failed, what that means and what to do about it.
+// Calls that failed: why, and what to do about it.
 #pragma once
+
+#include "varnok_mgmt.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <varnok_mgmt.h>
 
 namespace ctl
 {
@@ -24,6 +24,7 @@ enum class call_name {
     get_lun_info,
     send_scsi_command,
     write_file,
+    command_line,
 };
 
 enum class failure_cause {
@@ -34,37 +35,40 @@ enum class failure_cause {
     no_such_port,
     too_much_data,
     file_not_written, // the status is an error number
-    // The call itself succeeded:
+    // No call failed:
     refused_by_device,
     no_such_target,
     list_incomplete,
+    wrong_usage,
 };
 
 struct failed_call {
     call_name call;
     failure_cause cause;
-    std::optional<uint32_t> port;
-    std::optional<uint32_t> target;
+    std::optional<uint32_t> port{};
+    std::optional<uint32_t> target{};
     uint32_t status = VARNOK_STATUS_SUCCESS;
+    std::string detail{}; // of wrong usage
 };
 
-// Whether the status says that the call succeeded. If not, the failure is noted.
+// Whether the status says that the call succeeded. If not, the failure is added to the others.
 bool succeeded(std::vector<failed_call> &failures, call_name call, uint32_t status,
                std::optional<uint32_t> port = {}, std::optional<uint32_t> target = {});
 
 struct failure_advice {
-    std::string name;   // "VARNOK_STATUS_DRIVER_6", "EIO" or, of a call that succeeded, its cause
-    std::string number; // empty for a call that succeeded
+    std::string name;   // of the status: "VARNOK_STATUS_DRIVER_6", "EIO"; else of the cause
+    std::string number; // of the status; empty when no call failed
     std::string meaning;
     std::string next;
 };
 
 failure_advice advice_on(const failed_call &failure);
 
-// "VARNOK_GetLunInfo"; "write" for a file
+// "VARNOK_GetLunInfo"; "write" for a file and "varnokctl" for the command line.
 std::string_view call_text(call_name call);
 
-// "VARNOK_GetLunInfo, port 0, target 2: VARNOK_STATUS_DRIVER_6 (0x80000006): driver status 6"
+// "VARNOK_GetLunInfo, port 0, target 2: VARNOK_STATUS_DRIVER_6 (0x80000006): driver status 6; next:
+// look in the system log"
 std::string failure_text(const failed_call &failure);
 
 } // namespace ctl

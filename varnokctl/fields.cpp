@@ -1,31 +1,28 @@
 #include "varnokctl/fields.h"
 
-#include <algorithm>
-
-#include <fmt/format.h>
-
-#include "varnokctl/lun_address.h"
+#include "varnokctl/json.h"
 #include "varnokctl/words.h"
+
+#include <algorithm>
+#include <fmt/format.h>
 
 namespace ctl
 {
 namespace
 {
 
-// Fields of packed records have no address to give away: they travel by value.
+// Fields of packed records are passed by value: no reference may be taken to them.
 field_value number(uint64_t value) { return {fmt::to_string(value), value}; }
-// Beyond 2^53 a JSON number is not safe with every reader.
-field_value big(uint64_t value) { return {fmt::to_string(value), fmt::to_string(value)}; }
-// Unknown when it is 0.
+field_value large_number(uint64_t value) { return same(fmt::to_string(value)); }
+
+// A capacity of 0 is an unknown one.
 field_value capacity(uint64_t bytes)
 {
-    return {bytes == 0 ? "" : fmt::to_string(bytes), big(bytes).value};
+    return {bytes == 0 ? "" : fmt::to_string(bytes), fmt::to_string(bytes)};
 }
 
 field_value hex(unsigned value) { return {fmt::format("0x{:x}", value), value}; }
 field_value flag(unsigned value) { return {value == 0 ? "no" : "yes", value != 0}; }
-field_value same(const std::string &text) { return {text, text}; }
-field_value or_null(const std::string &text) { return {text, text.empty() ? json() : json(text)}; }
 
 field_value text(std::span<const uint8_t> field, const output_style &style)
 {
@@ -54,186 +51,184 @@ field_value link(const VARNOK_PHY_PORT_INFO &info)
     return {words,
             {{"speed_code", +info.PCIESpeed},
              {"width_code", +info.PCIEWidth},
-             {"text", or_null(words).value}}};
+             {"text", or_null(words)}}};
 }
 
-field_value one_endpoint(const std::string &address, uint16_t port)
+field_value endpoint(const ip_endpoint &where)
 {
-    if (address.empty())
+    if (where.ip.empty())
         return {};
-    return {endpoint(address, port), {{"ip", address}, {"tcp_port", port}}};
+    return {endpoint_text(where), {{"ip", where.ip}, {"tcp_port", where.tcp_port}}};
 }
 
-field_value either_endpoint(std::span<const uint8_t, 4> ipv4, uint16_t ipv4_port,
+ip_endpoint either_endpoint(std::span<const uint8_t, 4> ipv4, uint16_t ipv4_port,
                             std::span<const uint8_t, 16> ipv6, uint16_t ipv6_port)
 {
-    const std::string address = ip_address(ipv4);
-    return address.empty() ? one_endpoint(ip_address(ipv6), ipv6_port)
-                           : one_endpoint(address, ipv4_port);
+    const std::string ip = ip_address(ipv4);
+    return ip.empty() ? ip_endpoint{ip_address(ipv6), ipv6_port} : ip_endpoint{ip, ipv4_port};
 }
 
-field_value initiator_endpoint(const VARNOK_SESS_INFO &info)
+ip_endpoint initiator_endpoint(const VARNOK_SESS_INFO &session)
 {
-    return either_endpoint(info.InitIPv4Addr, info.InitIPv4PortNum, info.InitIPv6Addr,
-                           info.InitIPv6PortNum);
+    return either_endpoint(session.InitIPv4Addr, session.InitIPv4PortNum, session.InitIPv6Addr,
+                           session.InitIPv6PortNum);
 }
 
 #define FIELD(expression)                                                                          \
-    [](const listed_record &i, [[maybe_unused]] const output_style &s) { return expression; }
+    [](const listed_record &r, [[maybe_unused]] const output_style &s) { return expression; }
 
 constexpr record_field port_fields[] = {
-    {"Port", "port", look::number, view::table, FIELD(number(i.port))},
-    {"Name", "name", look::text, view::table, FIELD(text(i.info->HbaName, s))},
-    {"Model", "model", look::long_text, view::table, FIELD(text(i.info->ModelName, s))},
-    {"Description", "description", look::text, view::details, FIELD(text(i.info->ModelDesc, s))},
+    {"Port", "port", look::number, view::table, FIELD(number(r.port))},
+    {"Name", "name", look::text, view::table, FIELD(text(r.info->HbaName, s))},
+    {"Model", "model", look::long_text, view::table, FIELD(text(r.info->ModelName, s))},
+    {"Description", "description", look::text, view::details, FIELD(text(r.info->ModelDesc, s))},
     {"Serial number", "serial_number", look::text, view::details,
-     FIELD(text(i.info->SerialNum, s))},
-    {"MAC", "mac", look::text, view::table, FIELD(octets(i.info->MAC, ":"))},
+     FIELD(text(r.info->SerialNum, s))},
+    {"MAC", "mac", look::text, view::table, FIELD(octets(r.info->MAC, ":"))},
     {"Speed", "speed", look::number, view::table,
-     FIELD(coded(i.info->PortSpeed, port_speed(i.info->PortSpeed)))},
+     FIELD(coded_value(r.info->PortSpeed, port_speed(r.info->PortSpeed)))},
     {"State", "state", look::text, view::table,
-     FIELD(coded(i.info->PortState, port_state(i.info->PortState)))},
-    {"Sessions", "session_count", look::number, view::table, FIELD(number(i.info->SessCount))},
-    {"MTU", "mtu", look::number, view::details, FIELD(number(i.info->MTU))},
-    {"Driver", "driver", look::text, view::details, FIELD(text(i.info->DriverName, s))},
+     FIELD(coded_value(r.info->PortState, port_state(r.info->PortState)))},
+    {"Sessions", "session_count", look::number, view::table, FIELD(number(r.info->SessCount))},
+    {"MTU", "mtu", look::number, view::details, FIELD(number(r.info->MTU))},
+    {"Driver", "driver", look::text, view::details, FIELD(text(r.info->DriverName, s))},
     {"Driver version", "driver_version", look::text, view::details,
-     FIELD(text(i.info->DriverVersion, s))},
-    {"Driver date", "driver_date", look::text, view::details, FIELD(text(i.info->DriverDate, s))},
-    {"Firmware", "firmware", look::text, view::details, FIELD(text(i.info->FWVersion, s))},
+     FIELD(text(r.info->DriverVersion, s))},
+    {"Driver date", "driver_date", look::text, view::details, FIELD(text(r.info->DriverDate, s))},
+    {"Firmware", "firmware", look::text, view::details, FIELD(text(r.info->FWVersion, s))},
     {"Management firmware", "management_firmware", look::text, view::details,
-     FIELD(text(i.info->MFWVersion, s))},
-    {"PCI address", "pci_address", look::text, view::details, FIELD(pci_address(*i.info))},
+     FIELD(text(r.info->MFWVersion, s))},
+    {"PCI address", "pci_address", look::text, view::details, FIELD(pci_address(*r.info))},
     {"PCI device", "pci_device", look::text, view::details,
-     FIELD(id_pair(i.info->VendorID, i.info->DeviceID))},
+     FIELD(id_pair(r.info->VendorID, r.info->DeviceID))},
     {"PCI subsystem", "pci_subsystem", look::text, view::details,
-     FIELD(id_pair(i.info->SubVendorID, i.info->SubSystemID))},
+     FIELD(id_pair(r.info->SubVendorID, r.info->SubSystemID))},
     {"PCI revision", "pci_revision", look::number, view::details,
-     FIELD(number(i.info->PciRevision))},
-    {"PCI link", "pci_link", look::text, view::details, FIELD(link(*i.info))},
-    {"Chip revision", "chip_revision", look::number, view::details, FIELD(hex(i.info->ChipRevId))},
+     FIELD(number(r.info->PciRevision))},
+    {"PCI link", "pci_link", look::text, view::details, FIELD(link(*r.info))},
+    {"Chip revision", "chip_revision", look::number, view::details, FIELD(hex(r.info->ChipRevId))},
     {"Physical port", "physical_port", look::number, view::details,
-     FIELD(number(i.info->PhyPortNum))},
+     FIELD(number(r.info->PhyPortNum))},
 };
 
 constexpr record_field portal_fields[] = {
-    {"Port", "port", look::number, view::table, FIELD(number(i.port))},
+    {"Port", "port", look::number, view::table, FIELD(number(r.port))},
     {"IPv4 portal", "ipv4", look::text, view::table,
-     FIELD(one_endpoint(ip_address(i.portal->IPv4Addr), i.portal->IPv4PortNum))},
+     FIELD(endpoint({ip_address(r.portal->IPv4Addr), r.portal->IPv4PortNum}))},
     {"IPv6 portal", "ipv6", look::text, view::table,
-     FIELD(one_endpoint(ip_address(i.portal->IPv6Addr), i.portal->IPv6PortNum))},
+     FIELD(endpoint({ip_address(r.portal->IPv6Addr), r.portal->IPv6PortNum}))},
 };
 
 constexpr record_field session_fields[] = {
-    {"Port", "port", look::number, view::table, FIELD(number(i.port))},
-    {"Target", "target", look::number, view::table, FIELD(number(i.session->target))},
-    {"State", "state", look::number, view::table, FIELD(number(i.session->info.SessionState))},
-    {"Address", "address", look::text, view::table, FIELD(target_endpoint(i.session->info))},
+    {"Port", "port", look::number, view::table, FIELD(number(r.port))},
+    {"Target", "target", look::number, view::table, FIELD(number(r.session->target))},
+    {"State", "state", look::number, view::table, FIELD(number(r.session->info.SessionState))},
+    {"Address", "address", look::text, view::table,
+     FIELD(endpoint(target_endpoint(r.session->info)))},
     {"Target name", "target_name", look::long_text, view::table,
-     FIELD(text(i.session->info.TargetName, s))},
-    {"Session", "session", look::number, view::details, FIELD(number(i.session->info.SessionNum))},
+     FIELD(text(r.session->info.TargetName, s))},
+    {"Session", "session", look::number, view::details, FIELD(number(r.session->info.SessionNum))},
     {"Initiator address", "initiator_address", look::text, view::details,
-     FIELD(initiator_endpoint(i.session->info))},
+     FIELD(endpoint(initiator_endpoint(r.session->info)))},
     {"Initiator name", "initiator_name", look::text, view::details,
-     FIELD(text(i.session->info.InitiatorName, s))},
+     FIELD(text(r.session->info.InitiatorName, s))},
     {"Identifier", "identifier", look::number, view::details,
-     FIELD(big(i.session->info.SessionUnique))},
-    {"Connection", "connection", look::number, view::details, FIELD(big(i.session->info.ConnID))},
+     FIELD(large_number(r.session->info.SessionUnique))},
+    {"Connection", "connection", look::number, view::details,
+     FIELD(large_number(r.session->info.ConnID))},
     {"InitialR2T", "initial_r2t", look::text, view::details,
-     FIELD(flag(i.session->info.InitialR2T))},
+     FIELD(flag(r.session->info.InitialR2T))},
     {"ImmediateData", "immediate_data", look::text, view::details,
-     FIELD(flag(i.session->info.ImmediateData))},
+     FIELD(flag(r.session->info.ImmediateData))},
     {"DataSequenceInOrder", "data_sequence_in_order", look::text, view::details,
-     FIELD(flag(i.session->info.DataSequenceInOrder))},
+     FIELD(flag(r.session->info.DataSequenceInOrder))},
     {"DataPDUInOrder", "data_pdu_in_order", look::text, view::details,
-     FIELD(flag(i.session->info.DataPDUInOrder))},
+     FIELD(flag(r.session->info.DataPDUInOrder))},
     {"MaxOutstandingR2T", "max_outstanding_r2t", look::number, view::details,
-     FIELD(number(i.session->info.MaxOutstandingR2T))},
+     FIELD(number(r.session->info.MaxOutstandingR2T))},
     {"FirstBurstLength", "first_burst_length", look::number, view::details,
-     FIELD(number(i.session->info.FirstBurstLength))},
+     FIELD(number(r.session->info.FirstBurstLength))},
     {"ErrorRecoveryLevel", "error_recovery_level", look::number, view::details,
-     FIELD(number(i.session->info.ErrorRecoveryLevel))},
+     FIELD(number(r.session->info.ErrorRecoveryLevel))},
 };
 
 constexpr record_field target_fields[] = {
-    {"Port", "port", look::number, view::table, FIELD(number(i.port))},
-    {"Target", "target", look::number, view::table, FIELD(number(i.target->ScsiTgtNum))},
-    {"LUNs", "lun_count", look::number, view::table, FIELD(number(i.target->LunCount))},
-    {"Address", "address", look::text, view::table, FIELD(target_endpoint(*i.target))},
-    {"Name", "name", look::long_text, view::table, FIELD(text(i.target->TargetName, s))},
-    {"MAC", "mac", look::text, view::details, FIELD(octets(i.target->MAC, ":"))},
-    {"ISID", "isid", look::text, view::details, FIELD(octets(i.target->Isid))},
+    {"Port", "port", look::number, view::table, FIELD(number(r.port))},
+    {"Target", "target", look::number, view::table, FIELD(number(r.target->ScsiTgtNum))},
+    {"LUNs", "lun_count", look::number, view::table, FIELD(number(r.target->LunCount))},
+    {"Address", "address", look::text, view::table, FIELD(endpoint(target_endpoint(*r.target)))},
+    {"Name", "name", look::long_text, view::table, FIELD(text(r.target->TargetName, s))},
+    {"MAC", "mac", look::text, view::details, FIELD(octets(r.target->MAC, ":"))},
+    {"ISID", "isid", look::text, view::details, FIELD(octets(r.target->Isid))},
 };
 
 constexpr record_field lun_fields[] = {
-    {"Port", "port", look::number, view::table, FIELD(number(i.port))},
-    {"Target", "target", look::number, view::table, FIELD(number(i.target->ScsiTgtNum))},
-    {"LUN", "lun", look::number, view::table,
-     FIELD(lun_cell(i.lun->ScsiLunNum, i.lun->ScsiLunNumExt))},
+    {"Port", "port", look::number, view::table, FIELD(number(r.port))},
+    {"Target", "target", look::number, view::table, FIELD(number(r.target->ScsiTgtNum))},
+    {"LUN", "lun", look::number, view::table, FIELD(lun_value(levels_of(*r.lun)))},
     {"Type", "type", look::long_text, view::table,
-     FIELD(coded(i.lun->DeviceType, device_type(i.lun->DeviceType)))},
-    {"Size", nullptr, look::number, view::table, FIELD(same(size_text(i.lun->Capacity)))},
-    {"Bytes", "bytes", look::number, view::bytes, FIELD(capacity(i.lun->Capacity))},
-    {"Vendor", "vendor", look::long_text, view::table, FIELD(text(i.lun->VendorName, s))},
-    {"Product", "product", look::long_text, view::table, FIELD(text(i.lun->ProductName, s))},
-    {"Rev", "revision", look::text, view::table, FIELD(text(i.lun->ProductRevision, s))},
-    {"LUN bytes", nullptr, look::text, view::details,
-     FIELD(same(lun_bytes(i.lun->ScsiLunNum, i.lun->ScsiLunNumExt)))},
+     FIELD(coded_value(r.lun->DeviceType, device_type(r.lun->DeviceType)))},
+    {"Size", nullptr, look::number, view::table, FIELD(same(size_text(r.lun->Capacity)))},
+    {"Bytes", "bytes", look::number, view::bytes, FIELD(capacity(r.lun->Capacity))},
+    {"Vendor", "vendor", look::long_text, view::table, FIELD(text(r.lun->VendorName, s))},
+    {"Product", "product", look::long_text, view::table, FIELD(text(r.lun->ProductName, s))},
+    {"Rev", "revision", look::text, view::table, FIELD(text(r.lun->ProductRevision, s))},
+    {"LUN bytes", nullptr, look::text, view::details, FIELD(same(lun_bytes(levels_of(*r.lun))))},
 };
 #undef FIELD
 
-std::vector<listed_record> ports_of(const inventory &host)
+void add_port(const port_entry &port, std::vector<listed_record> &records)
 {
-    std::vector<listed_record> items;
-    for (const port_entry &port : host.ports)
-        if (port.info)
-            items.push_back({.port = port.instance, .info = &*port.info});
-    return items;
+    if (port.info)
+        records.push_back({.port = port.instance, .info = &*port.info});
 }
 
-std::vector<listed_record> portals_of(const inventory &host)
+void add_portal(const port_entry &port, std::vector<listed_record> &records)
 {
-    std::vector<listed_record> items;
-    for (const port_entry &port : host.ports)
-        if (port.portal)
-            items.push_back({.port = port.instance, .portal = &*port.portal});
-    return items;
+    if (port.portal)
+        records.push_back({.port = port.instance, .portal = &*port.portal});
 }
 
-std::vector<listed_record> sessions_of(const inventory &host)
+void add_sessions(const port_entry &port, std::vector<listed_record> &records)
 {
-    std::vector<listed_record> items;
-    for (const port_entry &port : host.ports)
-        for (const session_entry &session : port.sessions)
-            items.push_back({.port = port.instance, .session = &session});
-    return items;
+    for (const session_entry &session : port.sessions)
+        records.push_back({.port = port.instance, .session = &session});
 }
 
-std::vector<listed_record> targets_of(const inventory &host)
+void add_targets(const port_entry &port, std::vector<listed_record> &records)
 {
-    std::vector<listed_record> items;
-    for (const port_entry &port : host.ports)
-        for (const target_entry &target : port.targets)
-            items.push_back({.port = port.instance, .target = &target.info});
-    return items;
+    for (const target_entry &target : port.targets)
+        records.push_back({.port = port.instance, .target = &target.info});
 }
 
-std::vector<listed_record> luns_of(const inventory &host)
+void add_luns(const port_entry &port, std::vector<listed_record> &records)
 {
-    std::vector<listed_record> items;
-    for (const port_entry &port : host.ports)
-        for (const target_entry &target : port.targets)
-            for (const VARNOK_LUN_INFO &lun : target.luns)
-                items.push_back({.port = port.instance, .target = &target.info, .lun = &lun});
-    return items;
+    for (const target_entry &target : port.targets)
+        for (const VARNOK_LUN_INFO &lun : target.luns)
+            records.push_back({.port = port.instance, .target = &target.info, .lun = &lun});
 }
 
 } // namespace
 
-const record_kind port_kind = {"ports", "ports", port_fields, ports_of};
-const record_kind portal_kind = {"portals", "portals", portal_fields, portals_of};
-const record_kind session_kind = {"sessions", "sessions", session_fields, sessions_of};
-const record_kind target_kind = {"targets", "targets", target_fields, targets_of};
-const record_kind lun_kind = {"LUNs", "luns", lun_fields, luns_of};
+const record_kind port_kind = {"ports", "ports", port_fields, add_port};
+const record_kind portal_kind = {"portals", "portals", portal_fields, add_portal};
+const record_kind session_kind = {"sessions", "sessions", session_fields, add_sessions};
+const record_kind target_kind = {"targets", "targets", target_fields, add_targets};
+const record_kind lun_kind = {"LUNs", "luns", lun_fields, add_luns};
+
+std::vector<listed_record> records_of(const inventory &host, const record_kind &kind)
+{
+    std::vector<listed_record> records;
+    for (const port_entry &port : host.ports)
+        kind.add_records(port, records);
+    return records;
+}
+
+std::string text_of(const record_field &field, const listed_record &record,
+                    const output_style &style)
+{
+    return field.value(record, style).text;
+}
 
 const session_entry *session_of(const port_entry &port, uint32_t target)
 {
@@ -241,32 +236,15 @@ const session_entry *session_of(const port_entry &port, uint32_t target)
     return found != port.sessions.end() && found->target == target ? &*found : nullptr;
 }
 
-field_value target_endpoint(const VARNOK_SESS_INFO &session)
+ip_endpoint target_endpoint(const VARNOK_SESS_INFO &session)
 {
     return either_endpoint(session.TgtIPv4Addr, session.TgtIPv4PortNum, session.TgtIPv6Addr,
                            session.TgtIPv6PortNum);
 }
 
-field_value target_endpoint(const VARNOK_TGT_INFO &target)
+ip_endpoint target_endpoint(const VARNOK_TGT_INFO &target)
 {
     return either_endpoint(target.IPv4Addr, target.IPv4Port, target.IPv6Addr, target.IPv6Port);
-}
-
-field_value lun_cell(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
-{
-    constexpr uint64_t safe = 1ULL << 53;
-    const lun_form form = lun_form_of(levels_1_and_2, levels_3_and_4);
-    const std::string words = lun_number(levels_1_and_2, levels_3_and_4);
-    return {words,
-            {{"text", words},
-             {"method", form.method},
-             {"number", form.number && *form.number <= safe ? json(*form.number) : json()},
-             {"raw", lun_bytes(levels_1_and_2, levels_3_and_4)}}};
-}
-
-field_value coded(uint64_t code, const std::string &word)
-{
-    return {word, {{"code", code}, {"text", or_null(word).value}}};
 }
 
 } // namespace ctl

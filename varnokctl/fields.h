@@ -1,42 +1,35 @@
-// The fields of each kind of record: what the tables and the JSON documents show, in one place.
+// The fields of each kind of record, for tables and for JSON documents.
 #pragma once
-
-#include <span>
-#include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "varnokctl/model.h"
 #include "varnokctl/text.h"
 
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
 namespace ctl
 {
 
-using json = nlohmann::ordered_json;
+struct field_value;
 
-// One record with those that it belongs to; those that do not apply are null.
+// One record and those that it belongs to. Pointers that do not apply are null.
 struct listed_record {
     uint32_t port;
     const VARNOK_PHY_PORT_INFO *info = nullptr;
     const VARNOK_ISCSI_PORTAL *portal = nullptr;
-    const ctl::session_entry *session = nullptr;
+    const session_entry *session = nullptr;
     const VARNOK_TGT_INFO *target = nullptr;
     const VARNOK_LUN_INFO *lun = nullptr;
 };
 
-enum class look { text, long_text, number }; // long texts give way first in a narrow table
-enum class view { table, details, bytes };   // always; with all fields; with sizes in bytes too
-
-// A value for the eye and for a program.
-struct field_value {
-    std::string text;
-    json value;
-};
+enum class look { text, long_text, number }; // a narrow table cuts long texts first
+enum class view { table, details, bytes };   // always, with --details, with --bytes too
 
 struct record_field {
     const char *title;
-    const char *key; // in a document; null when another field says it
+    const char *key; // in a document; null where another field has the same data
     look shape;
     view where;
     field_value (*value)(const listed_record &, const output_style &);
@@ -44,24 +37,24 @@ struct record_field {
 
 struct record_kind {
     const char *plural; // for the eye
-    const char *key;
+    const char *key;    // in a document
     std::span<const record_field> fields;
-    std::vector<listed_record> (*items)(const inventory &);
+    void (*add_records)(const port_entry &, std::vector<listed_record> &);
 };
 
 extern const record_kind port_kind, portal_kind, session_kind, target_kind, lun_kind;
 
+std::vector<listed_record> records_of(const inventory &host, const record_kind &kind);
+
+// What the field shows of the record.
+std::string text_of(const record_field &field, const listed_record &record,
+                    const output_style &style);
+
 // The session that leads to a port's target; null when it was not read.
 const session_entry *session_of(const port_entry &port, uint32_t target);
 
-// Where a target is reached, by what its session or the target itself says.
-field_value target_endpoint(const VARNOK_SESS_INFO &session);
-field_value target_endpoint(const VARNOK_TGT_INFO &target);
-
-// A LUN by its number, its addressing method and its bytes.
-field_value lun_cell(uint32_t levels_1_and_2, uint32_t levels_3_and_4);
-
-// A code with its word; a word may be missing.
-field_value coded(uint64_t code, const std::string &word);
+// Where a target is reached: by what its session says, and by what the target itself says.
+ip_endpoint target_endpoint(const VARNOK_SESS_INFO &session);
+ip_endpoint target_endpoint(const VARNOK_TGT_INFO &target);
 
 } // namespace ctl

@@ -1,21 +1,20 @@
 #include "varnokctl/inventory.h"
 
-#include <algorithm>
-#include <new>
-
-#include <fmt/format.h>
-
 #include "varnokctl/library.h"
 #include "varnokctl/text.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <new>
 
 namespace ctl
 {
 namespace
 {
 
-// The library does not tell how many entries of an array it wrote: fewer than there is room for
-// when a list became shorter, or when an entry failed. Each entry therefore starts with a value
-// that the library never stores in it.
+// The library does not tell how many entries of an array it wrote. They are fewer than there is
+// room for when a list became shorter or when an entry failed. So each entry is marked with a value
+// that the library never writes there.
 constexpr uint8_t never8 = 0xFF;
 constexpr uint32_t never32 = 0xFFFFFFFF;
 
@@ -24,15 +23,15 @@ void mark(VARNOK_SESS_INFO &entry) { entry.TgtIsIPv4 = never8; }
 void mark(VARNOK_TGT_INFO &entry) { entry.ScsiTgtNum = never32; }
 void mark(VARNOK_LUN_INFO &entry) { entry.ScsiLunNum = entry.ScsiLunNumExt = never32; }
 
-bool marked(const VARNOK_ISCSI_PORTAL &entry) { return entry.IsIPv4 == never8; }
-bool marked(const VARNOK_SESS_INFO &entry) { return entry.TgtIsIPv4 == never8; }
-bool marked(const VARNOK_TGT_INFO &entry) { return entry.ScsiTgtNum == never32; }
-bool marked(const VARNOK_LUN_INFO &entry)
+bool is_marked(const VARNOK_ISCSI_PORTAL &entry) { return entry.IsIPv4 == never8; }
+bool is_marked(const VARNOK_SESS_INFO &entry) { return entry.TgtIsIPv4 == never8; }
+bool is_marked(const VARNOK_TGT_INFO &entry) { return entry.ScsiTgtNum == never32; }
+bool is_marked(const VARNOK_LUN_INFO &entry)
 {
     return entry.ScsiLunNum == never32 && entry.ScsiLunNumExt == never32;
 }
 
-template <typename Record>
+template <class Record>
 Record blank()
 {
     Record record{};
@@ -42,8 +41,8 @@ Record blank()
 }
 
 // Calls query(&count, &array) with room for count entries, and again with more room as long as the
-// library asks for it. The entries that were written stay in list, whatever the status.
-template <typename Record, typename Query>
+// library asks for it. The list keeps the entries that were written, whatever the status.
+template <class Record, class Query>
 uint32_t read_list(std::vector<Record> &list, uint32_t count, const Query &query)
 try {
     uint32_t room = 0;
@@ -54,8 +53,8 @@ try {
         Record *array = list.data();
         status = query(&count, &array);
     } while (status == VARNOK_STATUS_INSUFFICIENT_BUFFER && count > room);
-    list.erase(std::find_if(list.begin(), list.end(), [](const Record &r) { return marked(r); }),
-               list.end());
+    const auto unwritten = [](const Record &record) { return is_marked(record); };
+    list.erase(std::ranges::find_if(list, unwritten), list.end());
     return status;
 } catch (const std::bad_alloc &) {
     list.clear();
@@ -65,50 +64,63 @@ try {
 class inventory_reader
 {
   public:
-    inventory_reader(const inventory_request &ask, inventory &host, progress &line)
-        : ask_(ask), host_(host), line_(line)
+    inventory_reader(const inventory_request &request, inventory &host, progress &line)
+        : request_(request), host_(host), line_(line)
     {
     }
 
-    void read_ports(uint32_t count)
+    void read()
     {
-        // A number from the command line goes to the library as it is, which knows its ports best.
-        if (ask_.port)
-            return read_port(*ask_.port);
-        for (uint32_t instance = 0; instance < count; instance++)
-            read_port(instance);
+        const loaded_library library;
+        if (!good(call_name::load_library, library.status()))
+            return;
+        uint32_t count = 0;
+        const uint32_t status = VARNOK_GetPortCount(&count);
+        // A load that finds no adapter succeeds, but leaves the library not loaded.
+        if (status == VARNOK_STATUS_FAILED)
+            return note_missing_port();
+        if (!good(call_name::get_port_count, status))
+            return;
+        if (request_.port)
+            read_port(*request_.port); // the library knows best whether there is one
+        else
+            for (uint32_t instance = 0; instance < count; ++instance)
+                read_port(instance);
+        note_missing_target();
     }
 
-    // Without adapters there is no port to ask for by its number.
-    void miss_port()
-    {
-        uint32_t handle = 0;
-        if (ask_.port)
-            good(call_name::open_adapter, VARNOK_OpenAdapter(*ask_.port, &handle), ask_.port);
-    }
-
+  private:
     bool good(call_name call, uint32_t status, std::optional<uint32_t> port = {},
               std::optional<uint32_t> target = {})
     {
         return succeeded(host_.failures, call, status, port, target);
     }
 
-    // No port has the target that was asked for, though all were read.
-    void miss_target()
+    bool needs(unsigned what) const { return (request_.needs & what) == what; }
+    bool wants_target(uint32_t number) const { return request_.target.value_or(number) == number; }
+
+    // Without adapters, no port has the number that was asked for. The library says so, too.
+    void note_missing_port()
+    {
+        uint32_t handle = 0;
+        if (request_.port)
+            good(call_name::open_adapter, VARNOK_OpenAdapter(*request_.port, &handle),
+                 request_.port);
+    }
+
+    // All ports were read, but none has the target that was asked for.
+    void note_missing_target()
     {
         size_t found = 0;
-        for (const auto &port : host_.ports)
+        for (const port_entry &port : host_.ports)
             found += port.targets.size() + port.sessions.size();
-        if (!ask_.target || found != 0 || host_.ports.empty() || !host_.failures.empty())
+        if (!request_.target || found != 0 || host_.ports.empty() || !host_.failures.empty())
             return;
         const call_name call =
             needs(need_targets) ? call_name::get_tgt_info : call_name::get_session_info;
-        host_.failures.push_back({call, failure_cause::no_such_target, ask_.port, ask_.target});
+        host_.failures.push_back(
+            {call, failure_cause::no_such_target, request_.port, request_.target});
     }
-
-  private:
-    bool needs(unsigned what) const { return (ask_.needs & what) == what; }
-    bool wants_target(uint32_t number) const { return ask_.target.value_or(number) == number; }
 
     void read_port(uint32_t instance)
     {
@@ -130,83 +142,83 @@ class inventory_reader
         good(call_name::close_adapter, VARNOK_CloseAdapter(handle), instance);
     }
 
-    // Comes first: it also refreshes the session count that the later queries go by.
+    // This comes first: it also refreshes the session count, which the other queries go by.
     bool read_info(port_entry &port, uint32_t handle)
     {
         VARNOK_PHY_PORT_INFO info{};
         info.Version = VARNOK_RECORD_VERSION_2;
-        if (!good(call_name::get_phy_port_info, VARNOK_GetPhyPortInfo(handle, &info),
-                  port.instance))
+        const uint32_t status = VARNOK_GetPhyPortInfo(handle, &info);
+        if (!good(call_name::get_phy_port_info, status, port.instance))
             return false;
         port.info = info;
         return true;
     }
 
+    template <class Record>
+    std::vector<Record> list_of(const port_entry &port, call_name call, uint32_t handle,
+                                uint32_t (*query)(uint32_t, uint32_t *, Record **))
+    {
+        std::vector<Record> list;
+        const auto ask = [&](uint32_t *count, Record **array) {
+            return query(handle, count, array);
+        };
+        good(call, read_list(list, 0, ask), port.instance);
+        return list;
+    }
+
     void read_portal(port_entry &port, uint32_t handle)
     {
-        std::vector<VARNOK_ISCSI_PORTAL> portals;
-        const auto query = [&](uint32_t *count, VARNOK_ISCSI_PORTAL **array) {
-            return VARNOK_GetIscsiPortal(handle, count, array);
-        };
-        good(call_name::get_iscsi_portal, read_list(portals, 0, query), port.instance);
-        if (!portals.empty())
-            port.portal = portals.front();
+        const auto list = list_of(port, call_name::get_iscsi_portal, handle, VARNOK_GetIscsiPortal);
+        if (!list.empty())
+            port.portal = list.front();
     }
 
     void read_sessions(port_entry &port, uint32_t handle)
     {
-        std::vector<VARNOK_SESS_INFO> list;
-        const auto query = [&](uint32_t *count, VARNOK_SESS_INFO **array) {
-            return VARNOK_GetSessionInfo(handle, count, array);
-        };
-        good(call_name::get_session_info, read_list(list, 0, query), port.instance);
         uint32_t target = 0; // a port lists its targets in the order of its sessions
-        for (const VARNOK_SESS_INFO &info : list) {
+        for (const VARNOK_SESS_INFO &info :
+             list_of(port, call_name::get_session_info, handle, VARNOK_GetSessionInfo)) {
             if (wants_target(target))
                 port.sessions.push_back({target, info});
-            target++;
+            ++target;
         }
     }
 
     void read_targets(port_entry &port, uint32_t handle)
     {
-        std::vector<VARNOK_TGT_INFO> list;
-        const auto query = [&](uint32_t *count, VARNOK_TGT_INFO **array) {
-            return VARNOK_GetTgtInfo(handle, count, array);
-        };
-        good(call_name::get_tgt_info, read_list(list, 0, query), port.instance);
+        const auto list = list_of(port, call_name::get_tgt_info, handle, VARNOK_GetTgtInfo);
         size_t place = 0;
         for (const VARNOK_TGT_INFO &info : list) {
-            place++;
+            ++place;
             if (!wants_target(info.ScsiTgtNum))
                 continue;
-            port.targets.push_back({info, {}});
+            target_entry &target = port.targets.emplace_back(target_entry{info, {}});
             if (!needs(need_luns))
                 continue;
             line_.show(fmt::format("varnokctl: port {}, target {} of {}, {} read", port.instance,
                                    place, list.size(), counted(luns_, "LUN")));
-            read_luns(port.targets.back(), port.instance, handle);
-            luns_ += port.targets.back().luns.size();
+            read_luns(target, port.instance, handle);
+            luns_ += target.luns.size();
         }
     }
 
     void read_luns(target_entry &target, uint32_t instance, uint32_t handle)
     {
-        constexpr uint32_t most = 2047; // a target may claim more, but no more are ever listed
         const uint32_t number = target.info.ScsiTgtNum;
-        const uint32_t room = std::clamp(+target.info.LunCount, 1U, most);
+        const uint32_t room = std::clamp(+target.info.LunCount, 1U, most_listed_luns);
         const auto query = [&](uint32_t *count, VARNOK_LUN_INFO **array) {
             return VARNOK_GetLunInfo(handle, number, count, array);
         };
         const uint32_t status = read_list(target.luns, room, query);
-        // REPORT LUNS may list more, or end with sense data that the library does not look at.
+        // REPORT LUNS may count more LUNs than the library lists. It may also end with sense data,
+        // which the library does not look at.
         if (good(call_name::get_lun_info, status, instance, number) &&
             target.luns.size() < target.info.LunCount)
             host_.failures.push_back(
                 {call_name::get_lun_info, failure_cause::list_incomplete, instance, number});
     }
 
-    const inventory_request &ask_;
+    const inventory_request &request_;
     inventory &host_;
     progress &line_;
     size_t luns_ = 0; // read so far
@@ -214,21 +226,10 @@ class inventory_reader
 
 } // namespace
 
-inventory read_host(const inventory_request &ask, progress line)
+inventory read_host(const inventory_request &request, progress line)
 {
     inventory host;
-    inventory_reader reader(ask, host, line);
-    const loaded_library library;
-    if (!reader.good(call_name::load_library, library.status()))
-        return host;
-    uint32_t count = 0;
-    const uint32_t status = VARNOK_GetPortCount(&count);
-    // A load that found no adapter succeeds and leaves nothing loaded; this is how it shows.
-    if (status == VARNOK_STATUS_FAILED)
-        reader.miss_port();
-    else if (reader.good(call_name::get_port_count, status))
-        reader.read_ports(count);
-    reader.miss_target();
+    inventory_reader(request, host, line).read();
     return host;
 }
 

@@ -1,16 +1,17 @@
 // Reads a host's adapters through the library.
 #pragma once
 
-#include <cstdint>
-#include <optional>
-
 #include "varnokctl/model.h"
 #include "varnokctl/progress.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
 
 namespace ctl
 {
 
-// What a command needs besides the ports themselves.
+// What a command needs besides the ports themselves. LUNs are listed by their targets.
 enum need : unsigned {
     need_ports = 0,
     need_portals = 1,
@@ -25,9 +26,8 @@ struct inventory_request {
     std::optional<uint32_t> target;
 };
 
-// Loads the library, reads what is asked for and frees the library again. A call that fails is
-// noted in the host's failures; what was read before it is kept. While LUNs are read, the line
-// tells how far that is; it is gone in the end.
-inventory read_host(const inventory_request &ask, progress line = progress(stderr));
+// Loads the library, reads what is asked for and frees the library again. Calls that fail go to the
+// inventory's failures; what else was read is kept. The line shows how far the reading of LUNs is.
+inventory read_host(const inventory_request &request, progress line = progress(stderr));
 
 } // namespace ctl

@@ -1,9 +1,9 @@
-// The library, loaded for as long as the object lives.
+// Keeps the library loaded for as long as the object lives.
 #pragma once
 
-#include <cstdint>
+#include "varnok_mgmt.h"
 
-#include <varnok_mgmt.h>
+#include <cstdint>
 
 namespace ctl
 {

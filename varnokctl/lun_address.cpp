@@ -1,23 +1,24 @@
 #include "varnokctl/lun_address.h"
 
+#include "varnokctl/text.h"
+
 #include <array>
 #include <charconv>
-#include <span>
-
 #include <fmt/format.h>
-
-#include "varnokctl/text.h"
+#include <span>
 
 namespace ctl
 {
 namespace
 {
 
-std::array<uint8_t, 8> wire_lun(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+using wire_lun = std::array<uint8_t, 8>;
+
+wire_lun wire_lun_of(const lun_levels &lun)
 {
-    std::array<uint8_t, 8> bytes{};
-    for (size_t level = 0; level < 4; level++) {
-        const uint32_t pair = level < 2 ? levels_1_and_2 : levels_3_and_4;
+    wire_lun bytes{};
+    for (size_t level = 0; level < 4; ++level) {
+        const uint32_t pair = level < 2 ? lun.levels_1_and_2 : lun.levels_3_and_4;
         const uint32_t value = level % 2 == 0 ? pair : pair >> 16;
         bytes[2 * level] = static_cast<uint8_t>(value >> 8);
         bytes[2 * level + 1] = static_cast<uint8_t>(value);
@@ -27,7 +28,7 @@ std::array<uint8_t, 8> wire_lun(uint32_t levels_1_and_2, uint32_t levels_3_and_4
 
 bool extended(uint8_t first) { return first >> 6 == 3; }
 
-// One two-byte level, of any method but the extended one.
+// A level of two bytes, by any method but the extended one.
 std::string level_text(uint8_t first, uint8_t second)
 {
     const unsigned low = first & 0x3FU;
@@ -41,7 +42,7 @@ std::string level_text(uint8_t first, uint8_t second)
     }
 }
 
-// A LUN that takes more than a level, or names a unit by its role.
+// The extended methods take more than one level, or name a unit by its role.
 lun_form extended_form(std::span<const uint8_t, 8> lun)
 {
     const size_t length = 2 + 2 * (lun[0] >> 4 & 3U);
@@ -55,7 +56,7 @@ lun_form extended_form(std::span<const uint8_t, 8> lun)
     return {"other", {}};
 }
 
-// Empty for a form without words.
+// Empty when there are no words for the form.
 std::string extended_text(const lun_form &form)
 {
     if (!form.number)
@@ -98,7 +99,7 @@ std::optional<uint64_t> parse_number(std::string_view digits, int base)
     return parsed.ec == std::errc() && parsed.ptr == end ? std::optional(value) : std::nullopt;
 }
 
-// Two levels of a LUN's eight bytes, the first of them in the low half.
+// Two levels as the records hold them: the first one in the low half.
 uint32_t level_pair(uint32_t bytes) { return bytes << 16 | bytes >> 16; }
 
 } // namespace
@@ -121,25 +122,22 @@ std::optional<lun_levels> parse_lun(std::string_view text)
     return lun_levels{static_cast<uint32_t>(level), 0};
 }
 
-lun_form lun_form_of(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+lun_form lun_form_of(const lun_levels &lun)
 {
-    const std::array<uint8_t, 8> lun = wire_lun(levels_1_and_2, levels_3_and_4);
-    if (extended(lun[0]))
-        return extended_form(lun);
-    if (big_endian(std::span(lun).subspan(2)) != 0)
+    const wire_lun bytes = wire_lun_of(lun);
+    if (extended(bytes[0]))
+        return extended_form(bytes);
+    if (big_endian(std::span(bytes).subspan(2)) != 0)
         return {"levels", {}};
-    return one_level_form(lun[0], lun[1]);
+    return one_level_form(bytes[0], bytes[1]);
 }
 
-std::string lun_number(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
+std::string lun_number(const lun_levels &lun)
 {
-    const std::string words = lun_words(wire_lun(levels_1_and_2, levels_3_and_4));
-    return words.empty() ? fmt::format("0x{}", lun_bytes(levels_1_and_2, levels_3_and_4)) : words;
+    const std::string words = lun_words(wire_lun_of(lun));
+    return words.empty() ? "0x" + lun_bytes(lun) : words;
 }
 
-std::string lun_bytes(uint32_t levels_1_and_2, uint32_t levels_3_and_4)
-{
-    return hex_bytes(wire_lun(levels_1_and_2, levels_3_and_4));
-}
+std::string lun_bytes(const lun_levels &lun) { return hex_bytes(wire_lun_of(lun)); }
 
 } // namespace ctl

@@ -1,6 +1,9 @@
-// LUNs: their four levels and the methods that these are addressed by.
+// LUNs: their four levels, and the addressing methods of these.
 #pragma once
 
+#include "varnok_mgmt.h"
+
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,27 +12,35 @@
 namespace ctl
 {
 
-struct lun_form {
-    std::string_view method;
-    std::optional<uint64_t> number; // when it and the method say it all
-};
-
 // As the library's records hold them.
 struct lun_levels {
     uint32_t levels_1_and_2, levels_3_and_4;
+
+    // NOLINTNEXTLINE(modernize-use-nullptr): a false alarm of this version
+    auto operator<=>(const lun_levels &) const = default;
 };
 
-// A LUN as decimal digits, 0 to 255 in peripheral and to 16383 in flat addressing, or as its eight
-// bytes, "0x" and 16 hexadecimal digits.
+struct lun_form {
+    std::string_view method;
+    std::optional<uint64_t> number; // when the method and a number say it all
+};
+
+inline lun_levels levels_of(const VARNOK_LUN_INFO &lun)
+{
+    return {lun.ScsiLunNum, lun.ScsiLunNumExt};
+}
+
+// Takes a decimal number: up to 255 it is a peripheral address, up to 16383 a flat one. Or takes
+// the LUN's eight bytes: "0x" and 16 hexadecimal digits.
 std::optional<lun_levels> parse_lun(std::string_view text);
 
-lun_form lun_form_of(uint32_t levels_1_and_2, uint32_t levels_3_and_4);
+lun_form lun_form_of(const lun_levels &lun);
 
-// A LUN by its addressing methods: "5" for peripheral addressing of bus 0, "300 flat", and so on;
-// the levels of a LUN with several are separated by slashes.
-std::string lun_number(uint32_t levels_1_and_2, uint32_t levels_3_and_4);
+// The LUN by its addressing methods: "5" for a peripheral address on bus 0, "300 flat", and so on.
+// Slashes separate several levels.
+std::string lun_number(const lun_levels &lun);
 
-// The same LUN as its eight bytes in hexadecimal.
-std::string lun_bytes(uint32_t levels_1_and_2, uint32_t levels_3_and_4);
+// The LUN's eight bytes in hexadecimal.
+std::string lun_bytes(const lun_levels &lun);
 
 } // namespace ctl

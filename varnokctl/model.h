@@ -1,19 +1,21 @@
 // What was read of a host, in the library's own records.
 #pragma once
 
+#include "varnok_mgmt.h"
+#include "varnokctl/failure.h"
+
 #include <cstdint>
 #include <optional>
 #include <vector>
 
-#include <varnok_mgmt.h>
-
-#include "varnokctl/failure.h"
-
 namespace ctl
 {
 
+// A target may count more LUNs, but the library lists no more of them.
+constexpr uint32_t most_listed_luns = 2047;
+
 struct session_entry {
-    uint32_t target; // number of the port's target that the session leads to
+    uint32_t target; // the number of the target that the session leads to
     VARNOK_SESS_INFO info;
 };
 
@@ -24,7 +26,7 @@ struct target_entry {
 
 struct port_entry {
     uint32_t instance = 0;
-    std::optional<VARNOK_PHY_PORT_INFO> info{}; // absent when the port could not be opened or read
+    std::optional<VARNOK_PHY_PORT_INFO> info{}; // absent when the port could not be read
     std::optional<VARNOK_ISCSI_PORTAL> portal{};
     std::vector<session_entry> sessions{};
     std::vector<target_entry> targets{};

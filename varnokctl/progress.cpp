@@ -1,36 +1,33 @@
 #include "varnokctl/progress.h"
 
-#include <cstdlib>
-#include <string_view>
-
-#include <fmt/format.h>
-
 #include "varnokctl/terminal.h"
+
+#include <cstdlib>
+#include <fmt/format.h>
+#include <string_view>
 
 namespace ctl
 {
 namespace
 {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds delay{500};
-constexpr milliseconds pause{100};
+constexpr std::chrono::milliseconds delay{500}; // before the line comes
+constexpr std::chrono::milliseconds pause{100}; // between two of its texts
 constexpr const char *start_of_line = "\r";
 constexpr const char *clear_to_end = "\x1b[K";
 
-bool has(const char *variable, std::string_view value)
+bool terminal_is_dumb()
 {
-    const char *found = std::getenv(variable);
-    return found != nullptr && found == value;
+    const char *terminal = std::getenv("TERM");
+    return terminal != nullptr && std::string_view(terminal) == "dumb";
 }
 
 } // namespace
 
-// The library's log goes to standard error too, from within its calls.
+// The line would mix with the library's log, which goes to standard error too.
 progress::progress(std::FILE *stream, time (*clock)())
     : stream_(stream), clock_(clock), next_(clock() + delay),
-      silent_(has("TERM", "dumb") || std::getenv("VARNOK_API_DEBUG") != nullptr)
+      silent_(terminal_is_dumb() || std::getenv("VARNOK_API_DEBUG") != nullptr)
 {
 }
 
@@ -46,10 +43,10 @@ void progress::show(const std::string &text)
     if (silent_ || now < next_)
         return;
     next_ = now + pause;
-    const size_t width = terminal_width(fileno(stream_)); // it may have changed
+    const size_t width = terminal_width(fileno(stream_)); // a user may have changed it
     if (width == 0)
         return;
-    // A character in the last column would make some terminals begin another line.
+    // Some terminals begin another line after a character in the last column.
     fmt::print(stream_, "{}{}{}", start_of_line, text.substr(0, width - 1), clear_to_end);
     std::fflush(stream_);
     drawn_ = true;

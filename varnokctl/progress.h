@@ -1,4 +1,4 @@
-// Tells on a terminal how far a long reading is, in one line that comes and goes.
+// Shows on a terminal how far a long reading is, in one line that comes and goes.
 #pragma once
 
 #include <chrono>
@@ -15,13 +15,13 @@ class progress
 
     static time steady_time() { return std::chrono::steady_clock::now(); }
 
-    // Where the stream leads to no terminal, nothing is ever shown.
+    // Nothing is shown on a stream that leads to no terminal.
     explicit progress(std::FILE *stream, time (*clock)() = steady_time);
     ~progress(); // wipes the line
     progress(const progress &) = delete;
     progress &operator=(const progress &) = delete;
 
-    // Draws the line anew, unless it is too early for it. The text is ASCII.
+    // Draws the line again, unless it is too early for that. The text is ASCII.
     void show(const std::string &text);
 
   private:

@@ -1,9 +1,9 @@
-// The tool's output: what was read of a host, as text.
+// Shows what was read of a host as text.
 #pragma once
 
-#include <string>
-
 #include "varnokctl/fields.h"
+
+#include <string>
 
 namespace ctl
 {
@@ -11,10 +11,10 @@ namespace ctl
 // The whole host as a tree.
 std::string tree_text(const inventory &host, const output_style &style);
 
-// The same in Graphviz's language, from which dot makes a picture.
+// The same in the language of Graphviz, whose dot draws it.
 std::string dot_text(const inventory &host, const output_style &style);
 
-// The records of a kind as a table, or with all their fields.
+// The records of a kind: as a table or, with all their fields, as a block each.
 std::string listing_text(const inventory &host, const record_kind &kind, const output_style &style);
 
 } // namespace ctl

@@ -1,10 +1,10 @@
 #include "varnokctl/scsi.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "varnokctl/library.h"
 #include "varnokctl/sense.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace ctl
 {

@@ -1,11 +1,12 @@
 // Sends one SCSI command through the library.
 #pragma once
 
+#include "varnok_mgmt.h"
+#include "varnokctl/failure.h"
+#include "varnokctl/lun_address.h"
+
 #include <cstdint>
 #include <vector>
-
-#include "varnokctl/lun_address.h"
-#include "varnokctl/model.h"
 
 namespace ctl
 {
@@ -21,7 +22,9 @@ struct scsi_request {
 
 struct scsi_result {
     bool carried_out = false;
-    std::vector<uint8_t> data; // from the device: all the room, as the library tells no length
+    // From the device. The library does not tell how much that was: zeros fill the rest of the
+    // room.
+    std::vector<uint8_t> data;
     std::vector<uint8_t> sense;
     std::vector<failed_call> failures;
 };

@@ -1,5 +1,7 @@
 #include "varnokctl/scsi_command.h"
 
+#include "varnokctl/text.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -8,14 +10,10 @@
 #include <iterator>
 #include <span>
 
-#include "varnokctl/text.h"
-
 namespace ctl
 {
 namespace
 {
-
-constexpr uint32_t most_data = 16U << 20;
 
 size_t inquiry_length(const std::vector<uint8_t> &data) { return 5U + data[4]; }
 
@@ -44,25 +42,14 @@ const std::vector<shorthand> &shorthands()
     return all;
 }
 
-constexpr const char *footer =
-    "The CDB is 1 to 16 bytes in hexadecimal, after \"--\"; or one of these words:\n"
-    "  tur         TEST UNIT READY\n"
-    "  inquiry     INQUIRY, standard data\n"
-    "  readcap     READ CAPACITY(16)\n"
-    "  reportluns  REPORT LUNS\n"
-    "The words know the length of their data. Any other command moves data only with --in or "
-    "--out,\n"
-    "and --in shows its whole length, with zeros after what the device sent.\n\n"
-    "  varnokctl scsi --port 0 --target 0 --lun 0 --in 255 -- 12 00 00 00 ff 00";
-
-// Commands that change a medium, some of them without data from here: FORMAT UNIT, SANITIZE, UNMAP,
+// Operation codes that change a medium, even where no data goes out: FORMAT UNIT, SANITIZE, UNMAP,
 // EXTENDED COPY, BLANK, RESET WRITE POINTER, ATA PASS-THROUGH, and all that write, erase or mark.
 constexpr uint8_t changing[] = {
     0x04, 0x0A, 0x0B, 0x10, 0x19, 0x2A, 0x2C, 0x2E, 0x3B, 0x3F, 0x41, 0x42, 0x48, 0x5B, 0x80, 0x83,
     0x85, 0x89, 0x8A, 0x8B, 0x8D, 0x8E, 0x93, 0x94, 0x9A, 0x9C, 0x9F, 0xA1, 0xAA, 0xAC, 0xAE,
 };
 
-[[noreturn]] void wrong(const std::string &what) { throw CLI::ValidationError("scsi", what); }
+[[noreturn]] void wrong(const std::string &what) { throw usage_error(what); }
 
 uint8_t cdb_byte(const std::string &word)
 {
@@ -110,23 +97,13 @@ void take_data(scsi_options &options)
     request.direction = VARNOK_SCSI_DATA_OUT;
     std::ifstream file(options.out_file, std::ios::binary);
     char byte = 0;
-    while (request.data.size() <= most_data && file.get(byte))
+    while (request.data.size() <= most_scsi_data && file.get(byte))
         request.data.push_back(static_cast<uint8_t>(byte));
-    if (request.data.empty() || request.data.size() > most_data || file.bad())
+    if (request.data.empty() || request.data.size() > most_scsi_data || file.bad())
         wrong("--out needs a readable file of 1 byte to 16 MiB");
 }
 
-void take(scsi_options &options)
-{
-    const auto lun = parse_lun(options.lun);
-    if (!lun)
-        wrong("--lun takes 0 to 16383, or 0x and the LUN's 16 hexadecimal digits");
-    options.request.lun = *lun;
-    take_command(options);
-    take_data(options);
-}
-
-// 0, or the system's error number.
+// Returns 0, or the system's error number.
 int save(const std::string &path, const std::vector<uint8_t> &data)
 {
     std::FILE *file = std::fopen(path.c_str(), "wb");
@@ -141,24 +118,25 @@ int save(const std::string &path, const std::vector<uint8_t> &data)
 
 } // namespace
 
-CLI::App *add_scsi(CLI::App &app, scsi_options &options)
+const char *const scsi_help =
+    "The CDB is 1 to 16 bytes in hexadecimal, after \"--\"; or one of these words:\n"
+    "  tur         TEST UNIT READY\n"
+    "  inquiry     INQUIRY, standard data\n"
+    "  readcap     READ CAPACITY(16)\n"
+    "  reportluns  REPORT LUNS\n"
+    "The words know the length of their data. Any other command moves data only with --in or "
+    "--out,\n"
+    "and --in shows its whole length, with zeros after what the device sent.\n\n"
+    "  varnokctl scsi --port 0 --target 0 --lun 0 --in 255 -- 12 00 00 00 ff 00";
+
+void complete(scsi_options &options)
 {
-    CLI::App *sub = app.add_subcommand("scsi", "Send a SCSI command to a LUN");
-    sub->footer(footer);
-    sub->add_option("-p,--port", options.request.port, "The port's number")->required();
-    sub->add_option("-t,--target", options.request.target, "The target's number")->required();
-    sub->add_option("-l,--lun", options.lun, "The LUN in decimal, or its eight bytes as 0x...")
-        ->required();
-    CLI::Option *in = sub->add_option("--in", options.data_in, "Bytes that come from the device");
-    in->check(CLI::Range(1U, most_data));
-    sub->add_option("--out", options.out_file, "A file whose bytes go to the device; needs --yes")
-        ->check(CLI::ExistingFile)
-        ->excludes(in);
-    sub->add_option("--save", options.save_file, "A file for the bytes from the device");
-    sub->add_flag("--yes", options.yes, "Confirm a command that writes data");
-    sub->add_option("CDB", options.words, "The command's bytes, or a word")->required();
-    sub->final_callback([&options] { take(options); });
-    return sub;
+    const auto lun = parse_lun(options.lun);
+    if (!lun)
+        wrong("--lun takes 0 to 16383, or 0x and the LUN's 16 hexadecimal digits");
+    options.request.lun = *lun;
+    take_command(options);
+    take_data(options);
 }
 
 scsi_result run_scsi(const scsi_options &options)
@@ -166,11 +144,16 @@ scsi_result run_scsi(const scsi_options &options)
     scsi_result result = send(options.request);
     if (!result.data.empty() && options.data_length != nullptr)
         result.data.resize(std::min(result.data.size(), options.data_length(result.data)));
-    if (result.carried_out && !options.save_file.empty())
-        if (const int why = save(options.save_file, result.data))
-            result.failures.push_back({call_name::write_file, failure_cause::file_not_written,
-                                       options.request.port, options.request.target,
-                                       static_cast<uint32_t>(why)});
+    if (!result.carried_out || options.save_file.empty())
+        return result;
+    const auto error = static_cast<uint32_t>(save(options.save_file, result.data));
+    if (error != 0)
+        result.failures.push_back({call_name::write_file,
+                                   failure_cause::file_not_written,
+                                   options.request.port,
+                                   options.request.target,
+                                   error,
+                                   {}});
     return result;
 }
 

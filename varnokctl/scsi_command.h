@@ -1,32 +1,43 @@
-// The command "scsi": its command line and its run.
+// The command "scsi": what it takes and what it does.
 #pragma once
 
+#include "varnokctl/scsi.h"
+
+#include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <CLI/CLI.hpp>
-
-#include "varnokctl/scsi.h"
 
 namespace ctl
 {
 
+constexpr uint32_t most_scsi_data = 16U << 20;
+
+extern const char *const scsi_help;
+
 struct scsi_options {
     scsi_request request;
     std::string lun;
-    std::vector<std::string> words; // a CDB or a shorthand
+    std::vector<std::string> words; // the bytes of a CDB, or a shorthand for one
     std::optional<uint32_t> data_in;
     std::string out_file;
     std::string save_file;
     bool yes = false;
-    size_t (*data_length)(const std::vector<uint8_t> &) = nullptr; // what a shorthand's data say
+    // How much of a shorthand's data came from the device, as the data themselves say.
+    size_t (*data_length)(const std::vector<uint8_t> &) = nullptr;
 };
 
-// The options live as long as the application. Wrong usage is found while it parses.
-CLI::App *add_scsi(CLI::App &app, scsi_options &options);
+class usage_error : public std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
 
-// Sends the command and keeps its data in the file asked for.
+// Makes the request out of the other options. Throws a usage_error.
+void complete(scsi_options &options);
+
+// Sends the request and saves its data in the file asked for.
 scsi_result run_scsi(const scsi_options &options);
 
 } // namespace ctl

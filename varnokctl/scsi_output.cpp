@@ -1,11 +1,11 @@
 #include "varnokctl/scsi_output.h"
 
-#include <algorithm>
-
-#include <fmt/format.h>
-
-#include "varnokctl/document.h"
+#include "varnokctl/json.h"
 #include "varnokctl/sense.h"
+#include "varnokctl/text.h"
+
+#include <algorithm>
+#include <fmt/format.h>
 
 namespace ctl
 {
@@ -24,7 +24,7 @@ std::string dump_line(size_t offset, std::span<const uint8_t> bytes)
                        text);
 }
 
-// Equal lines after the first are one asterisk; the length stands at the end.
+// An asterisk stands for lines that repeat the one before. The last line is the length.
 std::string dump(std::span<const uint8_t> data)
 {
     constexpr size_t width = 16;
@@ -56,10 +56,10 @@ json sense_object(const sense_data &sense)
 {
     return {{"format", sense.descriptors ? "descriptor" : "fixed"},
             {"deferred", sense.deferred},
-            {"key", coded(sense.key, key_text(sense)).value},
+            {"key", coded_value(sense.key, key_text(sense)).data},
             {"asc", sense.asc},
             {"ascq", sense.ascq},
-            {"text", coded(0, code_text(sense)).value["text"]},
+            {"text", or_null(code_text(sense))},
             {"raw", hex_bytes(sense.raw)}};
 }
 
@@ -75,21 +75,20 @@ std::string scsi_text(const scsi_result &result)
     return text;
 }
 
-json scsi_document(const scsi_request &request, const scsi_result &result)
+std::string scsi_document(const scsi_request &request, const scsi_result &result, bool ascii)
 {
     const auto sense = decode_sense(result.sense);
     const bool has_data = result.carried_out && request.direction == VARNOK_SCSI_DATA_IN;
     json document = new_document("scsi");
     document["port"] = request.port;
     document["target"] = request.target;
-    document["lun"] = lun_cell(request.lun.levels_1_and_2, request.lun.levels_3_and_4).value;
+    document["lun"] = lun_value(request.lun).data;
     document["cdb"] = hex_bytes(request.cdb);
     document["direction"] = directions[request.direction];
     document["length"] = request.data.size();
     document["data"] = has_data ? json(hex_bytes(result.data)) : json();
     document["sense"] = sense ? sense_object(*sense) : json();
-    finish(document, result.failures);
-    return document;
+    return finished_text(document, result.failures, ascii);
 }
 
 } // namespace ctl

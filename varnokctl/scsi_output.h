@@ -1,17 +1,16 @@
-// Shows what became of a SCSI command.
+// Shows what came of a SCSI command.
 #pragma once
 
-#include <string>
-
-#include "varnokctl/fields.h"
 #include "varnokctl/scsi.h"
+
+#include <string>
 
 namespace ctl
 {
 
-// Data as a dump, and sense data in words and raw.
+// Data as a dump, and sense data in words and bytes.
 std::string scsi_text(const scsi_result &result);
 
-json scsi_document(const scsi_request &request, const scsi_result &result);
+std::string scsi_document(const scsi_request &request, const scsi_result &result, bool ascii);
 
 } // namespace ctl

@@ -1,5 +1,7 @@
 #include "varnokctl/sense.h"
 
+#include "varnokctl/words.h"
+
 #include <algorithm>
 
 namespace ctl
@@ -14,11 +16,7 @@ constexpr const char *keys[] = {
     "reserved",       "volume overflow", "miscompare",     "completed",
 };
 
-struct code_word {
-    unsigned code; // ASC and ASCQ
-    const char *text;
-};
-
+// By the additional sense code and its qualifier, a byte each.
 constexpr code_word codes[] = {
     {0x0000, "no additional information"},
     {0x0006, "I/O process terminated"},
@@ -96,11 +94,7 @@ std::string key_text(const sense_data &sense) { return keys[sense.key]; }
 
 std::string code_text(const sense_data &sense)
 {
-    const unsigned code = static_cast<unsigned>(sense.asc) << 8 | sense.ascq;
-    for (const code_word &word : codes)
-        if (word.code == code)
-            return word.text;
-    return "";
+    return word_of(codes, static_cast<uint32_t>(sense.asc) << 8 | sense.ascq);
 }
 
 } // namespace ctl

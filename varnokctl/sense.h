@@ -10,16 +10,16 @@ namespace ctl
 {
 
 struct sense_data {
-    bool descriptors; // else in the fixed format
-    bool deferred;    // of an earlier command; this one was not begun
+    bool descriptors; // in the descriptor format, else in the fixed one
+    bool deferred;    // about an earlier command; this one was not begun
     uint8_t key, asc, ascq;
-    std::span<const uint8_t> raw; // as long as it says it is
+    std::span<const uint8_t> raw; // as long as the data say
 };
 
 // Nothing when the buffer holds no sense data.
 std::optional<sense_data> decode_sense(std::span<const uint8_t> buffer);
 
-// Whether the device carried the command out nevertheless.
+// Whether the device carried the command out all the same.
 bool harmless(const sense_data &sense);
 
 std::string key_text(const sense_data &sense);  // "illegal request"

@@ -9,7 +9,7 @@ namespace
 {
 
 constexpr std::string_view gap = "  ";
-constexpr size_t least_width = 8; // of a column that gives way
+constexpr size_t least_width = 8; // no column is cut below it
 
 const std::string &shown(const std::string &cell)
 {
@@ -21,7 +21,7 @@ std::vector<size_t> natural_widths(const std::vector<table_column> &columns,
                                    const std::vector<table_row> &rows)
 {
     std::vector<size_t> widths;
-    for (size_t at = 0; at < columns.size(); at++) {
+    for (size_t at = 0; at < columns.size(); ++at) {
         size_t width = display_width(columns[at].title);
         for (const table_row &row : rows)
             width = std::max(width, display_width(shown(row[at])));
@@ -30,15 +30,15 @@ std::vector<size_t> natural_widths(const std::vector<table_column> &columns,
     return widths;
 }
 
-// The widest of the columns that can still give way; their number when there is none.
+// The widest column that can still shrink; the number of columns when there is none.
 size_t widest_of(const std::vector<table_column> &columns, const std::vector<size_t> &widths,
                  bool long_texts_only)
 {
     size_t widest = columns.size();
     size_t width = least_width;
-    for (size_t at = 0; at < columns.size(); at++) {
-        const bool gives_way = columns[at].shrinks || !(long_texts_only || columns[at].right);
-        if (gives_way && widths[at] > std::max(width, display_width(columns[at].title)))
+    for (size_t at = 0; at < columns.size(); ++at) {
+        const bool may_shrink = columns[at].shrinks || !(long_texts_only || columns[at].right);
+        if (may_shrink && widths[at] > std::max(width, display_width(columns[at].title)))
             width = widths[widest = at];
     }
     return widest;
@@ -48,27 +48,24 @@ void shrink(std::vector<size_t> &widths, const std::vector<table_column> &column
 {
     size_t total = std::accumulate(widths.begin(), widths.end(), gap.size() * (widths.size() - 1));
     for (const bool long_texts_only : {true, false})
-        for (; total > limit; total--) {
+        for (; total > limit; --total) {
             const size_t widest = widest_of(columns, widths, long_texts_only);
             if (widest == columns.size())
                 break;
-            widths[widest]--;
+            --widths[widest];
         }
 }
-
-void trim_end(std::string &line) { line.erase(line.find_last_not_of(' ') + 1); }
 
 std::string line_of(const table_row &cells, const std::vector<table_column> &columns,
                     const std::vector<size_t> &widths, const output_style &style)
 {
     std::string line;
-    for (size_t at = 0; at < cells.size(); at++) {
+    for (size_t at = 0; at < cells.size(); ++at) {
         line += at == 0 ? "" : gap;
         line +=
             padded(shortened(shown(cells[at]), widths[at], style), widths[at], columns[at].right);
     }
-    trim_end(line);
-    return line + '\n';
+    return trimmed(line) + '\n';
 }
 
 } // namespace
@@ -96,7 +93,7 @@ std::string sheets_text(const std::vector<table_column> &columns,
     std::string text;
     for (const table_row &row : rows) {
         text += text.empty() ? "" : "\n";
-        for (size_t at = 0; at < columns.size(); at++)
+        for (size_t at = 0; at < columns.size(); ++at)
             text += padded(columns[at].title, width) + std::string(gap) + shown(row[at]) + '\n';
     }
     return text;

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -11,25 +10,28 @@ namespace ctl
 {
 namespace
 {
-constexpr size_t usual = 80;
-}
+
+constexpr size_t usual_width = 80;
+
+} // namespace
 
 size_t terminal_width(int descriptor)
 {
     winsize window{};
     if (ioctl(descriptor, TIOCGWINSZ, &window) != 0)
         return 0;
-    return window.ws_col == 0 ? usual : window.ws_col;
+    return window.ws_col == 0 ? usual_width : window.ws_col;
 }
 
 size_t output_width()
 {
     size_t width = 0;
-    if (const char *columns = std::getenv("COLUMNS"))
+    const char *columns = std::getenv("COLUMNS");
+    if (columns != nullptr)
         std::from_chars(columns, columns + std::strlen(columns), width);
     if (width == 0)
         width = terminal_width(STDOUT_FILENO);
-    return width == 0 ? usual : width;
+    return width == 0 ? usual_width : width;
 }
 
 } // namespace ctl

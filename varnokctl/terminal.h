@@ -1,4 +1,4 @@
-// Terminals and their widths in columns.
+// The widths of terminals, in columns.
 #pragma once
 
 #include <cstddef>
@@ -6,10 +6,10 @@
 namespace ctl
 {
 
-// 0 when it is no terminal; the usual width when it does not tell.
+// 0 when it is no terminal; the usual width when the terminal does not tell its own.
 size_t terminal_width(int descriptor);
 
-// Of standard output, or of what stands in for it.
+// COLUMNS, else the width of standard output, else the usual width.
 size_t output_width();
 
 } // namespace ctl

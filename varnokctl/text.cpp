@@ -1,14 +1,13 @@
 #include "varnokctl/text.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
 #include <bit>
 #include <cwchar>
+#include <fmt/format.h>
 #include <iterator>
 #include <vector>
-
-#include <arpa/inet.h>
-#include <fmt/format.h>
 
 namespace ctl
 {
@@ -19,8 +18,8 @@ struct range {
     char32_t first, last;
 };
 
-// Characters that steer a terminal or the order of its text, show nothing, or would make an escape
-// ambiguous.
+// Characters that control a terminal or the order of its text, or that show nothing. The backslash
+// begins an escape.
 constexpr range unprintable[] = {
     {0x00, 0x1F},     {'\\', '\\'},     {0x7F, 0x9F},     {0xAD, 0xAD},       {0x61C, 0x61C},
     {0x180E, 0x180E}, {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},   {0xD800, 0xDFFF},
@@ -41,7 +40,7 @@ struct character {
     size_t length; // in bytes
 };
 
-// What the bytes start with; no length when that is no character.
+// The character that the bytes start with; its length is 0 when that is none.
 character first_character(std::span<const uint8_t> bytes, bool utf8)
 {
     constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
@@ -77,7 +76,7 @@ struct extent {
     size_t length, columns;
 };
 
-// Of the character that a text to print starts with.
+// The extent of the character that a printable text starts with.
 extent first_extent(std::string_view text)
 {
     const auto *bytes = reinterpret_cast<const uint8_t *>(text.data());
@@ -87,7 +86,7 @@ extent first_extent(std::string_view text)
     return {std::max<size_t>(first.length, 1), columns < 0 ? 1U : static_cast<size_t>(columns)};
 }
 
-// The parts that a cut leaves whole: a character or an escape, with the marks that combine with it.
+// The parts that stay whole in a cut: a character or an escape, with its combining marks.
 std::vector<std::string_view> parts_of(std::string_view text)
 {
     constexpr size_t escape_length = 4;
@@ -123,6 +122,11 @@ std::string field_text(std::span<const uint8_t> field, const output_style &style
     return text;
 }
 
+std::string safe_text(std::string_view typed)
+{
+    return field_text({reinterpret_cast<const uint8_t *>(typed.data()), typed.size()}, {});
+}
+
 std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator)
 {
     return fmt::format("{:02x}", fmt::join(bytes, separator));
@@ -140,12 +144,13 @@ std::string ip_address(std::span<const uint8_t, 4> address) { return ip_text(AF_
 
 std::string ip_address(std::span<const uint8_t, 16> address) { return ip_text(AF_INET6, address); }
 
-std::string endpoint(const std::string &address, uint16_t port)
+std::string endpoint_text(const ip_endpoint &endpoint)
 {
-    if (address.empty() || port == 0)
-        return address;
-    const bool ipv6 = address.find(':') != std::string::npos;
-    return ipv6 ? fmt::format("[{}]:{}", address, port) : fmt::format("{}:{}", address, port);
+    const auto &[ip, port] = endpoint;
+    if (ip.empty() || port == 0)
+        return ip;
+    const bool ipv6 = ip.find(':') != std::string::npos;
+    return ipv6 ? fmt::format("[{}]:{}", ip, port) : fmt::format("{}:{}", ip, port);
 }
 
 std::string size_text(uint64_t bytes)
@@ -156,7 +161,7 @@ std::string size_text(uint64_t bytes)
         return bytes == 0 ? "" : fmt::format("{} B", bytes);
     double size = static_cast<double>(bytes) / 1024;
     size_t unit = 0;
-    for (; size >= rounds_up && unit + 1 < std::size(units); unit++)
+    for (; size >= rounds_up && unit + 1 < std::size(units); ++unit)
         size /= 1024;
     return fmt::format("{:.1f} {}", size, units[unit]);
 }
@@ -199,12 +204,18 @@ std::string shortened(const std::string &text, size_t width, const output_style 
     };
     const std::vector<std::string_view> parts = parts_of(text);
     std::string head;
-    for (auto part = parts.begin(); takes(*part, room_at_end); part++)
+    for (auto part = parts.begin(); takes(*part, room_at_end); ++part)
         head += *part;
     size_t tail = text.size();
-    for (auto part = parts.rbegin(); takes(*part, 0); part++)
+    for (auto part = parts.rbegin(); takes(*part, 0); ++part)
         tail -= part->size();
     return head + gap + text.substr(tail);
+}
+
+std::string trimmed(std::string line)
+{
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
 }
 
 } // namespace ctl

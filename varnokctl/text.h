@@ -1,4 +1,4 @@
-// Turns field bytes, addresses and sizes into text that is safe to print.
+// Turns the bytes of fields, addresses and sizes into text that is safe to print.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,24 @@
 namespace ctl
 {
 
-// How output is to look.
 struct output_style {
-    bool utf8 = false;    // else plain ASCII
+    bool utf8 = false;    // else ASCII only
     bool bytes = false;   // sizes in bytes too
     bool details = false; // every field, not only those that fit a table
-    size_t width = 80;    // columns
+    size_t width = 80;    // in columns
 };
 
-// A text field: up to its NUL byte or its end, without trailing spaces. Whatever is not printable
-// is written as \xNN, a byte at a time, and so is the backslash; without UTF-8 all but ASCII is.
+struct ip_endpoint {
+    std::string ip; // empty for none
+    uint16_t tcp_port = 0;
+};
+
+// A text field up to its NUL byte or its end, without trailing spaces. Each byte that is not
+// printable is written as \xNN, and so is the backslash. Without UTF-8, only ASCII is printable.
 std::string field_text(std::span<const uint8_t> field, const output_style &style);
+
+// What a user typed, with escapes as in field_text.
+std::string safe_text(std::string_view typed);
 
 // Bytes as hexadecimal digits in lower case, with a separator between two bytes.
 std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator = "");
@@ -28,27 +35,30 @@ std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator
 // The number that the bytes are, the most significant first.
 uint64_t big_endian(std::span<const uint8_t> bytes);
 
-// Both are empty for an address of zeros.
+// Empty for an address of zeros.
 std::string ip_address(std::span<const uint8_t, 4> address);
 std::string ip_address(std::span<const uint8_t, 16> address);
 
-// "10.0.0.1:3260" or "[fd00::1]:3260"; empty for an empty address.
-std::string endpoint(const std::string &address, uint16_t port);
+// "10.0.0.1:3260" or "[fd00::1]:3260"; the address alone for port 0.
+std::string endpoint_text(const ip_endpoint &endpoint);
 
 // In binary units: "512 B", "2.0 TiB"; empty for 0.
 std::string size_text(uint64_t bytes);
 
-// "no LUNs", "1 LUN", "5 LUNs".
+// "no LUNs", "1 LUN", "5 LUNs"
 std::string counted(size_t count, std::string_view noun);
 
-// Columns that a text takes on a terminal, by the program's locale.
+// How many columns a text takes on a terminal, by the program's locale.
 size_t display_width(std::string_view text);
 
-// The text filled up with spaces, at its end or (right) at its start.
+// The text filled up with spaces at its end or, aligned right, at its start.
 std::string padded(const std::string &text, size_t width, bool right = false);
 
-// The text with its middle left out when it is wider than that: names differ at their end. No
-// character and no escape is cut in two.
+// The text, with its middle left out where it is too wide: names differ at their ends. Characters
+// and escapes stay whole.
 std::string shortened(const std::string &text, size_t width, const output_style &style);
+
+// The line without spaces at its end.
+std::string trimmed(std::string line);
 
 } // namespace ctl

@@ -1,12 +1,12 @@
+// The host as a tree.
 #include "varnokctl/render.h"
-
-#include <algorithm>
-#include <utility>
-
-#include <fmt/format.h>
 
 #include "varnokctl/facts.h"
 #include "varnokctl/words.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <utility>
 
 namespace ctl
 {
@@ -14,12 +14,12 @@ namespace
 {
 
 struct tree_node {
-    std::vector<std::string> facts; // empty ones are left out
+    std::vector<std::string> facts; // empty ones are not shown
     std::vector<tree_node> children;
 };
 
 constexpr std::string_view gap = "  "; // between two facts
-constexpr size_t least_width = 8;      // for a fact, however deep it stands
+constexpr size_t least_width = 8;      // of a fact, however deep it stands
 
 bool is_blank(const std::string &fact) { return fact.find_first_not_of(' ') == std::string::npos; }
 
@@ -37,7 +37,7 @@ class tree_printer
     {
     }
 
-    // first starts the node's first line, rest every other line of it and of its children.
+    // The first line starts with first; the node's other lines and its children start with rest.
     void print(const tree_node &node, const std::string &first, const std::string &rest)
     {
         const std::string below = rest + (node.children.empty() ? "" : lines_.trunk);
@@ -53,7 +53,7 @@ class tree_printer
     const std::string &text() const { return text_; }
 
   private:
-    // Facts that do not fit a line go on the next one.
+    // Facts that do not fit on a line begin another one.
     void print_facts(const std::vector<std::string> &facts, const std::string &first,
                      const std::string &rest)
     {
@@ -65,7 +65,7 @@ class tree_printer
             if (fact.empty() || (is_blank(fact) && !fits))
                 continue;
             if (begun && !fits) {
-                end_line(line);
+                text_ += trimmed(line) + '\n';
                 line = rest;
                 begun = false;
             }
@@ -74,13 +74,7 @@ class tree_printer
             line += shortened(fact, std::max(style_.width - used, least_width), style_);
             begun = true;
         }
-        end_line(line);
-    }
-
-    void end_line(std::string line)
-    {
-        line.erase(line.find_last_not_of(' ') + 1);
-        text_ += line + '\n';
+        text_ += trimmed(line) + '\n';
     }
 
     const output_style &style_;
@@ -88,14 +82,14 @@ class tree_printer
     std::string text_;
 };
 
-// The LUNs of a target stand below each other: their facts take equal widths, and so the bytes are
-// a fact of their own.
+// A target's LUNs stand below each other, so their facts get equal widths. That makes the bytes a
+// fact of their own.
 std::vector<tree_node> lun_nodes(const target_entry &target, const output_style &style)
 {
     constexpr size_t size_fact = 2;
     std::vector<tree_node> nodes;
     std::vector<size_t> widths;
-    ctl::output_style without_bytes = style;
+    output_style without_bytes = style;
     without_bytes.bytes = false;
     for (const VARNOK_LUN_INFO &lun : target.luns) {
         std::vector<std::string> facts = lun_facts(lun, without_bytes);
@@ -104,12 +98,12 @@ std::vector<tree_node> lun_nodes(const target_entry &target, const output_style 
             facts.insert(facts.begin() + size_fact + 1, bytes);
         }
         widths.resize(facts.size());
-        for (size_t at = 0; at < widths.size(); at++)
+        for (size_t at = 0; at < widths.size(); ++at)
             widths[at] = std::max(widths[at], display_width(facts[at]));
         nodes.push_back({std::move(facts), {}});
     }
     for (tree_node &node : nodes)
-        for (size_t at = 0; at + 1 < widths.size(); at++) // nothing comes after the name
+        for (size_t at = 0; at + 1 < widths.size(); ++at) // nothing follows the name
             node.facts[at] = padded(node.facts[at], widths[at], at >= size_fact);
     return nodes;
 }

@@ -1,6 +1,6 @@
 #include "varnokctl/words.h"
 
-#include <span>
+#include "varnok_mgmt.h"
 
 #include <fmt/format.h>
 
@@ -8,11 +8,6 @@ namespace ctl
 {
 namespace
 {
-
-struct code_word {
-    uint32_t code;
-    const char *text;
-};
 
 constexpr code_word port_states[] = {
     {VARNOK_PORT_STATE_0, "online"},
@@ -44,7 +39,9 @@ constexpr code_word device_types[] = {
     {0x12, "automation"},  {0x13, "security"},    {0x14, "zoned disk"}, {0x1E, "well-known"},
 };
 
-std::string find(std::span<const code_word> words, uint32_t code, const char *otherwise = "")
+} // namespace
+
+std::string word_of(std::span<const code_word> words, uint32_t code, const char *otherwise)
 {
     for (const code_word &word : words)
         if (word.code == code)
@@ -52,22 +49,20 @@ std::string find(std::span<const code_word> words, uint32_t code, const char *ot
     return otherwise;
 }
 
-} // namespace
+std::string port_state(uint32_t code) { return word_of(port_states, code, "unknown"); }
 
-std::string port_state(uint32_t code) { return find(port_states, code, "unknown"); }
-
-std::string port_speed(uint32_t code) { return find(port_speeds, code); }
+std::string port_speed(uint32_t code) { return word_of(port_speeds, code); }
 
 std::string pcie_link(uint32_t speed, uint32_t width)
 {
-    const std::string link = find(pcie_speeds, speed) + find(pcie_widths, width);
+    const std::string link = word_of(pcie_speeds, speed) + word_of(pcie_widths, width);
     return link.empty() ? "" : fmt::format("PCIe{}", link);
 }
 
 std::string device_type(uint8_t code)
 {
     const unsigned qualifier = code >> 5;
-    std::string type = find(device_types, code & 0x1FU, "unknown");
+    std::string type = word_of(device_types, code & 0x1FU, "unknown");
     switch (qualifier) {
     case 0:
         return type;

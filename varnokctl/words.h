@@ -2,18 +2,25 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
-
-#include <varnok_mgmt.h>
 
 namespace ctl
 {
+
+struct code_word {
+    uint32_t code;
+    const char *text;
+};
+
+// The code's word, else the other text.
+std::string word_of(std::span<const code_word> words, uint32_t code, const char *otherwise = "");
 
 std::string port_state(uint32_t code);                 // "online"
 std::string port_speed(uint32_t code);                 // "10 Gbit/s"; empty when unknown
 std::string pcie_link(uint32_t speed, uint32_t width); // "PCIe 8.0 GT/s x8"; empty when unknown
 
-// The first byte of INQUIRY data: "disk", "tape (absent)", "no device".
+// By the first byte of INQUIRY data: "disk", "tape (absent)", "no device".
 std::string device_type(uint8_t code);
 
 } // namespace ctl

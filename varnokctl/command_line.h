@@ -1,0 +1,45 @@
+// What the command line asks for.
+#pragma once
+
+#include "varnokctl/ending.h"
+#include "varnokctl/fields.h"
+#include "varnokctl/inventory.h"
+#include "varnokctl/scsi_command.h"
+#include "varnokctl/text.h"
+
+#include <optional>
+#include <string>
+
+namespace ctl
+{
+
+struct tool_options {
+    inventory_request request;
+    output_style style;
+    bool ascii = false;
+    bool as_json = false;
+    bool as_dot = false;
+};
+
+// A command that reads the host.
+struct tool_command {
+    const char *name;
+    const char *help;
+    unsigned options;
+    unsigned needs;
+    const record_kind *kind; // null for the whole host
+    std::string (*document)(const inventory &, bool ascii) = nullptr;
+    bool has_text = true; // else its document is all that it shows
+};
+
+struct parsed_line {
+    std::optional<ending> ended;           // the help was shown, or the usage is wrong
+    const tool_command *command = nullptr; // null for "scsi" and "version"
+    bool is_scsi = false;
+    tool_options options;
+    scsi_options scsi;
+};
+
+parsed_line parse_command_line(int argc, char **argv, const std::string &version);
+
+} // namespace ctl
