@@ -21,7 +21,7 @@ int released = 0;
 
 void release(void *data)
 {
-    released++;
+    ++released;
     free(data);
 }
 
@@ -69,7 +69,7 @@ struct model {
     varnok_DL_node *node(size_t index) const
     {
         varnok_DL_node *node = list->head;
-        for (size_t i = 0; i <= index && index < end(); i++)
+        for (size_t i = 0; i <= index && index < end(); ++i)
             node = node->next;
         return node;
     }
@@ -81,7 +81,7 @@ struct model {
         REQUIRE(list->marker == (cursor == nowhere ? nullptr : node(cursor)));
         REQUIRE(varnok_dlist_mark(list) == at(cursor));
         const varnok_DL_node *node = list->head;
-        for (size_t i = 0; linked && i <= end(); i++) {
+        for (size_t i = 0; linked && i <= end(); ++i) {
             REQUIRE(node->next->prev == node);
             node = node->next;
             REQUIRE(node->data == at(i));
@@ -243,7 +243,7 @@ void look(model &m, uint8_t key)
     std::vector<uint8_t> keys;
     std::transform(m.elements.begin(), m.elements.end(), std::back_inserter(keys), key_of);
     varnok_dlist_transform(m.list, raise);
-    for (size_t i = 0; i < m.end(); i++)
+    for (size_t i = 0; i < m.end(); ++i)
         REQUIRE(key_of(m.elements[i]) == static_cast<uint8_t>(keys[i] + 1));
 }
 
@@ -313,7 +313,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     bytes input(data, size);
     model lists[2];
     released = 0;
-    for (int i = 0; i < most_operations && !input.empty(); i++) {
+    for (int i = 0; i < most_operations && !input.empty(); ++i) {
         const bool second = (input.byte() & 1) != 0;
         operate(lists[second ? 1 : 0], lists[second ? 0 : 1], input);
         lists[0].check();

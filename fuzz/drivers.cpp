@@ -287,7 +287,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     constexpr uint8_t native_ones = 0b0101; // move much for every LUN
     caller user(input, (first & native_ones) == 0);
     VARNOK_LoadLibrary();
-    for (int calls = 0; calls < most_calls && !input.empty(); calls++)
+    for (int calls = 0; calls < most_calls && !input.empty(); ++calls)
         user.call();
     platform::free_library();
     hostsim::install(nullptr);

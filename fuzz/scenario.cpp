@@ -18,7 +18,7 @@ bool is_small(const hostsim::scenario &host)
     constexpr size_t most_commands = 64;
     size_t commands = 0;
     for (const hostsim::port &port : host.ports) {
-        commands++;
+        ++commands;
         if (!port.described->portal.empty())
             return false;
         for (const hostsim::session_description &session : port.described->sessions)

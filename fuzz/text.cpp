@@ -21,7 +21,7 @@ void show_field(std::span<const uint8_t> field, bool utf8)
     REQUIRE(std::ranges::all_of(
         shown, [utf8](char c) { return is_plain(c) || (utf8 && (c & 0x80) != 0); }));
     std::vector<uint8_t> back;
-    for (size_t i = 0; i < shown.size(); i++) {
+    for (size_t i = 0; i < shown.size(); ++i) {
         const bool escape = shown[i] == '\\';
         back.push_back(escape
                            ? static_cast<uint8_t>(std::stoul(shown.substr(i + 2, 2), nullptr, 16))
@@ -34,7 +34,7 @@ void show_field(std::span<const uint8_t> field, bool utf8)
                         [](uint8_t c) { return c == ' '; }));
 
     REQUIRE(nlohmann::json::parse(nlohmann::json(shown).dump(-1, ' ', true)) == shown);
-    for (size_t width = 4; width < 20; width++)
+    for (size_t width = 4; width < 20; ++width)
         REQUIRE(ctl::display_width(ctl::shortened(shown, width, {.utf8 = utf8})) <= width);
 }
 
