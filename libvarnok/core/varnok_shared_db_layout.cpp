@@ -2,13 +2,16 @@
 #include "core/varnok_shared_db.h"
 #include "records/layout_assert.h"
 
-SIZE(varnok_hbaptevq, 4116);
-AT(varnok_hbaptevq, eventbuf, 0);
-AT(varnok_hbaptevq, q_head, 4096);
-AT(varnok_hbaptevq, q_tail, 4098);
-AT(varnok_hbaptevq, rsvd, 4100);
+// clang-format off
 
-SIZE(varnok_shared_db, 163840);
-AT(varnok_shared_db, libinst_flags, 0);
-AT(varnok_shared_db, hbaptevq, 32);
-AT(varnok_shared_db, reserved, 32960);
+#define RECORD varnok_hbaptevq
+SIZE(4116);
+AT(eventbuf, 0);   AT(q_head, 4096);  AT(q_tail, 4098);  AT(rsvd, 4100);
+#undef RECORD
+
+#define RECORD varnok_shared_db
+SIZE(163840);
+AT(libinst_flags, 0);  AT(hbaptevq, 32);      AT(reserved, 32960);
+#undef RECORD
+
+// clang-format on

@@ -3,112 +3,64 @@
 #include "include/varnok_mgmt.h"
 #include "records/layout_assert.h"
 
-SIZE(VARNOK_ISCSI_PORTAL, 29);
-AT(VARNOK_ISCSI_PORTAL, Version, 0);
-AT(VARNOK_ISCSI_PORTAL, IsIPv4, 4);
-AT(VARNOK_ISCSI_PORTAL, IPv4Addr, 5);
-AT(VARNOK_ISCSI_PORTAL, IPv4PortNum, 9);
-AT(VARNOK_ISCSI_PORTAL, IPv6Addr, 11);
-AT(VARNOK_ISCSI_PORTAL, IPv6PortNum, 27);
+// clang-format off
 
-SIZE(VARNOK_PHY_PORT_INFO, 431);
-AT(VARNOK_PHY_PORT_INFO, Version, 0);
-AT(VARNOK_PHY_PORT_INFO, ModelName, 4);
-AT(VARNOK_PHY_PORT_INFO, ModelDesc, 36);
-AT(VARNOK_PHY_PORT_INFO, DriverVersion, 164);
-AT(VARNOK_PHY_PORT_INFO, DriverDate, 196);
-AT(VARNOK_PHY_PORT_INFO, DriverName, 228);
-AT(VARNOK_PHY_PORT_INFO, DriverLoaded, 244);
-AT(VARNOK_PHY_PORT_INFO, SerialNum, 245);
-AT(VARNOK_PHY_PORT_INFO, FWVersion, 277);
-AT(VARNOK_PHY_PORT_INFO, MAC, 309);
-AT(VARNOK_PHY_PORT_INFO, MTU, 315);
-AT(VARNOK_PHY_PORT_INFO, VendorID, 319);
-AT(VARNOK_PHY_PORT_INFO, DeviceID, 321);
-AT(VARNOK_PHY_PORT_INFO, SubVendorID, 323);
-AT(VARNOK_PHY_PORT_INFO, SubSystemID, 325);
-AT(VARNOK_PHY_PORT_INFO, PciDomainNum, 327);
-AT(VARNOK_PHY_PORT_INFO, PciBusNum, 329);
-AT(VARNOK_PHY_PORT_INFO, PciDeviceNum, 331);
-AT(VARNOK_PHY_PORT_INFO, PciFunctionNum, 333);
-AT(VARNOK_PHY_PORT_INFO, PciRevision, 335);
-AT(VARNOK_PHY_PORT_INFO, PhyPortNum, 337);
-AT(VARNOK_PHY_PORT_INFO, SessCount, 339);
-AT(VARNOK_PHY_PORT_INFO, PCIESpeed, 343);
-AT(VARNOK_PHY_PORT_INFO, PCIEWidth, 347);
-AT(VARNOK_PHY_PORT_INFO, ChipRevId, 351);
-AT(VARNOK_PHY_PORT_INFO, PortState, 355);
-AT(VARNOK_PHY_PORT_INFO, PortSpeed, 359);
-AT(VARNOK_PHY_PORT_INFO, MediaType, 363);
-AT(VARNOK_PHY_PORT_INFO, HbaName, 367);
-AT(VARNOK_PHY_PORT_INFO, MFWVersion, 399);
+#define RECORD VARNOK_ISCSI_PORTAL
+SIZE(29);
+AT(Version, 0);       AT(IsIPv4, 4);        AT(IPv4Addr, 5);      AT(IPv4PortNum, 9);
+AT(IPv6Addr, 11);     AT(IPv6PortNum, 27);
+#undef RECORD
 
-SIZE(VARNOK_SESS_INFO, 614);
-AT(VARNOK_SESS_INFO, Version, 0);
-AT(VARNOK_SESS_INFO, SessionNum, 4);
-AT(VARNOK_SESS_INFO, SessionUnique, 8);
-AT(VARNOK_SESS_INFO, SessionState, 16);
-AT(VARNOK_SESS_INFO, InitiatorName, 17);
-AT(VARNOK_SESS_INFO, InitIsIPv4, 273);
-AT(VARNOK_SESS_INFO, InitIPv4Addr, 275);
-AT(VARNOK_SESS_INFO, InitIPv4PortNum, 279);
-AT(VARNOK_SESS_INFO, InitIPv6Addr, 281);
-AT(VARNOK_SESS_INFO, InitIPv6PortNum, 297);
-AT(VARNOK_SESS_INFO, TargetName, 299);
-AT(VARNOK_SESS_INFO, TgtIsIPv4, 555);
-AT(VARNOK_SESS_INFO, TgtIPv4Addr, 556);
-AT(VARNOK_SESS_INFO, TgtIPv4PortNum, 560);
-AT(VARNOK_SESS_INFO, TgtIPv6Addr, 562);
-AT(VARNOK_SESS_INFO, TgtIPv6PortNum, 578);
-AT(VARNOK_SESS_INFO, InitialR2T, 580);
-AT(VARNOK_SESS_INFO, ImmediateData, 581);
-AT(VARNOK_SESS_INFO, DataSequenceInOrder, 582);
-AT(VARNOK_SESS_INFO, DataPDUInOrder, 583);
-AT(VARNOK_SESS_INFO, MaxOutstandingR2T, 584);
-AT(VARNOK_SESS_INFO, FirstBurstLength, 588);
-AT(VARNOK_SESS_INFO, ErrorRecoveryLevel, 592);
-AT(VARNOK_SESS_INFO, ConnID, 596);
-AT(VARNOK_SESS_INFO, InitiatorSocket, 604);
-AT(VARNOK_SESS_INFO, TargetSocket, 606);
-AT(VARNOK_SESS_INFO, AuthType, 608);
-AT(VARNOK_SESS_INFO, HeaderDigest, 612);
-AT(VARNOK_SESS_INFO, DataDigest, 613);
+#define RECORD VARNOK_PHY_PORT_INFO
+SIZE(431);
+AT(Version, 0);           AT(ModelName, 4);         AT(ModelDesc, 36);
+AT(DriverVersion, 164);   AT(DriverDate, 196);      AT(DriverName, 228);
+AT(DriverLoaded, 244);    AT(SerialNum, 245);       AT(FWVersion, 277);
+AT(MAC, 309);             AT(MTU, 315);             AT(VendorID, 319);
+AT(DeviceID, 321);        AT(SubVendorID, 323);     AT(SubSystemID, 325);
+AT(PciDomainNum, 327);    AT(PciBusNum, 329);       AT(PciDeviceNum, 331);
+AT(PciFunctionNum, 333);  AT(PciRevision, 335);     AT(PhyPortNum, 337);
+AT(SessCount, 339);       AT(PCIESpeed, 343);       AT(PCIEWidth, 347);
+AT(ChipRevId, 351);       AT(PortState, 355);       AT(PortSpeed, 359);
+AT(MediaType, 363);       AT(HbaName, 367);         AT(MFWVersion, 399);
+#undef RECORD
 
-SIZE(VARNOK_TGT_INFO, 304);
-AT(VARNOK_TGT_INFO, Version, 0);
-AT(VARNOK_TGT_INFO, ScsiTgtNum, 4);
-AT(VARNOK_TGT_INFO, TargetName, 8);
-AT(VARNOK_TGT_INFO, MAC, 264);
-AT(VARNOK_TGT_INFO, Isid, 270);
-AT(VARNOK_TGT_INFO, IPv4Port, 276);
-AT(VARNOK_TGT_INFO, IPv4Addr, 278);
-AT(VARNOK_TGT_INFO, IPv6Port, 282);
-AT(VARNOK_TGT_INFO, IPv6Addr, 284);
-AT(VARNOK_TGT_INFO, LunCount, 300);
+#define RECORD VARNOK_SESS_INFO
+SIZE(614);
+AT(Version, 0);                AT(SessionNum, 4);             AT(SessionUnique, 8);
+AT(SessionState, 16);          AT(InitiatorName, 17);         AT(InitIsIPv4, 273);
+AT(InitIPv4Addr, 275);         AT(InitIPv4PortNum, 279);      AT(InitIPv6Addr, 281);
+AT(InitIPv6PortNum, 297);      AT(TargetName, 299);           AT(TgtIsIPv4, 555);
+AT(TgtIPv4Addr, 556);          AT(TgtIPv4PortNum, 560);       AT(TgtIPv6Addr, 562);
+AT(TgtIPv6PortNum, 578);       AT(InitialR2T, 580);           AT(ImmediateData, 581);
+AT(DataSequenceInOrder, 582);  AT(DataPDUInOrder, 583);       AT(MaxOutstandingR2T, 584);
+AT(FirstBurstLength, 588);     AT(ErrorRecoveryLevel, 592);   AT(ConnID, 596);
+AT(InitiatorSocket, 604);      AT(TargetSocket, 606);         AT(AuthType, 608);
+AT(HeaderDigest, 612);         AT(DataDigest, 613);
+#undef RECORD
 
-SIZE(VARNOK_LUN_INFO, 217);
-AT(VARNOK_LUN_INFO, Version, 0);
-AT(VARNOK_LUN_INFO, ScsiLunNum, 4);
-AT(VARNOK_LUN_INFO, DeviceType, 8);
-AT(VARNOK_LUN_INFO, Capacity, 9);
-AT(VARNOK_LUN_INFO, VendorName, 17);
-AT(VARNOK_LUN_INFO, ProductName, 33);
-AT(VARNOK_LUN_INFO, ProductRevision, 65);
-AT(VARNOK_LUN_INFO, DeviceName, 81);
-AT(VARNOK_LUN_INFO, VolumeName, 113);
-AT(VARNOK_LUN_INFO, MountPath, 145);
-AT(VARNOK_LUN_INFO, PhysicalDrive, 209);
-AT(VARNOK_LUN_INFO, ScsiLunNumExt, 213);
+#define RECORD VARNOK_TGT_INFO
+SIZE(304);
+AT(Version, 0);     AT(ScsiTgtNum, 4);  AT(TargetName, 8);  AT(MAC, 264);
+AT(Isid, 270);      AT(IPv4Port, 276);  AT(IPv4Addr, 278);  AT(IPv6Port, 282);
+AT(IPv6Addr, 284);  AT(LunCount, 300);
+#undef RECORD
 
-SIZE(VARNOK_SCSI_CMND, 292);
-AT(VARNOK_SCSI_CMND, Version, 0);
-AT(VARNOK_SCSI_CMND, ScsiLunNumExt, 4);
-AT(VARNOK_SCSI_CMND, ScsiTgtNum, 8);
-AT(VARNOK_SCSI_CMND, ScsiLunNum, 12);
-AT(VARNOK_SCSI_CMND, Direction, 16);
-AT(VARNOK_SCSI_CMND, CDBLength, 17);
-AT(VARNOK_SCSI_CMND, CDB, 18);
-AT(VARNOK_SCSI_CMND, SenseLength, 34);
-AT(VARNOK_SCSI_CMND, Sense, 36);
+#define RECORD VARNOK_LUN_INFO
+SIZE(217);
+AT(Version, 0);           AT(ScsiLunNum, 4);        AT(DeviceType, 8);
+AT(Capacity, 9);          AT(VendorName, 17);       AT(ProductName, 33);
+AT(ProductRevision, 65);  AT(DeviceName, 81);       AT(VolumeName, 113);
+AT(MountPath, 145);       AT(PhysicalDrive, 209);   AT(ScsiLunNumExt, 213);
+#undef RECORD
+
+#define RECORD VARNOK_SCSI_CMND
+SIZE(292);
+AT(Version, 0);        AT(ScsiLunNumExt, 4);  AT(ScsiTgtNum, 8);     AT(ScsiLunNum, 12);
+AT(Direction, 16);     AT(CDBLength, 17);     AT(CDB, 18);           AT(SenseLength, 34);
+AT(Sense, 36);
+#undef RECORD
+
+// clang-format on
 
 static_assert(offsetof(VARNOK_LUN_INFO, ScsiLunNumExt) == VARNOK_LUN_INFO_SIZE_1);
