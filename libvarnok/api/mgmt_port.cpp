@@ -121,7 +121,7 @@ uint32_t VARNOK_GetPhyPortInfo(uint32_t Handle, VARNOK_PHY_PORT_INFO *pPhyPort)
     if (backend.get_port_info(pdb, &info, &stat) != 0 || stat != 0)
         return call.request_fails("): get port info failed. stat=", stat);
     refresh_port(pdb, info);
-    if (size_at<VARNOK_PHY_PORT_INFO>(pPhyPort) == sizeof *pPhyPort)
+    if (size_at<VARNOK_PHY_PORT_INFO>(pPhyPort) > offsetof(VARNOK_PHY_PORT_INFO, PCIESpeed))
         fill_extended(*pPhyPort, pdb);
     fill_common(*pPhyPort, pdb);
     return call.returns(VARNOK_STATUS_SUCCESS);

@@ -22,7 +22,9 @@ constexpr uint8_t os_other = 2;
 uint32_t discover(const varnok::family &its, uint32_t &ports)
 {
     const uint32_t result = its.native.find_all_instances(its.native.driver_name, &ports);
-    return result == 0 ? 0 : its.legacy.find_all_instances(its.legacy.driver_name, &ports);
+    if (result == 0 || its.legacy == nullptr)
+        return result;
+    return its.legacy->find_all_instances(its.legacy->driver_name, &ports);
 }
 
 bool any_port() { return varnok_priv_database != nullptr && varnok_priv_database->count > 0; }

@@ -12,8 +12,8 @@ namespace
 using namespace varnok;
 
 constexpr family all_families[] = {
-    {rovani_backend, tepli_backend, nullptr},
-    {pelt_backend, dxo_backend, is_newer_generation},
+    {rovani_backend, &tepli_backend, nullptr},
+    {pelt_backend, &dxo_backend, is_newer_generation},
 };
 
 const family &family_of(uint16_t device_id)
@@ -32,5 +32,5 @@ const varnok::backend &varnok::backend_of(const varnok_priv_db *pdb)
 {
     const varnok_hw_info *const hw = pdb->hw_info;
     const family &its = family_of(hw->device_id);
-    return hw->native_driver == 1 ? its.native : its.legacy;
+    return hw->native_driver == 1 || its.legacy == nullptr ? its.native : *its.legacy;
 }

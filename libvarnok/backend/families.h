@@ -11,7 +11,7 @@ namespace varnok
 // A family's native driver wins: its legacy driver is asked only when the native one fails.
 struct family {
     const backend &native;
-    const backend &legacy;
+    const backend *legacy;              // null: none
     bool (*serves)(uint16_t device_id); // null: every device that no other family serves
 };
 

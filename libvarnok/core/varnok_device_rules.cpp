@@ -19,10 +19,10 @@ namespace
 
 constexpr uint16_t end_of_list = 0xFFFF;
 
-constexpr uint16_t admitted[] = {
-    0x2E31, 0x2E35, 0x2E36, 0x2E5D, 0x2E61, 0x2E74, 0x2E75, 0x2E77, 0x2E78, 0x2E81, 0x7A24, 0x7B24,
+// Each admitted device once.
+constexpr uint16_t older_family[] = {
+    0x2E35, 0x2E36, 0x2E5D, 0x2E61, 0x2E74, 0x2E75, 0x2E77, 0x2E78, 0x2E81,
 };
-
 constexpr uint16_t newer_generation[] = {0x7A24, 0x7B24, 0x2E31};
 
 template <size_t Size>
@@ -47,6 +47,9 @@ uint32_t varnok_is_quad_port_zt(varnok_hw_info *hw_info)
     return 1;
 }
 
-bool varnok::is_admitted(uint16_t device_id) { return holds(admitted, device_id); }
+bool varnok::is_admitted(uint16_t device_id)
+{
+    return holds(older_family, device_id) || holds(newer_generation, device_id);
+}
 
 bool varnok::is_newer_generation(uint16_t device_id) { return holds(newer_generation, device_id); }

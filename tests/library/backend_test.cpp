@@ -37,13 +37,7 @@ class DriverTest : public BackEndTest
         return seen_;
     }
 
-    uint32_t discover(uint32_t &counter)
-    {
-        const auto pass = GetParam().native
-                              ? (GetParam().newer ? varnoknt_find_all_instances : varnok_ryxnt_find_all_instances)
-                              : (GetParam().newer ? varnok_find_all_instances_zt : varnok_find_all_instances);
-        return pass(GetParam().driver, &counter);
-    }
+    uint32_t discover(uint32_t &counter) { return GetParam().find(GetParam().driver, &counter); }
 
     static void forget_ports()
     {

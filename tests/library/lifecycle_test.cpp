@@ -158,15 +158,13 @@ TEST_P(OpenTest, OpensAreCounted)
 // The back-ends' own functions, whose callers need not be the exported ones.
 TEST_P(OpenTest, WithoutAPort)
 {
-    const auto open = GetParam().newer ? varnoknt_open_adapter : varnok_ryxnt_open_adapter;
-    const auto close = GetParam().newer ? varnoknt_close_adapter : varnok_ryxnt_close_adapter;
-    const auto ask = GetParam().newer ? varnoknt_get_port_info : varnok_ryxnt_get_port_info;
+    const auto [open, close, ask] = std::tuple(GetParam().open, GetParam().close, GetParam().get_port_info);
     varnok_hw_info hw = {};
     varnok_priv_db pdb = {}, bare = {};
     varnok_drv_port_info info = {};
     pdb.hw_info = &hw;
     uint32_t handle = 7, err = 7, stat = 7;
-    in_silence_and_aloud([&] {
+    in_silence_and_aloud([&, open = open, close = close, ask = ask] {
         EXPECT_EQ(native ? open(nullptr, 1, &handle) : varnok_open_adapter(&pdb, &handle, &err), 1U);
         if (native) {
             EXPECT_EQ(close(nullptr), 1U);

@@ -60,7 +60,7 @@ TEST_P(QueryTest, PhyPort)
     const std::string at_load = pattern(768, 1).replace(716, 4, "\0\xFF\x64\x08", 4);
     const std::string at_query = pattern(768, 2);
     std::string pci = pattern(64, 3);
-    const uint16_t device_id = GetParam().newer ? 0x7A24 : 0x2E35;
+    const uint16_t device_id = GetParam().device_id;
     memcpy(pci.data() + 2, &device_id, 2);
     simulate(R"({"ports":[{"driver":"@"}]})");
     const std::string *info = &at_load;

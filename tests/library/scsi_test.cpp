@@ -143,8 +143,8 @@ TEST_P(ScsiTest, TheWholeRecordComesBack)
     std::string record(native_size + 292, '\0');
     uint32_t status = 1;
     auto *const pdb = varnok_get_pdb_from_user_handle(handle);
-    const auto call = GetParam().newer ? varnoknt_send_scsi_cmd : varnok_ryxnt_send_scsi_cmd;
-    EXPECT_EQ(call(pdb, reinterpret_cast<varnok_drv_scsi_cmd_native *>(record.data()), &status), 0U);
+    auto *const command = reinterpret_cast<varnok_drv_scsi_cmd_native *>(record.data());
+    EXPECT_EQ(GetParam().send_scsi_cmd(pdb, command, &status), 0U);
     EXPECT_EQ(status, 0U);
     EXPECT_TRUE(record == std::string(record.size(), 'R'));
 }
@@ -152,8 +152,7 @@ TEST_P(ScsiTest, TheWholeRecordComesBack)
 TEST_P(ScsiTest, AFailingCommand)
 {
     luns(R"([{"size":"1 MiB"}])");
-    const std::string what =
-        GetParam().newer ? (native ? "cmd callback" : "cmd zt callback") : (native ? "cmd ryx callback" : "cmd ioctl");
+    const std::string what = GetParam().scsi_failed;
     const std::tuple<uint32_t, int, uint32_t> cases[] = {{6, 0, 0x80000006}, {0, EIO, 0x8000000B}, {14, 0, 0x8000000B}};
     for (const auto &[status, err, result] : cases) {
         host->on_answer = [&, status = status, err = err](exchange &e) {

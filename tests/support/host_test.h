@@ -4,6 +4,10 @@
 
 #include "api/varnok_core.h"
 #include "backend/legacy_adapter.h"
+#include "backend/peltl_core.h"
+#include "backend/varnok_core_ioctl.h"
+#include "backend/varnok_ntapi.h"
+#include "backend/varnok_ryx_ntapi.h"
 #include "core/shared_db_file.h"
 #include "core/varnok_instdb.h"
 #include "core/varnok_shared_db.h"
@@ -23,17 +27,27 @@ struct back_end {
     const char *driver;
     bool native;
     bool newer;
+    uint16_t device_id;
     const char *query_prefix; // of the names in its log lines
     const char *query_suffix;
+    const char *scsi_failed; // in the line about a command that fails
+    uint32_t (*find)(const char *driver, uint32_t *counter);
+    // A native one's own functions.
+    uint32_t (*open)(varnok_priv_db *, uint32_t instance, uint32_t *handle) = nullptr;
+    uint32_t (*close)(varnok_priv_db *) = nullptr;
+    uint32_t (*get_port_info)(varnok_priv_db *, varnok_drv_port_info *, uint32_t *stat) = nullptr;
+    uint32_t (*send_scsi_cmd)(varnok_priv_db *, varnok_drv_scsi_cmd_native *, uint32_t *stat) = nullptr;
 
     std::string name(const std::string &operation) const { return query_prefix + operation + query_suffix; }
 };
 
 inline constexpr back_end back_ends[] = {
-    {"rovani", true, false, "varnok_ryxnt_", ""},
-    {"tepli", false, false, "varnok_", ""},
-    {"pelt", true, true, "varnoknt_", ""},
-    {"dxo", false, true, "varnok_", "_zt"},
+    {"rovani", true, false, 0x2E35, "varnok_ryxnt_", "", "cmd ryx callback", varnok_ryxnt_find_all_instances,
+     varnok_ryxnt_open_adapter, varnok_ryxnt_close_adapter, varnok_ryxnt_get_port_info, varnok_ryxnt_send_scsi_cmd},
+    {"tepli", false, false, 0x2E35, "varnok_", "", "cmd ioctl", varnok_find_all_instances},
+    {"pelt", true, true, 0x7A24, "varnoknt_", "", "cmd callback", varnoknt_find_all_instances, varnoknt_open_adapter,
+     varnoknt_close_adapter, varnoknt_get_port_info, varnoknt_send_scsi_cmd},
+    {"dxo", false, true, 0x7A24, "varnok_", "_zt", "cmd zt callback", varnok_find_all_instances_zt},
 };
 
 void PrintTo(const back_end &b, std::ostream *out);

@@ -4,11 +4,10 @@ import json
 
 import jsonschema
 
-from tools_support import FAULT, LAB, SOURCE, ToolCase, main, on_host
+from tools_support import FAULT, LAB, LISTINGS, SOURCE, ToolCase, main, on_host
 
 SCHEMA = json.loads((SOURCE / "varnokctl/schema/varnok-1.json").read_text())
 VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
-LISTINGS = ["ports", "portals", "sessions", "targets", "luns"]
 COMMANDS = [*LISTINGS, "tree", "version"]
 
 

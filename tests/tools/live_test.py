@@ -15,7 +15,8 @@ import time
 import unittest
 
 BIN, LIBRARY = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2]
-DRIVERS = ("rovani", "tepli", "pelt", "dxo")
+HELP = subprocess.run([BIN / "varnok-host", "run", "--help"], check=True, capture_output=True, text=True).stdout
+DRIVERS = re.search("--driver TEXT:{(.*)}", HELP)[1].split(",")
 NAMES = ["iqn.2026-01.com.example:large", "iqn.2026-01.com.example:small"]
 SIZES = {NAMES[0]: [3 << 40, 1 << 30], NAMES[1]: [5 << 20]}
 

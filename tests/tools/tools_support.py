@@ -4,6 +4,7 @@ outputs anew."""
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -12,6 +13,8 @@ import unittest
 SOURCE, BIN = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
 GOLDEN = SOURCE / "tests/tools/golden"
 LAB = SOURCE / "examples/lab.json"
+HELP = subprocess.run([BIN / "varnokctl", "--help"], check=True, capture_output=True, text=True).stdout
+LISTINGS = re.findall("^  ([a-z]+) +List ", HELP, re.M)
 FAULT = {"driver": "dxo", "request": "port_info", "instance": 1, "nth": 2, "times": 0}
 
 

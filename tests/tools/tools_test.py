@@ -6,7 +6,7 @@ import subprocess
 import unicodedata
 import xml.etree.ElementTree
 
-from tools_support import BIN, FAULT, GOLDEN, LAB, SOURCE, ToolCase, main, on_host
+from tools_support import BIN, FAULT, GOLDEN, LAB, LISTINGS, SOURCE, ToolCase, main, on_host
 
 
 def drawn(svg):
@@ -23,10 +23,9 @@ def columns(text):
 
 class ToolsTest(ToolCase):
     def test_outputs(self):
-        for arguments in (["tree"], ["tree", "--ascii", "--port", "2"], ["ports"], ["portals"], ["sessions"],
-                          ["targets"], ["luns"], ["luns", "--bytes", "--port", "0", "--target", "0"],
-                          ["luns", "--bytes", "--port", "3"], ["tree", "--bytes", "--port", "0"],
-                          ["ports", "--details", "--port", "4"]):
+        for arguments in (*([listing] for listing in LISTINGS), ["tree"], ["tree", "--ascii", "--port", "2"],
+                          ["luns", "--bytes", "--port", "0", "--target", "0"], ["luns", "--bytes", "--port", "3"],
+                          ["tree", "--bytes", "--port", "0"], ["ports", "--details", "--port", "4"]):
             with self.subTest(arguments):
                 result = on_host(LAB, *arguments)
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
