@@ -37,7 +37,7 @@ constexpr code_pair port_speeds[] = {{VARNOK_PORT_SPEED_10G, 10000},
                                      {VARNOK_PORT_SPEED_40G, 40000},
                                      {VARNOK_PORT_SPEED_50G, 50000}};
 
-// 0 when the library could not tell either.
+// 0 for a code that is not in the list: the library did not know the driver's number.
 uint32_t driver_code(std::span<const code_pair> codes, uint32_t reported)
 {
     const auto found = std::ranges::find(codes, reported, &code_pair::reported);
@@ -213,9 +213,9 @@ size_t family_of(const VARNOK_PHY_PORT_INFO &info)
     return info.MFWVersion[0] != 0 ? newer : older;
 }
 
-// On a host, a family has one driver: the native one, unless its ports name the other. A port that
-// could not be read is taken for one of the same family as the port before it or, at the start, as
-// the first readable port.
+// On a host, a family has one driver: the native one, unless a port names the other. A port that
+// could not be read is taken to be of the same family as the port before it. If there is none, it
+// is taken to be of the first readable port's family.
 class driver_finder
 {
   public:
@@ -288,7 +288,7 @@ std::string capture_document(const inventory &host, bool ascii)
         object["sessions"] = session_array(port);
         ports.push_back(object);
     }
-    // A host without adapters is one where a driver answers but has no ports.
+    // A driver that answers but has no ports makes a host without adapters.
     if (ports.empty())
         document["drivers"] = {drivers.front()};
     document["ports"] = ports;

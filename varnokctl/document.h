@@ -1,5 +1,5 @@
 // The tool's JSON documents; schema/varnok-1.json describes them. A document is the same in every
-// locale. In ASCII, other characters are escaped.
+// locale. With ascii, other characters are escaped.
 #pragma once
 
 #include "varnokctl/fields.h"

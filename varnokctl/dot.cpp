@@ -31,9 +31,9 @@ constexpr const char *beginning = R"(digraph host {
 )";
 
 constexpr const char *top = "host";
-constexpr const char *long_edge = " [minlen=2]"; // gives it room to go far up and down
+constexpr const char *long_edge = " [minlen=2]"; // room to go far up and down
 
-// Labels are marked up like HTML: without escapes, a name could end its label.
+// Labels are marked up like HTML. Names are escaped, so that none can end its label.
 std::string marked_up(std::string_view text)
 {
     std::string result;

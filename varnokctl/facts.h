@@ -13,7 +13,7 @@ namespace ctl
 // "5 ports", "5 targets", "13 LUNs"
 std::vector<std::string> host_facts(const inventory &host);
 
-// "10.20.0.11:3260": where a target is reached, by its session where that was read.
+// "10.20.0.11:3260": the target's address by its session or, if that was not read, by itself.
 std::string target_address(const port_entry &port, const target_entry &target);
 
 // "LUN 0", "disk", "500.0 GiB" and "MOLVAR HALCYON DISK"; all but the first may be empty.

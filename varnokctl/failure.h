@@ -48,7 +48,7 @@ struct failed_call {
     std::optional<uint32_t> port{};
     std::optional<uint32_t> target{};
     uint32_t status = VARNOK_STATUS_SUCCESS;
-    std::string detail{}; // of wrong usage
+    std::string detail{}; // what is wrong with the command line
 };
 
 // Whether the status says that the call succeeded. If not, the failure is added to the others.

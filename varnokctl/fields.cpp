@@ -15,7 +15,7 @@ namespace
 field_value number(uint64_t value) { return {fmt::to_string(value), value}; }
 field_value large_number(uint64_t value) { return same(fmt::to_string(value)); }
 
-// A capacity of 0 is an unknown one.
+// A capacity of 0 is unknown.
 field_value capacity(uint64_t bytes)
 {
     return {bytes == 0 ? "" : fmt::to_string(bytes), fmt::to_string(bytes)};

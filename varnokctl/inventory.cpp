@@ -13,8 +13,8 @@ namespace
 {
 
 // The library does not tell how many entries of an array it wrote. They are fewer than there is
-// room for when a list became shorter or when an entry failed. So each entry is marked with a value
-// that the library never writes there.
+// room for when a list became shorter or when an entry failed. So each entry starts with a mark, a
+// value that the library never writes there.
 constexpr uint8_t never8 = 0xFF;
 constexpr uint32_t never32 = 0xFFFFFFFF;
 
@@ -76,7 +76,7 @@ class inventory_reader
             return;
         uint32_t count = 0;
         const uint32_t status = VARNOK_GetPortCount(&count);
-        // A load that finds no adapter succeeds, but leaves the library not loaded.
+        // A load that finds no adapter succeeds but leaves nothing loaded. It shows here.
         if (status == VARNOK_STATUS_FAILED)
             return note_missing_port();
         if (!good(call_name::get_port_count, status))
@@ -99,7 +99,7 @@ class inventory_reader
     bool needs(unsigned what) const { return (request_.needs & what) == what; }
     bool wants_target(uint32_t number) const { return request_.target.value_or(number) == number; }
 
-    // Without adapters, no port has the number that was asked for. The library says so, too.
+    // Without adapters there is no such port. Opening it gets the library's own answer.
     void note_missing_port()
     {
         uint32_t handle = 0;

@@ -11,7 +11,7 @@
 namespace ctl
 {
 
-// What a command needs besides the ports themselves. LUNs are listed by their targets.
+// What a command needs besides the ports themselves. LUNs are found by their targets.
 enum need : unsigned {
     need_ports = 0,
     need_portals = 1,
@@ -27,7 +27,7 @@ struct inventory_request {
 };
 
 // Loads the library, reads what is asked for and frees the library again. Calls that fail go to the
-// inventory's failures; what else was read is kept. The line shows how far the reading of LUNs is.
+// inventory's failures; what else was read is kept. The line shows progress while LUNs are read.
 inventory read_host(const inventory_request &request, progress line = progress(stderr));
 
 } // namespace ctl

@@ -28,7 +28,7 @@ wire_lun wire_lun_of(const lun_levels &lun)
 
 bool extended(uint8_t first) { return first >> 6 == 3; }
 
-// A level of two bytes, by any method but the extended one.
+// One level, which is two bytes, by any method but the extended ones.
 std::string level_text(uint8_t first, uint8_t second)
 {
     const unsigned low = first & 0x3FU;
@@ -42,7 +42,7 @@ std::string level_text(uint8_t first, uint8_t second)
     }
 }
 
-// The extended methods take more than one level, or name a unit by its role.
+// An extended address takes more than one level, or names a unit by its role.
 lun_form extended_form(std::span<const uint8_t, 8> lun)
 {
     const size_t length = 2 + 2 * (lun[0] >> 4 & 3U);
@@ -99,7 +99,7 @@ std::optional<uint64_t> parse_number(std::string_view digits, int base)
     return parsed.ec == std::errc() && parsed.ptr == end ? std::optional(value) : std::nullopt;
 }
 
-// Two levels as the records hold them: the first one in the low half.
+// Swaps two levels: the records hold the first one in the low half.
 uint32_t level_pair(uint32_t bytes) { return bytes << 16 | bytes >> 16; }
 
 } // namespace

@@ -1,4 +1,4 @@
-// LUNs: their four levels, and the addressing methods of these.
+// LUNs: their four levels and how these are addressed.
 #pragma once
 
 #include "varnok_mgmt.h"

@@ -11,7 +11,7 @@
 namespace ctl
 {
 
-// A target may count more LUNs, but the library lists no more of them.
+// The library lists no more LUNs of a target, however many the target counts.
 constexpr uint32_t most_listed_luns = 2047;
 
 struct session_entry {

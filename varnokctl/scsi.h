@@ -22,8 +22,7 @@ struct scsi_request {
 
 struct scsi_result {
     bool carried_out = false;
-    // From the device. The library does not tell how much that was: zeros fill the rest of the
-    // room.
+    // From the device. The library does not tell how much came, so zeros may follow it.
     std::vector<uint8_t> data;
     std::vector<uint8_t> sense;
     std::vector<failed_call> failures;

@@ -9,7 +9,7 @@ namespace
 {
 
 constexpr std::string_view gap = "  ";
-constexpr size_t least_width = 8; // no column is cut below it
+constexpr size_t least_width = 8; // columns are not cut to less
 
 const std::string &shown(const std::string &cell)
 {

@@ -18,8 +18,8 @@ struct range {
     char32_t first, last;
 };
 
-// Characters that control a terminal or the order of its text, or that show nothing. The backslash
-// begins an escape.
+// Characters that control a terminal, change the order of its text or show nothing. The backslash
+// is among them because it begins an escape.
 constexpr range unprintable[] = {
     {0x00, 0x1F},     {'\\', '\\'},     {0x7F, 0x9F},     {0xAD, 0xAD},       {0x61C, 0x61C},
     {0x180E, 0x180E}, {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},   {0xD800, 0xDFFF},
@@ -156,7 +156,7 @@ std::string endpoint_text(const ip_endpoint &endpoint)
 std::string size_text(uint64_t bytes)
 {
     constexpr const char *units[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-    constexpr double rounds_up = 1023.95; // one decimal would show 1024.0
+    constexpr double rounds_up = 1023.95; // shows as 1024.0
     if (bytes < 1024)
         return bytes == 0 ? "" : fmt::format("{} B", bytes);
     double size = static_cast<double>(bytes) / 1024;

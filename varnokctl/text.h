@@ -54,7 +54,7 @@ size_t display_width(std::string_view text);
 // The text filled up with spaces at its end or, aligned right, at its start.
 std::string padded(const std::string &text, size_t width, bool right = false);
 
-// The text, with its middle left out where it is too wide: names differ at their ends. Characters
+// The text cut to the width. The middle is left out, because names differ at their end. Characters
 // and escapes stay whole.
 std::string shortened(const std::string &text, size_t width, const output_style &style);
 

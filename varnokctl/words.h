@@ -13,7 +13,7 @@ struct code_word {
     const char *text;
 };
 
-// The code's word, else the other text.
+// The word for the code, or the other text when there is none.
 std::string word_of(std::span<const code_word> words, uint32_t code, const char *otherwise = "");
 
 std::string port_state(uint32_t code);                 // "online"
