@@ -30,13 +30,12 @@ class open_file
     const int fd;
 };
 
-// Calls step(offset, bytes) for what is left until all is moved. A step returns how many bytes it
-// moved.
-template <class Byte, class Step>
-bool move_in_steps(uint64_t offset, std::span<Byte> bytes, Step step)
+// Calls move_some(offset, bytes) until all bytes are moved. It returns how many it moved.
+template <class Byte, class MoveSome>
+bool move_all(uint64_t offset, std::span<Byte> bytes, MoveSome move_some)
 {
     while (!bytes.empty()) {
-        const ssize_t n = step(offset, bytes);
+        const ssize_t n = move_some(offset, bytes);
         if (n <= 0)
             return false;
         bytes = bytes.subspan(static_cast<size_t>(n));
@@ -65,7 +64,7 @@ std::string prepare_file(const std::string &path, uint64_t size)
 bool read_file(const std::string &path, uint64_t offset, std::span<std::byte> into)
 {
     const open_file file(path, O_RDONLY);
-    return file.fd >= 0 && move_in_steps(offset, into, [&](uint64_t at, auto rest) {
+    return file.fd >= 0 && move_all(offset, into, [&](uint64_t at, auto rest) {
                return pread(file.fd, rest.data(), rest.size(), static_cast<off_t>(at));
            });
 }
@@ -73,14 +72,14 @@ bool read_file(const std::string &path, uint64_t offset, std::span<std::byte> in
 bool write_file(const std::string &path, uint64_t offset, std::span<const std::byte> from)
 {
     const open_file file(path, O_WRONLY);
-    return file.fd >= 0 && move_in_steps(offset, from, [&](uint64_t at, auto rest) {
+    return file.fd >= 0 && move_all(offset, from, [&](uint64_t at, auto rest) {
                return pwrite(file.fd, rest.data(), rest.size(), static_cast<off_t>(at));
            });
 }
 
 void sparse_bytes::read(uint64_t offset, std::span<std::byte> into) const
 {
-    move_in_steps(offset, into, [&](uint64_t at, auto rest) {
+    move_all(offset, into, [&](uint64_t at, auto rest) {
         const size_t n = std::min(rest.size(), piece_size - at % piece_size);
         const auto piece = pieces_.find(at / piece_size);
         if (piece == pieces_.end())
@@ -93,7 +92,7 @@ void sparse_bytes::read(uint64_t offset, std::span<std::byte> into) const
 
 void sparse_bytes::write(uint64_t offset, std::span<const std::byte> from)
 {
-    move_in_steps(offset, from, [&](uint64_t at, auto rest) {
+    move_all(offset, from, [&](uint64_t at, auto rest) {
         const size_t n = std::min(rest.size(), piece_size - at % piece_size);
         std::memcpy(pieces_[at / piece_size].data() + at % piece_size, rest.data(), n);
         return static_cast<ssize_t>(n);

@@ -59,7 +59,7 @@ int machine::open_device(driver_id driver)
     std::lock_guard lock(lock_);
     if (!scenario_.of(driver).present)
         return fail(ENOENT);
-    if (const fault *f = next_fault(driver, request::open, std::nullopt))
+    if (const fault *f = next_fault(scenario_.faults, driver, request::open, std::nullopt))
         return fail(f->error.value_or(ENOENT));
     return 0;
 }
@@ -70,7 +70,7 @@ int machine::init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &han
     for (const driver_facts &d : drivers) {
         if (!is_native(d) || !scenario_.of(d.id).present || !is_signature(signature, d.name))
             continue;
-        if (const fault *f = next_fault(d.id, request::init, std::nullopt))
+        if (const fault *f = next_fault(scenario_.faults, d.id, request::init, std::nullopt))
             return fail(f->error.value_or(ENODEV),
                         static_cast<int>(f->status.value_or(UINT32_MAX)));
         handle = first_handle + static_cast<uint64_t>(d.id);
@@ -170,20 +170,6 @@ const port *machine::find_port(const exchange &e) const
     return instance < ports.by_instance.size() ? ports.by_instance[instance] : nullptr;
 }
 
-// Returns the first fault that fires. Every matching fault counts the request.
-const fault *machine::next_fault(driver_id driver, request what, std::optional<uint32_t> instance)
-{
-    const fault *fires = nullptr;
-    for (fault &f : scenario_.faults) {
-        if (f.driver != driver || f.what != what || (f.instance && f.instance != instance))
-            continue;
-        ++f.seen;
-        if (fires == nullptr && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))
-            fires = &f;
-    }
-    return fires;
-}
-
 uint32_t machine::answer(exchange &e)
 {
     const port *p = facts(e.what).whom == asked_of::one_port ? find_port(e) : nullptr;
@@ -191,12 +177,8 @@ uint32_t machine::answer(exchange &e)
     if (p != nullptr)
         instance = p->instance;
 
-    if (const fault *f = next_fault(e.driver, e.what, instance)) {
-        e.transport_errno = f->error.value_or(0);
-        if (f->sense && e.transport_errno == 0)
-            store_sense(e, *f->sense);
-        return f->status.value_or(f->sense ? scenario_.check_condition_status : 0);
-    }
+    if (const fault *f = next_fault(scenario_.faults, e.driver, e.what, instance))
+        return apply_fault(*f, e, scenario_.check_condition_status);
     if (e.what == request::hba_cnt) {
         const driver_ports &ports = scenario_.of(e.driver);
         set_field(e.record, is_native(e.driver) ? static_cast<int32_t>(ports.by_instance.size())

@@ -32,7 +32,6 @@ class machine final : public host
     uint32_t answer(exchange &e);
     uint32_t answer_for_port(exchange &e, const port &p);
     const port *find_port(const exchange &e) const;
-    const fault *next_fault(driver_id driver, request what, std::optional<uint32_t> instance);
 
     scenario scenario_;
     disk_contents disks_;

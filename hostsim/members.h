@@ -1,13 +1,12 @@
-// members.h - reads an object of the scenario by a table of its members. A row has the member's
-// name and its kind: what values it takes, and where they go.
+// members.h - tables of the members of a scenario's objects. A row has the member's name and its
+// kind: what values it takes, and where they go.
 #pragma once
 
-#include "record_fields.h"
 #include "values.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <initializer_list>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <span>
@@ -59,48 +58,26 @@ template <auto Pointer, auto Convert>
 inline constexpr auto made_by =
     [](auto &into, const json &value, const place &at) { into.*Pointer = Convert(value, at); };
 
-template <auto ReadOne>
-inline constexpr auto array_of = [](auto &into, const json &value, const place &at) {
-    each_element(value, at,
-                 [&](const json &element, const place &here) { ReadOne(into, element, here); });
-};
-
-inline constexpr auto ignored = [](auto &, const json &, const place &) {};
-
 // ---- Objects ----------------------------------------------------------------------------------
 
-// An object may give fields of a driver record by their names.
-struct record_members {
-    std::span<const field> fields;
-    settings &given;
-};
-
-inline bool read_field(const record_members &record, std::string_view name, const json &value,
-                       const place &at)
-{
-    const field *const f = find_field(record.fields, name);
-    if (f != nullptr)
-        record.given.push_back({f, to_field(value, at, *f)});
-    return f != nullptr;
-}
+// Takes a member that is not in the table, or returns false.
+using other_members =
+    std::function<bool(std::string_view name, const json &value, const place &at)>;
 
 template <class Object>
 void read_members(Object &into, const json &object, const place &at,
                   std::type_identity_t<std::span<const member<Object>>> members,
-                  std::initializer_list<record_members> records = {})
+                  const other_members &others = nullptr)
 {
-    each_member(object, at, [&](const std::string &name, const json &value, const place &here) {
+    each_member(object, at, [&](std::string_view name, const json &value, const place &here) {
         const auto row = std::ranges::find(members, name, &member<Object>::name);
-        const auto takes = [&](const record_members &r) {
-            return read_field(r, name, value, here);
-        };
         if (row != members.end())
             row->read(into, value, here);
-        else if (std::ranges::none_of(records, takes))
+        else if (others == nullptr || !others(name, value, here))
             here.fail("unknown field");
     });
     for (const member<Object> &row : members)
-        if (row.required && !object.contains(row.name))
+        if (row.required && !has_member(object, row.name))
             at.fail(std::string(row.name) + " is missing");
 }
 

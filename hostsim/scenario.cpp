@@ -1,10 +1,6 @@
 #include "scenario.h"
 
 #include "disk.h"
-#include "members.h"
-#include "requests.h"
-#include "scenario_json.h"
-#include "values.h"
 
 #include <algorithm>
 #include <array>
@@ -17,89 +13,40 @@ namespace hostsim
 namespace
 {
 
-constexpr uint32_t most_copies = 65536; // of one description
-constexpr uint32_t most_ports = 65536;  // a legacy driver takes 16 bits
+constexpr uint32_t most_ports = 65536; // a legacy driver takes 16 bits
 constexpr uint32_t most_sessions = 65536;
 constexpr uint32_t most_luns = 65536; // a disk's identity has 16 bits for them
 constexpr uint32_t first_host_no = 32;
+constexpr uint64_t default_disk_size = 100ull << 30;
 
+// The schema of a captured host's document.
 constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
-
-driver_id to_driver(const json &value, const place &at)
-{
-    return drivers[to_choice(value, at, driver_names)].id;
-}
-
-request to_request(const json &value, const place &at)
-{
-    return requests[to_choice(value, at, request_names)].what;
-}
-
-// Descriptions with what only their reading needs. The folder is the scenario's.
-struct lun_draft : lun_description {
-    uint32_t copies = 1;
-    lun_number first{};
-    std::optional<uint64_t> given_size{};
-    std::optional<std::string> given_file{};
-};
-
-struct session_draft : session_description {
-    const std::string &folder;
-    uint32_t next_lun = 0;
-};
-
-struct port_draft : port_description {
-    const std::string &folder;
-    uint32_t copies = 1;
-    std::optional<uint32_t> host_no{};
-};
 
 // ---- LUNs -------------------------------------------------------------------------------------
 
-constexpr member<lun_draft> lun_members[] = {
-    {"repeat", number<&lun_draft::copies, 1, lun_number_max + 1>},
-    {"lun", made_by<&lun_draft::first, to_lun>},
-    {"size", made_by<&lun_draft::given_size, to_byte_count>},
-    {"block_size", number<&lun_draft::block_size, 1>},
-    {"device_type", number<&lun_draft::device_type>},
-    {"vendor", text<&lun_draft::vendor, 8>},
-    {"product", text<&lun_draft::product, 16>},
-    {"revision", text<&lun_draft::revision, 4>},
-    {"file", text<&lun_draft::given_file>},
-};
-
-void check_lun(lun_draft &d, const place &at, const std::string &folder)
+void check_lun(lun_description &d, const place &at, const std::string &folder)
 {
-    d.size = d.given_size.value_or(is_disk(d) ? 100ull << 30 : 0);
+    d.size = d.given_size.value_or(is_disk(d) ? default_disk_size : 0);
     if (d.size % d.block_size != 0)
         place{&at, "size"}.fail("not a multiple of the block size " + std::to_string(d.block_size));
     if (d.first.raw && d.copies != 1)
         place{&at, "repeat"}.fail("not for a LUN that is given as its bytes");
     if (!d.first.raw && d.first.number + d.copies - 1 > lun_number_max)
         at.fail("its LUNs go beyond " + std::to_string(lun_number_max));
-    if (!d.given_file)
+    if (!d.file)
         return;
-    d.file = std::filesystem::path(folder) / *d.given_file;
-    const std::string error = prepare_file(d.file, d.size);
+    d.file = std::filesystem::path(folder) / *d.file;
+    const std::string error = prepare_file(*d.file, d.size);
     if (!error.empty())
         place{&at, "file"}.fail(error);
 }
 
-void read_lun(session_draft &into, const json &object, const place &at)
+void add_luns(session_description &into, lun_description d)
 {
-    lun_draft d;
-    d.first = {lun_wire(into.next_lun), false, into.next_lun};
-    read_members(d, object, at, lun_members);
-    check_lun(d, at, into.folder);
-
     const auto description = static_cast<uint32_t>(into.lun_descriptions.size());
-    if (d.first.raw) {
-        into.luns.push_back({d.first.wire, description});
-    } else {
-        for (uint32_t k = 0; k < d.copies; ++k)
-            into.luns.push_back({lun_wire(d.first.number + k), description});
-        into.next_lun = d.first.number + d.copies;
-    }
+    into.luns.push_back({d.first.wire, description});
+    for (uint32_t k = 1; k < d.copies; ++k)
+        into.luns.push_back({numbered_lun(d.first.number + k).wire, description});
     into.lun_descriptions.push_back(std::move(d));
 }
 
@@ -110,13 +57,20 @@ void sort_luns(session_description &s)
     std::ranges::sort(s.luns_by_wire, {}, [&](uint32_t k) { return s.luns[k].wire; });
 }
 
-void read_luns(session_draft &into, const json &array, const place &at)
+void read_luns(const json &array, const place &at, const std::string &folder,
+               session_description &into)
 {
+    uint32_t next_number = 0;
     into.luns.clear();
     into.lun_descriptions.clear();
-    into.next_lun = 0;
     each_element(array, at, [&](const json &value, const place &here) {
-        read_lun(into, value, here);
+        lun_description d;
+        d.first = numbered_lun(next_number);
+        read_members(d, value, here, lun_members);
+        check_lun(d, here, folder);
+        if (!d.first.raw)
+            next_number = d.first.number + d.copies;
+        add_luns(into, std::move(d));
         if (into.luns.size() > most_luns)
             at.fail("more than " + std::to_string(most_luns) + " LUNs");
     });
@@ -127,25 +81,41 @@ void read_luns(session_draft &into, const json &array, const place &at)
         at.fail("a LUN is there twice");
 }
 
-// ---- Sessions ---------------------------------------------------------------------------------
-
-void read_target(session_draft &into, const json &object, const place &at)
+// One disk with every default.
+void add_default_lun(session_description &into)
 {
-    read_members(into, object, at, {}, {{target_fields, into.target_settings}});
+    lun_description d;
+    d.size = default_disk_size;
+    add_luns(into, std::move(d));
+    sort_luns(into);
 }
 
-constexpr member<session_draft> session_members[] = {
-    {"repeat", number<&session_draft::copies, 1, most_copies>},
-    {"luns", read_luns},
-    {"target", read_target},
-};
+// ---- Sessions ---------------------------------------------------------------------------------
 
-void read_session(port_draft &into, const json &object, const place &at)
+void read_target(const json &object, const place &at, session_description &into)
 {
-    session_draft s{{}, into.folder};
+    each_member(object, at, [&](std::string_view name, const json &value, const place &here) {
+        if (!read_field(target_fields, into.target_settings, name, value, here))
+            here.fail("unknown field");
+    });
+}
+
+void read_session(const json &object, const place &at, const std::string &folder,
+                  port_description &into)
+{
+    session_description s;
     s.first = into.session_count;
-    read_luns(s, json::array({json::object()}), at);
-    read_members(s, object, at, session_members, {{session_fields, s.session_settings}});
+    add_default_lun(s);
+    read_members(s, object, at, session_members,
+                 [&](std::string_view name, const json &value, const place &here) {
+                     if (name == "luns")
+                         read_luns(value, here, folder, s);
+                     else if (name == "target")
+                         read_target(value, here, s);
+                     else
+                         return read_field(session_fields, s.session_settings, name, value, here);
+                     return true;
+                 });
 
     into.session_count += s.copies;
     if (into.session_count > most_sessions)
@@ -155,32 +125,20 @@ void read_session(port_draft &into, const json &object, const place &at)
 
 // ---- Ports ------------------------------------------------------------------------------------
 
-constexpr member<port_draft> port_members[] = {
-    {"driver", made_by<&port_draft::driver, to_driver>, required},
-    {"repeat", number<&port_draft::copies, 1, most_copies>},
-    {"host_no", number<&port_draft::host_no>},
-    {"absent", made_by<&port_draft::absent, to_bool>},
-    {"portal", made_by<&port_draft::portal, to_portal>},
-    {"sessions", array_of<read_session>},
-};
-
 // Adds the copies of a port, each with its own identity.
-void add_ports(scenario &s, const place &at, port_draft draft)
+void add_ports(scenario &s, const place &at, port_description &described)
 {
-    const uint32_t copies = draft.copies;
-    const std::optional<uint32_t> host_no = draft.host_no;
-    port_description &described = s.descriptions.emplace_back(std::move(draft));
     driver_ports &same = s.of(described.driver);
     same.present = true;
 
-    for (uint32_t k = 0; k < copies; ++k) {
+    for (uint32_t k = 0; k < described.copies; ++k) {
         if (s.ports.size() == most_ports)
             at.fail("more than " + std::to_string(most_ports) + " ports");
         port p{};
         p.described = &described;
         p.index = static_cast<uint32_t>(s.ports.size());
         p.instance = static_cast<uint32_t>(same.by_instance.size());
-        p.host_no = host_no ? *host_no + k : first_host_no + p.index;
+        p.host_no = described.host_no ? *described.host_no + k : first_host_no + p.index;
         if (!s.ports.empty()) {
             const port &last = s.ports.back();
             p.first_target = last.first_target + last.described->session_count;
@@ -196,46 +154,47 @@ void add_ports(scenario &s, const place &at, port_draft draft)
     }
 }
 
-void read_port(scenario &into, const json &object, const place &at)
+void read_port(const json &object, const place &at, const std::string &folder, scenario &into)
 {
-    port_draft p{{}, into.folder};
+    port_description &p = into.descriptions.emplace_back();
     read_members(p, object, at, port_members,
-                 {{pci_fields, p.pci_settings}, {port_fields, p.port_settings}});
+                 [&](std::string_view name, const json &value, const place &here) {
+                     if (name != "sessions")
+                         return read_field(pci_fields, p.pci_settings, name, value, here) ||
+                                read_field(port_fields, p.port_settings, name, value, here);
+                     each_element(value, here, [&](const json &session, const place &there) {
+                         read_session(session, there, folder, p);
+                     });
+                     return true;
+                 });
     if (!p.portal.empty() && (p.copies != 1 || !p.sessions.empty()))
         place{&at, "portal"}.fail("its targets are the only sessions of one port");
-    add_ports(into, at, std::move(p));
+    add_ports(into, at, p);
 }
 
-// ---- Faults -----------------------------------------------------------------------------------
+// ---- The whole --------------------------------------------------------------------------------
 
-constexpr member<fault> fault_members[] = {
-    {"driver", made_by<&fault::driver, to_driver>, required},
-    {"request", made_by<&fault::what, to_request>, required},
-    {"instance", number<&fault::instance>},
-    {"nth", number<&fault::nth, 1>},
-    {"times", number<&fault::times>},
-    {"status", number<&fault::status, 1>},
-    {"errno", made_by<&fault::error, to_error_number>},
-    {"sense", made_by<&fault::sense, to_sense>},
-};
-
-void read_fault(scenario &into, const json &object, const place &at)
+void read_top_member(std::string_view name, const json &value, const place &at,
+                     const std::string &folder, scenario &into)
 {
-    fault f;
-    read_members(f, object, at, fault_members);
-
-    const asked_of whom = facts(f.what).whom;
-    if (whom == (is_native(f.driver) ? asked_of::legacy_driver : asked_of::native_driver))
-        place{&at, "request"}.fail("not made to this driver");
-    if (f.instance && whom != asked_of::one_port)
-        place{&at, "instance"}.fail("the request is not made to a port");
-    if (f.sense && f.what != request::scsi_cmd)
-        place{&at, "sense"}.fail("only for scsi_cmd");
-    if (f.status && f.what == request::open)
-        place{&at, "status"}.fail("not for open");
-    if (!f.status && !f.error && !f.sense && f.what != request::open)
-        at.fail("nothing fails: status, errno or sense is missing");
-    into.faults.push_back(f);
+    if (name == "host")
+        read_members(into, value, at, host_members);
+    else if (name == "drivers")
+        each_element(value, at, [&](const json &driver, const place &here) {
+            into.of(to_driver(driver, here)).present = true;
+        });
+    else if (name == "ports")
+        each_element(value, at, [&](const json &object, const place &here) {
+            read_port(object, here, folder, into);
+        });
+    else if (name == "faults")
+        each_element(value, at, [&](const json &object, const place &here) {
+            into.faults.push_back(read_fault(object, here));
+        });
+    else if (name == "schema")
+        to_choice(value, at, capture_schemas);
+    else if (name != "command" && name != "complete" && name != "failures") // of a captured host
+        at.fail("unknown field");
 }
 
 // The ports may follow the faults, so this check comes last.
@@ -248,41 +207,6 @@ void check_fault_instances(const scenario &s)
             place{&at, "instance"}.fail("the driver has no such port");
     }
 }
-
-// ---- The whole --------------------------------------------------------------------------------
-
-constexpr member<scenario> host_members[] = {
-    {"sysname", text<&scenario::sysname, 64>},
-    {"euid", number<&scenario::euid>},
-    {"check_condition_status", number<&scenario::check_condition_status>},
-};
-
-void read_host(scenario &into, const json &object, const place &at)
-{
-    read_members(into, object, at, host_members);
-}
-
-void read_present_driver(scenario &into, const json &value, const place &at)
-{
-    into.of(to_driver(value, at)).present = true;
-}
-
-void check_schema(scenario &, const json &value, const place &at)
-{
-    to_choice(value, at, capture_schemas);
-}
-
-// The last four are in the document of a captured host.
-constexpr member<scenario> scenario_members[] = {
-    {"host", read_host},
-    {"drivers", array_of<read_present_driver>},
-    {"ports", array_of<read_port>},
-    {"faults", array_of<read_fault>},
-    {"schema", check_schema},
-    {"command", ignored},
-    {"complete", ignored},
-    {"failures", ignored},
-};
 
 } // namespace
 
@@ -299,8 +223,12 @@ const session_description *port_description::find_session(uint32_t number) const
 scenario read_scenario(std::string_view text, const std::string &base)
 {
     scenario s;
-    s.folder = base;
-    read_members(s, parse_document(text), place{}, scenario_members);
+    parse_document(text, [&](const json &document) {
+        each_member(document, place{},
+                    [&](std::string_view name, const json &value, const place &at) {
+                        read_top_member(name, value, at, base, s);
+                    });
+    });
     check_fault_instances(s);
     return s;
 }

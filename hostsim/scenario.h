@@ -3,8 +3,11 @@
 #pragma once
 
 #include "drivers.h"
+#include "faults.h"
 #include "hostsim.h"
+#include "members.h"
 #include "record_fields.h"
+#include "values.h"
 
 #include <array>
 #include <cstdint>
@@ -21,20 +24,37 @@ namespace hostsim
 
 class real_target;
 
+inline constexpr uint32_t most_copies = 65536; // of one description
+
 struct lun_description {
+    uint32_t copies = 1;
+    lun_number first; // its first copy's
+    std::optional<uint64_t> given_size;
     uint64_t size = 0; // 0: no medium
     uint32_t block_size = 512;
     uint8_t device_type = 0;
     std::string vendor = "MOLVAR";
     std::string product = "HALCYON LUN";
     std::string revision = "1.00";
-    std::string file; // empty: the contents are in memory
+    std::optional<std::string> file; // none: the contents are in memory
+};
+
+inline constexpr member<lun_description> lun_members[] = {
+    {"repeat", number<&lun_description::copies, 1, lun_number_max + 1>},
+    {"lun", made_by<&lun_description::first, to_lun>},
+    {"size", made_by<&lun_description::given_size, to_byte_count>},
+    {"block_size", number<&lun_description::block_size, 1>},
+    {"device_type", number<&lun_description::device_type>},
+    {"vendor", text<&lun_description::vendor, 8>},
+    {"product", text<&lun_description::product, 16>},
+    {"revision", text<&lun_description::revision, 4>},
+    {"file", text<&lun_description::file>},
 };
 
 inline bool is_disk(const lun_description &lun) { return lun.device_type == 0; }
 
 struct lun_entry {
-    uint64_t wire; // the eight bytes of the LUN as a big-endian number
+    uint64_t wire; // as in lun_number
     uint32_t description;
 };
 
@@ -49,8 +69,14 @@ struct session_description {
     std::shared_ptr<real_target> real;  // null, or answers instead of the LUNs
 };
 
+inline constexpr member<session_description> session_members[] = {
+    {"repeat", number<&session_description::copies, 1, most_copies>},
+};
+
 struct port_description {
     driver_id driver{};
+    uint32_t copies = 1;
+    std::optional<uint32_t> host_no; // its first copy's
     bool absent = false;
     settings pci_settings;
     settings port_settings;
@@ -62,6 +88,14 @@ struct port_description {
     const session_description *find_session(uint32_t number) const; // null: no such session
 };
 
+inline constexpr member<port_description> port_members[] = {
+    {"driver", made_by<&port_description::driver, to_driver>, required},
+    {"repeat", number<&port_description::copies, 1, most_copies>},
+    {"host_no", number<&port_description::host_no>},
+    {"absent", made_by<&port_description::absent, to_bool>},
+    {"portal", made_by<&port_description::portal, to_portal>},
+};
+
 struct port {
     port_description *described;
     uint32_t index;    // among all ports
@@ -69,24 +103,6 @@ struct port {
     uint32_t board;    // two ports of a driver make a board
     uint32_t host_no;
     uint64_t first_target; // among the targets of the whole host
-};
-
-struct sense_code {
-    uint8_t key = 0;
-    uint8_t asc = 0;
-    uint8_t ascq = 0;
-};
-
-struct fault {
-    driver_id driver{};
-    request what{};
-    std::optional<uint32_t> instance;
-    uint32_t nth = 1;
-    uint32_t times = 1; // 0: for ever
-    std::optional<uint32_t> status;
-    std::optional<int> error;
-    std::optional<sense_code> sense;
-    uint64_t seen = 0; // matching requests so far
 };
 
 struct driver_ports {
@@ -97,7 +113,6 @@ struct driver_ports {
 };
 
 struct scenario {
-    std::string folder; // relative file names start from there
     std::string sysname = "VMkernel";
     uint32_t euid = 0;
     uint32_t check_condition_status = 0;
@@ -111,7 +126,13 @@ struct scenario {
     const driver_ports &of(driver_id d) const { return by_driver[static_cast<size_t>(d)]; }
 };
 
-// Throws scenario_error.
+inline constexpr member<scenario> host_members[] = {
+    {"sysname", text<&scenario::sysname, 64>},
+    {"euid", number<&scenario::euid>},
+    {"check_condition_status", number<&scenario::check_condition_status>},
+};
+
+// Throws scenario_error. Relative file names start from the folder base.
 scenario read_scenario(std::string_view text, const std::string &base);
 
 } // namespace hostsim

@@ -2,7 +2,7 @@
 
 #include "hostsim.h"
 
-#include <functional>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
@@ -61,16 +61,18 @@ class repeated_key_finder
 
 } // namespace
 
-json parse_document(std::string_view text)
+void parse_document(std::string_view text, const std::function<void(const json &)> &take)
 {
-    repeated_key_finder finder;
+    json document;
     try {
-        return json::parse(text, std::ref(finder), true, true);
+        repeated_key_finder finder;
+        document = json::parse(text, std::ref(finder), true, true);
     } catch (const json::exception &e) {
         std::string what = e.what(); // begins with the exception's name in brackets
         size_t name_end = what.find("] ");
         throw scenario_error(name_end == std::string::npos ? what : what.substr(name_end + 2));
     }
+    take(document);
 }
 
 } // namespace hostsim

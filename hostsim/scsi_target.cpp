@@ -163,16 +163,16 @@ scsi_result move_blocks(const call &c, uint64_t lba, uint64_t blocks, bool write
     const uint64_t offset = lba * c.lun->block_size;
     const uint64_t room = write ? c.command.out.size() : c.command.in.size();
     const auto n = static_cast<size_t>(std::min(blocks * c.lun->block_size, room));
-    const std::string &file = c.lun->file;
+    const std::optional<std::string> &file = c.lun->file;
     bool done = true;
-    if (write && file.empty())
+    if (write && !file)
         c.contents[c.identity].write(offset, c.command.out.first(n));
     else if (write)
-        done = write_file(file, offset, c.command.out.first(n));
-    else if (file.empty())
+        done = write_file(*file, offset, c.command.out.first(n));
+    else if (!file)
         c.contents[c.identity].read(offset, c.command.in.first(n));
     else
-        done = read_file(file, offset, c.command.in.first(n));
+        done = read_file(*file, offset, c.command.in.first(n));
 
     if (!done)
         return check(write ? medium_write_error : medium_read_error);

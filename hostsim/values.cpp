@@ -1,11 +1,13 @@
 #include "values.h"
 
 #include "initiator.h"
+#include "requests.h"
 
 #include <arpa/inet.h>
 #include <array>
 #include <charconv>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 namespace hostsim
 {
@@ -73,6 +75,24 @@ void place::fail(const std::string &what) const
     throw scenario_error(where.empty() ? what : where + ": " + what);
 }
 
+void each_member(const json &object, const place &at, const take_member &take)
+{
+    if (!object.is_object())
+        at.fail("not an object");
+    for (const auto &[name, value] : object.items())
+        take(name, value, place{&at, name});
+}
+
+void each_element(const json &array, const place &at, const take_element &take)
+{
+    if (!array.is_array())
+        at.fail("not an array");
+    for (size_t i = 0; i < array.size(); ++i)
+        take(array[i], place{at.up, at.key, i});
+}
+
+bool has_member(const json &object, std::string_view name) { return object.contains(name); }
+
 uint64_t to_number(const json &value, const place &at, uint64_t min, uint64_t max)
 {
     std::optional<uint64_t> n;
@@ -116,6 +136,16 @@ size_t to_choice(const json &value, const place &at, std::span<const std::string
         list += (i == 0 ? "" : ", ") + std::string(choices[i]);
     }
     at.fail("not one of " + list);
+}
+
+driver_id to_driver(const json &value, const place &at)
+{
+    return drivers[to_choice(value, at, driver_names)].id;
+}
+
+request to_request(const json &value, const place &at)
+{
+    return requests[to_choice(value, at, request_names)].what;
 }
 
 uint64_t to_byte_count(const json &value, const place &at)
@@ -215,10 +245,19 @@ std::string to_field(const json &value, const place &at, const field &where)
     return bytes;
 }
 
-uint64_t lun_wire(uint32_t number)
+bool read_field(std::span<const field> fields, settings &into, std::string_view name,
+                const json &value, const place &at)
 {
-    constexpr uint32_t flat = 0x4000, peripheral_max = 255;
-    return static_cast<uint64_t>(number > peripheral_max ? flat | number : number) << 48;
+    const field *const f = find_field(fields, name);
+    if (f != nullptr)
+        into.push_back({f, to_field(value, at, *f)});
+    return f != nullptr;
+}
+
+lun_number numbered_lun(uint32_t number)
+{
+    constexpr uint64_t flat = 0x4000, peripheral_max = 255;
+    return {(number > peripheral_max ? flat | number : number) << 48, false, number};
 }
 
 lun_number to_lun(const json &value, const place &at)
@@ -230,8 +269,7 @@ lun_number to_lun(const json &value, const place &at)
     }
     if (!value.is_number_unsigned() || value.get<uint64_t>() > lun_number_max)
         at.fail("not a LUN: 0 to 16383, or \"0x\" and its 16 hexadecimal digits");
-    auto number = value.get<uint32_t>();
-    return {lun_wire(number), false, number};
+    return numbered_lun(value.get<uint32_t>());
 }
 
 } // namespace hostsim

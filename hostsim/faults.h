@@ -1,0 +1,46 @@
+// faults.h - requests that fail because the scenario says so.
+#pragma once
+
+#include "hostsim.h"
+#include "members.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace hostsim
+{
+
+struct fault {
+    driver_id driver{};
+    request what{};
+    std::optional<uint32_t> instance;
+    uint32_t nth = 1;
+    uint32_t times = 1; // 0: for ever
+    std::optional<uint32_t> status;
+    std::optional<int> error;
+    std::optional<sense_code> sense;
+    uint64_t seen = 0; // matching requests so far
+};
+
+inline constexpr member<fault> fault_members[] = {
+    {"driver", made_by<&fault::driver, to_driver>, required},
+    {"request", made_by<&fault::what, to_request>, required},
+    {"instance", number<&fault::instance>},
+    {"nth", number<&fault::nth, 1>},
+    {"times", number<&fault::times>},
+    {"status", number<&fault::status, 1>},
+    {"errno", made_by<&fault::error, to_error_number>},
+    {"sense", made_by<&fault::sense, to_sense>},
+};
+
+fault read_fault(const json &object, const place &at);
+
+// Returns the first fault that fires, or null. Every matching fault counts the request.
+const fault *next_fault(std::vector<fault> &faults, driver_id driver, request what,
+                        std::optional<uint32_t> instance);
+
+// Makes a request with a record fail. Returns the driver's status.
+uint32_t apply_fault(const fault &f, exchange &e, uint32_t check_condition_status);
+
+} // namespace hostsim
