@@ -226,25 +226,6 @@ int remove(const char *path) noexcept
     return unlink(strcmp(path, shared_name) == 0 ? shared_file().c_str() : path);
 }
 
-int ioctl(int, unsigned long code, ...) noexcept
-{
-    va_list rest;
-    va_start(rest, code);
-    const auto *const header = va_arg(rest, const varnok_drv_ioctl *);
-    va_end(rest);
-    answer_ioctl(code & 0xFF, *header);
-    return 0;
-}
-
-int uname(utsname *name) noexcept
-{
-    const auto result = static_cast<int>(syscall(SYS_uname, name));
-    memcpy(name->sysname, "VMkernel", sizeof "VMkernel");
-    return result;
-}
-
-uid_t geteuid(void) noexcept { return 0; }
-
 FILE *popen(const char *command, const char *mode)
 {
     static char one_user[] = "2\n";
@@ -257,21 +238,37 @@ int pclose(FILE *stream)
     static auto *const real = reinterpret_cast<decltype(&pclose)>(dlsym(RTLD_NEXT, "pclose"));
     return real_count ? real(stream) : fclose(stream);
 }
+}
 
-int vmk_MgmtUserInit(vmk_MgmtApiSignature *signature, vmk_uint64, vmk_MgmtUserHandle *handle)
+namespace answers
+{
+
+int ioctl(int, unsigned long code, const void *header)
+{
+    answer_ioctl(code & 0xFF, *static_cast<const varnok_drv_ioctl *>(header));
+    return 0;
+}
+
+int uname(utsname *name)
+{
+    const auto result = static_cast<int>(syscall(SYS_uname, name));
+    memcpy(name->sysname, "VMkernel", sizeof "VMkernel");
+    return result;
+}
+
+uid_t geteuid() { return 0; }
+
+int mgmt_init(const vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle)
 {
     *handle = 1;
     return shown.which->native && strcmp(signature->name.string, shown.which->name) == 0 ? 0 : -1;
 }
 
-int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle, vmk_uint64, vmk_uint64 id, vmk_uint32 count,
-                                  ...)
+int mgmt_invoke(vmk_MgmtUserHandle, vmk_uint64, vmk_uint64 id, vmk_uint32, void *envelope)
 {
-    va_list rest;
-    va_start(rest, count);
-    void *const envelope = va_arg(rest, void *);
-    va_end(rest);
     answer_callback(id, envelope);
     return 0;
 }
-}
+
+} // namespace answers
+#include "interposed_calls.h"

@@ -174,24 +174,7 @@ int semctl(int id, int, int command, ...) noexcept
 {
     return command == GETVAL ? semaphore_values[id] : 0;
 }
-
-int ioctl(int fd, unsigned long request, ...) noexcept
-{
-    FROM_REST(request, void *const argument = va_arg(rest, void *));
-    return hostsim::calls::ioctl(fd, request, argument);
-}
-int uname(utsname *name) noexcept { return hostsim::calls::uname(name); }
-uid_t geteuid() noexcept { return hostsim::calls::geteuid(); }
-
-int vmk_MgmtUserInit(vmk_MgmtApiSignature *signature, vmk_uint64, vmk_MgmtUserHandle *handle)
-{
-    return hostsim::calls::mgmt_init(signature, handle);
 }
 
-int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance, vmk_uint64 id,
-                                  vmk_uint32 count, ...)
-{
-    FROM_REST(count, void *const envelope = va_arg(rest, void *));
-    return hostsim::calls::mgmt_invoke(handle, instance, id, count, envelope);
-}
-}
+namespace answers = hostsim::calls;
+#include "interposed_calls.h"
