@@ -27,10 +27,11 @@ std::string scenario_of(uint8_t drivers)
 {
     std::string ports;
     for (size_t i = 0; i < hostsim::driver_names.size(); ++i) {
-        const std::string name(hostsim::driver_names[i]);
-        if ((drivers >> i & 1) != 0)
-            ports += (ports.empty() ? "" : ",") + (R"({"driver":")" + name) + R"("},{"driver":")" +
-                     name + R"(","sessions":)" + sessions + "}";
+        if ((drivers >> i & 1) == 0)
+            continue;
+        const std::string port = R"({"driver":")" + std::string(hostsim::driver_names[i]) + '"';
+        ports.append(ports.empty() ? "" : ",").append(port).append("},");
+        ports.append(port).append(R"(,"sessions":)").append(sessions).append("}");
     }
     return R"({"ports":[)" + ports + "]}";
 }
