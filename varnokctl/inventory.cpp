@@ -35,7 +35,7 @@ template <class Record>
 Record blank()
 {
     Record record{};
-    record.Version = VARNOK_RECORD_VERSION_2;
+    record.Version = VARNOK_LUN_INFO_VERSION; // the other records ignore it
     mark(record);
     return record;
 }
@@ -146,7 +146,7 @@ class inventory_reader
     bool read_info(port_entry &port, uint32_t handle)
     {
         VARNOK_PHY_PORT_INFO info{};
-        info.Version = VARNOK_RECORD_VERSION_2;
+        info.Version = VARNOK_PHY_PORT_INFO_VERSION;
         const uint32_t status = VARNOK_GetPhyPortInfo(handle, &info);
         if (!good(call_name::get_phy_port_info, status, port.instance))
             return false;

@@ -25,13 +25,13 @@ inline constexpr record_form forms[] = {{any_version, sizeof(Record)}};
 
 template <>
 inline constexpr record_form forms<VARNOK_PHY_PORT_INFO>[] = {
-    {VARNOK_RECORD_VERSION_2, sizeof(VARNOK_PHY_PORT_INFO)},
+    {VARNOK_PHY_PORT_INFO_VERSION, sizeof(VARNOK_PHY_PORT_INFO)},
     {any_version, offsetof(VARNOK_PHY_PORT_INFO, PCIESpeed)},
 };
 
 template <>
 inline constexpr record_form forms<VARNOK_LUN_INFO>[] = {
-    {VARNOK_RECORD_VERSION_2, sizeof(VARNOK_LUN_INFO)},
+    {VARNOK_LUN_INFO_VERSION, sizeof(VARNOK_LUN_INFO)},
     {any_version, VARNOK_LUN_INFO_SIZE_1},
 };
 

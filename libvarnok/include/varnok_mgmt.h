@@ -97,6 +97,10 @@ extern "C" {
  * The other records have one form, and their Version is ignored. */
 #define VARNOK_RECORD_VERSION_2 2u
 
+/* The Version for the whole record, as this header declares it. */
+#define VARNOK_PHY_PORT_INFO_VERSION VARNOK_RECORD_VERSION_2
+#define VARNOK_LUN_INFO_VERSION VARNOK_RECORD_VERSION_2
+
 /* ---- Codes --------------------------------------------------------------------------------- */
 
 /* PCIESpeed. 0 stands for any other speed, or for none reported. */

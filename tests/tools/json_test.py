@@ -40,7 +40,7 @@ class JsonTest(ToolCase):
             self.assertFalse(VALIDATOR.is_valid(document), command)
 
     def test_documents_hold_the_lab(self):
-        self.compare("tree_port_2.json", on_host(LAB, "tree", "--port", "2", "--json").stdout)
+        self.compare("luns_port_2.json", on_host(LAB, "luns", "--port", "2", "--json").stdout)
         tree = self.document(LAB, "tree")
         targets = [target for port in tree["ports"] for target in port["targets"]]
         inside = {"ports": tree["ports"], "portals": [port["portal"] for port in tree["ports"]], "targets": targets,
