@@ -144,15 +144,47 @@ TEST_P(DriverTest, DiscoveryKeepsDropsAndSkips)
     }
 }
 
-// Every byte of both records, from drivers whose every byte is known. A legacy driver that fills the port data and then
-// fails the request leaves none of it; a native one is skipped.
+// What discovery makes of drivers' records whose every byte is known. To, from, size, size of the source.
+std::string port_from(const std::string &info, varnok_hw_info *hw_info)
+{
+    using db = varnok_priv_db;
+    db port = {};
+    port.host_no = 77;
+    port.hw_info = hw_info;
+    return moved(bytes_of(port), info,
+                 {{offsetof(db, iqn), 369, 264},
+                  {offsetof(db, ipv4addr), 634, 64},
+                  {offsetof(db, vlan_id), 712, 2},
+                  {offsetof(db, state), 698, 4, 2},
+                  {offsetof(db, port_sup_speed), 700, 4, 2},
+                  {offsetof(db, port_speed), 702, 4, 2},
+                  {offsetof(db, session_cnt), 704, 8},
+                  {offsetof(db, hba_name), 720, 32}});
+}
+
+std::string function_from(const back_end &b, const std::string &pci, const std::string &info)
+{
+    using hwi = varnok_hw_info;
+    hwi hw = {};
+    hw.driver_loaded = 1;
+    hw.native_driver = b.native;
+    hw.phy_port_number = static_cast<uint8_t>(b.newer ? (pci[14] & 3) + 1 : pci[18]);
+    if (!b.native)
+        snprintf(reinterpret_cast<char *>(hw.phys_path), 256, "/dev/char/vmkdriver/%s", b.driver);
+    const std::string with_pci =
+        moved(bytes_of(hw), pci, {{offsetof(hwi, vendor_id), 0, 18}, {offsetof(hwi, pcie_speed), 20, 12}});
+    return moved(with_pci, info,
+                 {{offsetof(hwi, manufacturer), 0, 336},
+                  {offsetof(hwi, fw_version), 337, 32},
+                  {offsetof(hwi, mfw_version), 716, 4}});
+}
+
+// A legacy driver that fills the port data and then fails the request leaves none of it; a native one is skipped.
 TEST_P(DriverTest, RecordsAreTakenOver)
 {
     const std::string info = pattern(768, 1);
-    std::string pci = pattern(64, 2);
     const uint16_t ids[] = {0x1E2B, 0x7A24, 0x1E2B, 0x0136};
-    pci.replace(0, sizeof ids, bytes_of(ids));
-    const uint8_t phy_port = static_cast<uint8_t>(GetParam().newer ? (pci[14] & 3) + 1 : pci[18]);
+    const std::string pci = pattern(64, 2).replace(0, sizeof ids, bytes_of(ids));
     simulate(R"({"ports":[{"driver":"@","host_no":77},{"driver":"@"}]})");
     for (const uint32_t status : {0U, 5U}) {
         host->on_answer = [&](exchange &e) {
@@ -166,32 +198,8 @@ TEST_P(DriverTest, RecordsAreTakenOver)
         ASSERT_EQ(counter, status != 0 && GetParam().native ? 0U : 2U);
         if (const varnok_priv_db *const pdb = varnok_get_pdb_from_user_instance(0)) {
             const std::string given = status == 0 ? info : std::string(768, '\0');
-            using db = varnok_priv_db;
-            varnok_priv_db port = {};
-            port.host_no = 77;
-            port.hw_info = pdb->hw_info;
-            EXPECT_EQ(bytes_of(*pdb), moved(bytes_of(port), given,
-                                            {{offsetof(db, iqn), 369, 264},
-                                             {offsetof(db, ipv4addr), 634, 64},
-                                             {offsetof(db, vlan_id), 712, 2},
-                                             {offsetof(db, state), 698, 4, 2},
-                                             {offsetof(db, port_sup_speed), 700, 4, 2},
-                                             {offsetof(db, port_speed), 702, 4, 2},
-                                             {offsetof(db, session_cnt), 704, 8},
-                                             {offsetof(db, hba_name), 720, 32}}));
-            using hwi = varnok_hw_info;
-            varnok_hw_info hw = {};
-            hw.driver_loaded = 1;
-            hw.native_driver = GetParam().native;
-            hw.phy_port_number = phy_port;
-            if (!GetParam().native)
-                snprintf(reinterpret_cast<char *>(hw.phys_path), 256, "/dev/char/vmkdriver/%s", GetParam().driver);
-            const std::string with_pci =
-                moved(bytes_of(hw), pci, {{offsetof(hwi, vendor_id), 0, 18}, {offsetof(hwi, pcie_speed), 20, 12}});
-            EXPECT_EQ(bytes_of(*pdb->hw_info), moved(with_pci, given,
-                                                     {{offsetof(hwi, manufacturer), 0, 336},
-                                                      {offsetof(hwi, fw_version), 337, 32},
-                                                      {offsetof(hwi, mfw_version), 716, 4}}));
+            EXPECT_EQ(bytes_of(*pdb), port_from(given, pdb->hw_info));
+            EXPECT_EQ(bytes_of(*pdb->hw_info), function_from(GetParam(), pci, given));
         }
         forget_ports();
     }

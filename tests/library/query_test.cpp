@@ -55,37 +55,39 @@ struct {
 };
 
 // The load's record is one pattern, the query's another: every byte tells where it came from.
-TEST_P(QueryTest, PhyPort)
-{
+struct PhyPortTest : QueryTest {
     const std::string at_load = pattern(768, 1).replace(716, 4, "\0\xFF\x64\x08", 4);
     const std::string at_query = pattern(768, 2);
     std::string pci = pattern(64, 3);
-    const uint16_t device_id = GetParam().device_id;
-    memcpy(pci.data() + 2, &device_id, 2);
-    simulate(R"({"ports":[{"driver":"@"}]})");
     const std::string *info = &at_load;
-    host->on_answer = [&](exchange &e) {
-        if (e.what == request::port_info)
-            memcpy(e.record.data(), info->data(), info->size());
-        if (e.what == request::pci_info)
-            memcpy(e.record.data(), pci.data(), pci.size());
-    };
-    const uint32_t handle = load_and_open();
-    varnok_priv_db *const pdb = varnok_get_pdb_from_user_handle(handle);
-    const std::string image = bytes_of(*pdb);
-    info = &at_query;
+    uint32_t handle = 0;
+
+    varnok_priv_db *load()
+    {
+        const uint16_t device_id = GetParam().device_id;
+        memcpy(pci.data() + 2, &device_id, 2);
+        simulate(R"({"ports":[{"driver":"@"}]})");
+        host->on_answer = [this](exchange &e) {
+            if (e.what == request::port_info)
+                memcpy(e.record.data(), info->data(), info->size());
+            if (e.what == request::pci_info)
+                memcpy(e.record.data(), pci.data(), pci.size());
+        };
+        handle = load_and_open();
+        info = &at_query;
+        return varnok_get_pdb_from_user_handle(handle);
+    }
+};
+OVER_ALL_BACK_ENDS(PhyPortTest);
+
+TEST_P(PhyPortTest, TheCallersRecord)
+{
+    const uint8_t phy_port = load()->hw_info->phy_port_number;
     for (const uint32_t version : {2U, 1U}) {
         auto port = marked<VARNOK_PHY_PORT_INFO>(version);
-        const uint8_t phy_port = pdb->hw_info->phy_port_number;
+        // To, from, size.
         std::string expected = moved(bytes_of(port), at_load,
-                                     {{4, 64, 32},
-                                      {36, 96, 128},
-                                      {164, 256, 32},
-                                      {196, 288, 32},
-                                      {228, 320, 16},
-                                      {245, 224, 32},
-                                      {277, 337, 32},
-                                      {309, 625, 6}});
+                                     {{4, 64, 160}, {164, 256, 80}, {245, 224, 32}, {277, 337, 32}, {309, 625, 6}});
         expected[244] = 1;
         expected = moved(expected, at_query, {{315, 708, 4}, {339, 704, 4}});
         expected = moved(expected, pci, {{319, 0, 18}});
@@ -101,10 +103,18 @@ TEST_P(QueryTest, PhyPort)
         ASSERT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
         EXPECT_EQ(bytes_of(port), expected) << version;
     }
-    // The port's own record keeps its identity and takes over what may change.
+}
+
+TEST_P(PhyPortTest, TheLibrarysOwnRecordTakesOverWhatMayChange)
+{
     using db = varnok_priv_db;
+    const db *const pdb = load();
+    const std::string image = bytes_of(*pdb);
+    VARNOK_PHY_PORT_INFO port = {};
+    ASSERT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
     EXPECT_EQ(bytes_of(*pdb), moved(image, at_query,
-                                    {{offsetof(db, ipv4_port), 631, 2},
+                                    {// to, from, size, source_size
+                                     {offsetof(db, ipv4_port), 631, 2},
                                      {offsetof(db, ipv4addr), 634, 12},
                                      {offsetof(db, ipv6_port), 646, 50},
                                      {offsetof(db, vlan_enabled), 696, 2},
@@ -177,6 +187,7 @@ TEST_P(QueryTest, Portal)
         };
         const uint32_t handle = load_and_open();
         const std::string blank = bytes_of(marked<VARNOK_ISCSI_PORTAL>(9));
+        // To, from, size.
         std::string expected = moved(blank, drivers, {{5, 634, 4}, {9, 631, 2}, {11, 648, 16}, {27, 646, 2}});
         expected[4] = is_ipv4 ? 1 : 0;
         const std::tuple<uint32_t, uint32_t, bool, uint32_t, uint32_t, std::string> calls[] = {
@@ -226,14 +237,36 @@ constexpr list_query<VARNOK_TGT_INFO> target_query = {"GetTgtInfo",
                                                       "Get tgt info"};
 
 struct ListQueryTest : QueryTest {
-    template <class Record>
-    void run(const list_query<Record> &query)
+    uint32_t handle = 0, empty = 0;
+
+    // Ports of three sessions and of none.
+    void open_both()
     {
-        // Ports of three sessions and of none. A count of 0 asks for the number, with or without an array.
+        VARNOK_FreeLibrary();
         simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]},{"driver":"@"}]})");
-        const uint32_t handle = load_and_open(0);
-        const uint32_t empty = load_and_open(1);
-        const std::string blank = bytes_of(marked<Record>(0));
+        handle = load_and_open(0);
+        empty = load_and_open(1);
+    }
+
+    // Asks with room for so many entries of a longer array. The first `written` of them are filled, the others
+    // untouched.
+    template <class Record>
+    static void ask(const list_query<Record> &query, uint32_t of, bool array, uint32_t room, uint32_t result,
+                    uint32_t count, size_t written)
+    {
+        std::vector<Record> records(10, marked<Record>(0));
+        Record *entries = array ? records.data() : nullptr;
+        EXPECT_EQ(query.call(of, &room, &entries), result);
+        EXPECT_EQ(room, count);
+        for (size_t i = 0; i < records.size(); ++i)
+            EXPECT_EQ(bytes_of(records[i]) != bytes_of(marked<Record>(0)), i < written) << i;
+    }
+
+    // A count of 0 asks for the number, with or without an array.
+    template <class Record>
+    void compare_arrays(const list_query<Record> &query)
+    {
+        open_both();
         const struct {
             uint32_t handle, room, result, count;
             bool array;
@@ -246,71 +279,57 @@ struct ListQueryTest : QueryTest {
                      {empty, 0, 0, 0, false, query.empty},
                      {9, 4, 0x80000001, 4, true, "): get pdb failed."},
                      {handle, 3, 0, 3, true, nullptr}};
-        for (const auto &c : calls) {
-            std::vector<Record> records(10, marked<Record>(0));
-            Record *array = c.array ? records.data() : nullptr;
-            uint32_t count = c.room;
-            EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(query.call(c.handle, &count, &array), c.result); }),
+        for (const auto &c : calls)
+            EXPECT_EQ(log_of(4, [&] { ask(query, c.handle, c.array, c.room, c.result, c.count, c.text ? 0 : 3); }),
                       c.text == nullptr ? "" : line(query.name, c.handle, c.text));
-            EXPECT_EQ(count, c.count);
-            for (size_t i = 0; i < records.size(); ++i)
-                EXPECT_EQ(bytes_of(records[i]) == blank, c.text != nullptr || i >= 3);
-        }
-        // The entries before a failure stay written.
-        int asked = 0;
+    }
+
+    // The entries before a failure stay written.
+    template <class Record>
+    void fail_the_second(const list_query<Record> &query)
+    {
+        open_both();
         for (const auto &f : failures) {
-            asked = 0;
+            int asked = 0;
             host->on_answer = [&](exchange &e) {
                 if (e.what == query.what && asked++ == 1) {
                     e.status = f.status;
                     e.transport_errno = f.err;
                 }
             };
-            std::vector<Record> records(3, marked<Record>(0));
-            Record *array = records.data();
-            uint32_t count = 3;
             errno = 0;
-            EXPECT_EQ(log_of(4, [&] { EXPECT_EQ(query.call(handle, &count, &array), f.result); }),
+            EXPECT_EQ(log_of(4, [&] { ask(query, handle, true, 3, f.result, 3, 1); }),
                       request_failed(query.operation, query.driver_text, f.status, f.err) +
                           line(query.name, handle, query.failed + f.tail()));
-            for (size_t i = 0; i < 3; ++i)
-                EXPECT_EQ(bytes_of(records[i]) == blank, i > 0);
-            EXPECT_EQ(count, 3U);
         }
-        // A port that gains sessions meanwhile does not outgrow the array.
-        host->on_answer = [=](exchange &) { varnok_get_pdb_from_user_handle(handle)->session_cnt = 5; };
-        std::vector<Record> records(5, marked<Record>(0));
-        Record *array = records.data();
-        uint32_t count = 3;
-        EXPECT_EQ(query.call(handle, &count, &array), 0U);
-        for (size_t i = 0; i < records.size(); ++i)
-            EXPECT_EQ(bytes_of(records[i]) == blank, i >= 3);
+        host->on_answer = nullptr;
+    }
+
+    // A port that gains sessions meanwhile does not outgrow the array.
+    template <class Record>
+    void gain_sessions(const list_query<Record> &query)
+    {
+        open_both();
+        host->on_answer = [this](exchange &) { varnok_get_pdb_from_user_handle(handle)->session_cnt = 5; };
+        ask(query, handle, true, 3, 0, 3, 3);
     }
 };
 OVER_ALL_BACK_ENDS(ListQueryTest);
 
-TEST_P(ListQueryTest, Sessions) { run(session_query); }
+TEST_P(ListQueryTest, Arrays) { compare_arrays(session_query), compare_arrays(target_query); }
 
-TEST_P(ListQueryTest, Targets) { run(target_query); }
+TEST_P(ListQueryTest, Failures) { fail_the_second(session_query), fail_the_second(target_query); }
+
+TEST_P(ListQueryTest, Growth) { gain_sessions(session_query), gain_sessions(target_query); }
 
 // A list is as long as the port's last data said, whatever the driver knows by now.
-TEST_P(QueryTest, SessionCountsThatChange)
+TEST_P(ListQueryTest, SessionCountsThatChange)
 {
-    simulate(R"({"ports":[{"driver":"@","sessions":[{"repeat":3}]}]})");
-    const uint32_t handle = load_and_open();
+    open_both();
     const struct {
         uint32_t claimed, result, count, written;
     } cases[] = {{2, 0, 3, 2}, {0, 0, 0, 0}, {4, 0x80000009, 4, 0}, {UINT32_MAX, 0x80000009, UINT32_MAX, 0},
                  {1, 0, 3, 1}, {3, 0, 3, 3}};
-    const auto expect = [&](const auto &c, auto query, auto blank) {
-        std::vector<decltype(blank)> records(3, blank);
-        auto *array = records.data();
-        uint32_t count = 3;
-        EXPECT_EQ(query(handle, &count, &array), c.result);
-        EXPECT_EQ(count, c.count);
-        for (uint32_t i = 0; i < 3; ++i)
-            EXPECT_EQ(bytes_of(records[i]) != bytes_of(blank), i < c.written);
-    };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.claimed);
         host->on_answer = [&](exchange &e) {
@@ -320,8 +339,8 @@ TEST_P(QueryTest, SessionCountsThatChange)
         VARNOK_PHY_PORT_INFO port = {};
         EXPECT_EQ(VARNOK_GetPhyPortInfo(handle, &port), 0U);
         EXPECT_EQ(port.SessCount, c.claimed);
-        expect(c, VARNOK_GetSessionInfo, marked<VARNOK_SESS_INFO>(0));
-        expect(c, VARNOK_GetTgtInfo, marked<VARNOK_TGT_INFO>(0));
+        ask(session_query, handle, true, 3, c.result, c.count, c.written);
+        ask(target_query, handle, true, 3, c.result, c.count, c.written);
     }
 }
 
@@ -350,6 +369,7 @@ TEST_P(QueryTest, TargetFields)
     const std::string log = log_of(4, [&] { ASSERT_EQ(VARNOK_GetTgtInfo(handle, &count, &target), 0U); });
     EXPECT_TRUE(log.ends_with(line("GetTgtInfo", handle, "): send scsi cmd failed, rval=80000003h"))) << log;
     for (uint32_t i = 0; i < 4; ++i) {
+        // To, from, size.
         std::string expected =
             moved(bytes_of(marked<VARNOK_TGT_INFO>(7)), drivers,
                   {{8, 8, 256}, {264, 264, 6}, {276, 283, 2}, {278, 285, 4}, {282, 289, 2}, {284, 291, 16}});
