@@ -16,6 +16,7 @@
 #endif
 
 #pragma GCC visibility push(default)
+// NOLINTBEGIN(misc-definitions-in-headers): one source of a program includes this
 extern "C" {
 
 int ioctl(int fd, unsigned long code, ...) noexcept
@@ -41,4 +42,5 @@ int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance
                   answers::mgmt_invoke(handle, instance, id, count, envelope));
 }
 }
+// NOLINTEND(misc-definitions-in-headers)
 #pragma GCC visibility pop
