@@ -130,6 +130,15 @@ int close(int fd)
     return result;
 }
 
+// The file closes the descriptor.
+FILE *fdopen(int fd, const char *mode) noexcept
+{
+    static const auto real = REAL(fdopen);
+    FILE *const file = real(fd, mode);
+    open_files -= file != nullptr ? 1 : 0;
+    return file;
+}
+
 int remove(const char *path) noexcept
 {
     return unlink(strcmp(path, varnok_db_fname) == 0 ? platform::shared_file().c_str() : path);

@@ -223,7 +223,7 @@ TEST_F(LogTest, SetsWhoseCreatorGaveNoValue)
     id = make();
     semctl(id, 0, SETVAL, 1);
     sembuf take = {0, -1, 0};
-    semop(id, &take, 1);
+    ASSERT_EQ(semop(id, &take, 1), 0);
     EXPECT_EQ(get(id, 0), 0) << "held";
     for (const auto &[call, nth] :
          {std::pair("semget", 2), {"semctl", 4}, {"semctl", 5}, {"semop", 1}, {"semctl", 6}}) {

@@ -290,8 +290,7 @@ struct ListQueryTest : QueryTest {
     {
         open_both();
         for (const auto &f : failures) {
-            int asked = 0;
-            host->on_answer = [&](exchange &e) {
+            host->on_answer = [&, asked = 0](exchange &e) mutable {
                 if (e.what == query.what && asked++ == 1) {
                     e.status = f.status;
                     e.transport_errno = f.err;
