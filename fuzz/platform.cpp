@@ -1,8 +1,8 @@
 #include "platform.h"
 
 #include "calls.h"
-#include "core/varnok_instdb.h"
 #include "core/shared_db_file.h"
+#include "core/varnok_instdb.h"
 #include "core/varnok_shared_db.h"
 #include "hostsim.h"
 #include "next_calls.h"
