@@ -148,9 +148,19 @@ TEST_F(LogTest, GettingASemaphore)
     platform::fail_call("semget", 2, EEXIST);
     varnok_sem_del(varnok_sem_get(key));
     platform::fail_call("semctl", 1, EIDRM);
-    const int32_t next = varnok_sem_get(key);
+    int32_t next = varnok_sem_get(key);
     EXPECT_EQ(semctl(next, 0, GETVAL), 1);
+    platform::fail_call("semctl", 1, EIDRM);
+    platform::when_it_fails([next] { varnok_sem_del(next); });
+    const int32_t gone = next;
+    next = varnok_sem_get(key);
+    EXPECT_NE(next, gone);
     varnok_sem_del(next);
+    // One that is always there to make, and never to fetch.
+    platform::fail_call("semget", 2, EEXIST);
+    platform::when_it_fails([] { platform::fail_call("semget", 2, EEXIST); });
+    EXPECT_EQ(varnok_sem_get(key), -1);
+    EXPECT_EQ(errno, EBUSY);
 }
 
 // Whose set lies under the key, who asks, and what becomes of it.

@@ -128,6 +128,11 @@ TEST_F(OwnFileTest, AStrangersFile)
     platform::fail_call("lstat", 1, ENOENT);
     EXPECT_EQ(open_shared(), 0U);
     varnok_close_database(0);
+    // Without a probe the file system counts as one that keeps owners.
+    ASSERT_TRUE(lay(foreign, shared));
+    platform::fail_call("open", 2, ENOSPC);
+    EXPECT_EQ(open_shared(), 0U);
+    varnok_close_database(0);
     // He runs it as a program, and it does not open.
     ASSERT_TRUE(lay(foreign, shared));
     platform::when_it_fails([] {
