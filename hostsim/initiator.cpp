@@ -1,56 +1,23 @@
 #include "initiator.h"
 
+#include "messages.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <iscsi/iscsi.h>
-#include <iscsi/scsi-lowlevel.h>
+#include <mutex>
 #include <netinet/in.h>
-#include <poll.h>
+#include <sys/random.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace hostsim
 {
 namespace
 {
 
-using clock = std::chrono::steady_clock;
-
-constexpr auto longest_step = std::chrono::seconds(5);
-constexpr int syn_retries = 2;
-constexpr uint32_t enterprise = 0x4D4C56; // part of the ISID
-
-// The result of one asynchronous step. It outlives the context, which reports steps that it
-// cancels.
-struct step {
-    bool done = false;
-    int status = 0;
-    std::vector<std::string> names;
-
-    void begin()
-    {
-        done = false;
-        status = SCSI_STATUS_ERROR;
-    }
-};
-
-void finish(iscsi_context *, int status, void *, void *state)
-{
-    auto *s = static_cast<step *>(state);
-    s->done = true;
-    s->status = status;
-}
-
-void finish_discovery(iscsi_context *context, int status, void *list, void *state)
-{
-    finish(context, status, list, state);
-    if (status != SCSI_STATUS_GOOD)
-        return;
-    for (auto *a = static_cast<iscsi_discovery_address *>(list); a != nullptr; a = a->next)
-        static_cast<step *>(state)->names.emplace_back(a->target_name);
-}
+constexpr size_t most_targets = 1024; // of a portal
 
 tcp_endpoint endpoint_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
 {
@@ -73,6 +40,23 @@ tcp_endpoint endpoint_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
     return endpoint;
 }
 
+// A target ends the older one of two sessions with the same ISID. So each session of each process
+// has its own: a random one.
+std::array<uint8_t, 6> make_isid()
+{
+    constexpr uint8_t random_format = 0x80;
+    std::array<uint8_t, 6> isid{};
+    if (getrandom(isid.data(), isid.size(), 0) < 0)
+        return {random_format,
+                0,
+                static_cast<uint8_t>(getpid() >> 8),
+                static_cast<uint8_t>(getpid()),
+                0,
+                0};
+    isid[0] = random_format;
+    return isid;
+}
+
 bool is_unit_attention(const std::vector<uint8_t> &sense)
 {
     constexpr uint8_t descriptor_format = 0x72, unit_attention = 6;
@@ -84,187 +68,124 @@ bool is_unit_attention(const std::vector<uint8_t> &sense)
 
 } // namespace
 
-const bool has_initiator = true;
-
-// A context, and the step that it is at.
-class initiator_connection
+std::chrono::seconds longest_wait()
 {
-  public:
-    explicit initiator_connection(const portal_login &login)
-        : context_(iscsi_create_context(login.initiator.c_str()))
-    {
-        if (context_ == nullptr)
-            return;
-        iscsi_set_noautoreconnect(context_, 1);
-        iscsi_set_tcp_syncnt(context_, syn_retries);
-        iscsi_set_isid_en(context_, enterprise, login.session);
-        const char *user = std::getenv("VARNOK_CHAP_USER");
-        const char *secret = std::getenv("VARNOK_CHAP_SECRET");
-        if (user != nullptr && secret != nullptr)
-            iscsi_set_initiator_username_pwd(context_, user, secret);
-    }
-    ~initiator_connection()
-    {
-        if (context_ != nullptr)
-            iscsi_destroy_context(context_);
-    }
-    initiator_connection(const initiator_connection &) = delete;
-    initiator_connection &operator=(const initiator_connection &) = delete;
+    constexpr long usual = 5, longest = 3600;
+    const char *given = std::getenv("VARNOK_HOST_TIMEOUT");
+    const long seconds = given != nullptr ? std::strtol(given, nullptr, 10) : 0;
+    return std::chrono::seconds(seconds > 0 && seconds <= longest ? seconds : usual);
+}
 
-    iscsi_context *get() { return context_; }
-
-    // Starts a step and serves the connection until the step ends. Returns 0, or an errno.
-    template <class Start>
-    int run(Start start)
-    {
-        step_.begin();
-        if (context_ == nullptr)
-            return ENOMEM;
-        if (start(&step_) != 0)
-            return ECONNREFUSED;
-        const auto deadline = clock::now() + longest_step;
-        while (!step_.done) {
-            pollfd p = {iscsi_get_fd(context_), static_cast<short>(iscsi_which_events(context_)),
-                        0};
-            if (clock::now() > deadline)
-                return ETIMEDOUT;
-            if (poll(&p, 1, 100) < 0 && errno != EINTR)
-                return EIO;
-            if (p.revents != 0 && iscsi_service(context_, p.revents) < 0)
-                return ECONNRESET;
-        }
+int discover_targets(const portal_access &access, iscsi::deadline until,
+                     std::vector<std::string> &names)
+{
+    const std::string where = access.port_text + ", portal " + shown(access.portal) + ": ";
+    const progress line(where + "asking for its targets");
+    try {
+        iscsi::session discovery(access.portal, {access.initiator, {}, make_isid()}, until);
+        iscsi::found_targets found = discovery.discover(most_targets, until);
+        if (found.more)
+            complain_once(where + "it has more than " + std::to_string(most_targets) +
+                          " targets, and the others are left out");
+        if (found.not_names != 0)
+            complain_once(where + "it offers targets without a proper name, which are left out");
+        names = std::move(found.names);
+        std::ranges::sort(names);
         return 0;
+    } catch (const iscsi::failure &f) {
+        complain_once(where + f.what());
+        return f.error;
     }
-
-    // The step must also end well, or the error is returned.
-    template <class Start>
-    int run_to_success(Start start, int error)
-    {
-        const int failed = run(start);
-        return failed != 0 ? failed : step_.status == SCSI_STATUS_GOOD ? 0 : error;
-    }
-
-    int log_in(const portal_login &login)
-    {
-        const auto connect = [&](step *s) {
-            return iscsi_connect_async(context_, login.portal.c_str(), finish, s);
-        };
-        if (const int failed = run_to_success(connect, ECONNREFUSED))
-            return failed;
-        return run_to_success([&](step *s) { return iscsi_login_async(context_, finish, s); },
-                              EACCES);
-    }
-
-    const std::vector<std::string> &found_names() const { return step_.names; }
-
-  private:
-    step step_; // outlives the context
-    iscsi_context *context_;
-};
-
-int discover_targets(const portal_login &login, std::vector<std::string> &names)
-{
-    initiator_connection connection(login);
-    if (connection.get() == nullptr)
-        return ENOMEM;
-    iscsi_set_session_type(connection.get(), ISCSI_SESSION_DISCOVERY);
-    if (const int failed = connection.log_in(login))
-        return failed;
-    const auto discover = [&](step *s) {
-        return iscsi_discovery_async(connection.get(), finish_discovery, s);
-    };
-    if (const int failed = connection.run_to_success(discover, EIO))
-        return failed;
-    names = connection.found_names();
-    std::sort(names.begin(), names.end());
-    return 0;
 }
 
-real_target::real_target(portal_login login, std::string name)
-    : login_(std::move(login)), name_(std::move(name))
+real_target::real_target(portal_access access, std::string name)
+    : access_(std::move(access)), name_(std::move(name))
 {
 }
 
-real_target::~real_target() = default;
-
-std::string real_target::isid() const
+void real_target::log_in(iscsi::deadline until)
 {
-    char text[13];
-    snprintf(text, sizeof text, "40%06x%04x", enterprise, unsigned{login_.session});
-    return text;
+    // A child process leaves the connection to its parent.
+    if (session_ != nullptr && owner_ != getpid())
+        session_.reset();
+    if (session_ != nullptr)
+        return;
+    isid_ = make_isid();
+    session_ = std::make_unique<iscsi::session>(
+        access_.portal, iscsi::login_names{access_.initiator, name_, isid_}, until);
+    owner_ = getpid();
+    own_ = endpoint_of(session_->fd(), getsockname);
+    target_ = endpoint_of(session_->fd(), getpeername);
 }
 
-int real_target::log_in()
+// A login that failed is not tried again in the same query, and a target may lose us only so much
+// time. To be told that nobody listens costs no time.
+void real_target::note_failure(const iscsi::failure &f, iscsi::deadline began)
 {
-    if (connection_ != nullptr)
-        return 0;
-    auto connection = std::make_unique<initiator_connection>(login_);
-    if (connection->get() == nullptr)
-        return ENOMEM;
-    iscsi_set_targetname(connection->get(), name_.c_str());
-    iscsi_set_session_type(connection->get(), ISCSI_SESSION_NORMAL);
-    if (const int failed = connection->log_in(login_))
-        return failed;
-    own_ = endpoint_of(iscsi_get_fd(connection->get()), getsockname);
-    target_ = endpoint_of(iscsi_get_fd(connection->get()), getpeername);
-    connection_ = std::move(connection);
-    return 0;
+    constexpr auto pause = std::chrono::seconds(30);
+    const bool logged_in = session_ != nullptr;
+    session_.reset();
+    lost_time_ += iscsi::clock::now() - began;
+    if ((!logged_in && f.error != ECONNREFUSED) || lost_time_ >= longest_wait()) {
+        last_error_ = f.error;
+        tried_again_ = iscsi::clock::now() + pause;
+    }
+    complain_once(access_.port_text + ", target " + std::to_string(number_) + ": " + f.what());
+}
+
+bool real_target::begin_query(uint32_t number, iscsi::deadline until)
+{
+    const iscsi::deadline now = iscsi::clock::now();
+    number_ = number;
+    lost_time_ = {};
+    tried_again_ = {};
+    if (session_ == nullptr && now >= until) { // the query's time is up
+        last_error_ = ETIMEDOUT;
+        tried_again_ = iscsi::deadline::max();
+        return false;
+    }
+    try {
+        if (session_ != nullptr)
+            session_->catch_up(std::min(until, now + longest_wait()));
+    } catch (const iscsi::failure &) { // it ended in the meantime
+        session_.reset();
+    }
+    try {
+        log_in(std::min(until, now + longest_wait()));
+    } catch (const iscsi::failure &f) {
+        note_failure(f, now);
+    }
+    return session_ != nullptr;
 }
 
 // A new session answers its first commands with UNIT ATTENTION, which an initiator does not pass
 // on.
-scsi_reply real_target::run(uint64_t wire_lun, const scsi_command &command)
+scsi_reply real_target::run(uint64_t lun, const scsi_command &command)
 {
     constexpr int most_attentions = 4;
-    scsi_reply reply;
-    for (int i = 0; i < most_attentions; ++i) {
-        reply = try_once(wire_lun, command);
-        if (reply.error != 0 || !is_unit_attention(reply.sense))
-            break;
+    const iscsi::deadline began = iscsi::clock::now(), until = began + longest_wait();
+    if (session_ == nullptr && began < tried_again_)
+        return {last_error_};
+    const progress line(access_.port_text + ", target " + std::to_string(number_) +
+                        ": waiting for an answer");
+    try {
+        if (session_ != nullptr && owner_ == getpid())
+            session_->catch_up(until);
+    } catch (const iscsi::failure &) { // it ended since the last command
+        session_.reset();
     }
-    return reply;
-}
-
-scsi_reply real_target::try_once(uint64_t wire_lun, const scsi_command &command)
-{
-    constexpr unsigned first_level = 48;
     scsi_reply reply;
-    if ((reply.error = log_in()) != 0)
-        return reply;
-
-    const bool out = !command.out.empty();
-    const size_t length = out ? command.out.size() : command.in.size();
-    scsi_task *const task = scsi_create_task(static_cast<int>(command.cdb.size()),
-                                             const_cast<unsigned char *>(command.cdb.data()),
-                                             out           ? SCSI_XFER_WRITE
-                                             : length != 0 ? SCSI_XFER_READ
-                                                           : SCSI_XFER_NONE,
-                                             static_cast<int>(length));
-    iscsi_data data = {length, const_cast<unsigned char *>(
-                                   reinterpret_cast<const unsigned char *>(command.out.data()))};
-    reply.error = task == nullptr ? ENOMEM : connection_->run([&](step *s) {
-        return iscsi_scsi_command_async(connection_->get(),
-                                        static_cast<int>(wire_lun >> first_level), task, finish,
-                                        out ? &data : nullptr, s);
-    });
-    if (reply.error == 0 && task->status > 0xFF) // statuses of libiscsi: cancelled, timed out, lost
-        reply.error = ECONNRESET;
-    if (reply.error != 0) {
-        connection_.reset(); // before its task
-    } else if (task->status == SCSI_STATUS_CHECK_CONDITION) {
-        reply.scsi_status = SCSI_STATUS_CHECK_CONDITION;
-        const auto *sense = task->datain.data; // two bytes of length, then the sense
-        if (task->datain.size > 2)
-            reply.sense.assign(sense + 2, sense + task->datain.size);
-    } else {
-        reply.scsi_status = static_cast<uint8_t>(task->status);
-        reply.moved =
-            out ? length : std::min<size_t>(static_cast<size_t>(task->datain.size), length);
-        if (!out && reply.moved != 0)
-            std::memcpy(command.in.data(), task->datain.data, reply.moved);
+    try {
+        log_in(until);
+        for (int i = 0; i < most_attentions; ++i) {
+            reply.result = session_->run(lun, command, until);
+            if (!is_unit_attention(reply.result.sense))
+                break;
+        }
+    } catch (const iscsi::failure &f) {
+        note_failure(f, began);
+        reply = {f.error};
     }
-    if (task != nullptr)
-        scsi_free_scsi_task(task);
     return reply;
 }
 

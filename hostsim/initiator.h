@@ -1,25 +1,29 @@
-// initiator.h - reaches the targets of a real iSCSI portal. Every call ends within a bounded time.
-// When a target has gone away, the next command logs in again.
+// initiator.h - the targets of a real iSCSI portal, as far as the simulated host trusts them. Every
+// call ends within the time that is allowed, and every failure is told to the user once.
 #pragma once
 
+#include "iscsi_session.h"
 #include "scsi_target.h"
 
+#include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 #include <vector>
-
-struct iscsi_context;
 
 namespace hostsim
 {
 
-extern const bool has_initiator; // false: this build accepts no scenario that names a portal
+// How long a command or a login may take: VARNOK_HOST_TIMEOUT in seconds, or 5 seconds. Reading a
+// portal with all its logins may take twice that time.
+std::chrono::seconds longest_wait();
 
-struct portal_login {
+struct portal_access {
     std::string portal;    // "host:port"
     std::string initiator; // iSCSI name
-    uint16_t session = 0;  // part of the ISID, which differs from session to session
+    std::string port_text; // "port 0", for messages
 };
 
 // One end of a session. An address is its bytes in network order, or empty.
@@ -30,40 +34,46 @@ struct tcp_endpoint {
 };
 
 struct scsi_reply {
-    int error = 0; // errno when the target did not answer
-    uint8_t scsi_status = 0;
-    std::vector<uint8_t> sense{};
-    size_t moved = 0;
+    int error = 0; // errno when the target did not carry out the command
+    iscsi::command_result result{};
 };
-
-class initiator_connection;
 
 class real_target
 {
   public:
-    real_target(portal_login login, std::string name);
-    ~real_target();
+    real_target(portal_access access, std::string name);
 
     const std::string &name() const { return name_; }
-    std::string isid() const;
+    const std::array<uint8_t, 6> &isid() const { return isid_; }
+    const iscsi::session *session() const { return session_.get(); } // null: not logged in
     const tcp_endpoint &own_endpoint() const { return own_; }
     const tcp_endpoint &target_endpoint() const { return target_; }
 
-    // Returns 0, or the errno of a login that failed.
-    int log_in();
-    scsi_reply run(uint64_t wire_lun, const scsi_command &command);
+    // A new query of the port begins: what failed before is tried again. The target has this number
+    // from now on. Returns whether it is logged in by the end.
+    bool begin_query(uint32_t number, iscsi::deadline until);
+    scsi_reply run(uint64_t lun, const scsi_command &command);
 
   private:
-    scsi_reply try_once(uint64_t wire_lun, const scsi_command &command);
+    void log_in(iscsi::deadline until);
+    void note_failure(const iscsi::failure &f, iscsi::deadline began);
 
-    portal_login login_;
-    std::string name_;
-    std::unique_ptr<initiator_connection> connection_;
+    const portal_access access_;
+    const std::string name_;
+    uint32_t number_ = 0;
+    std::array<uint8_t, 6> isid_{};
+    std::unique_ptr<iscsi::session> session_;
+    pid_t owner_ = 0; // the process that logged in
     tcp_endpoint own_;
     tcp_endpoint target_;
+
+    int last_error_ = 0;                 // of the failure that is not tried again
+    iscsi::deadline tried_again_{};      // until then
+    iscsi::clock::duration lost_time_{}; // by failures in this query
 };
 
 // Reads the names of the portal's targets, sorted. Returns 0, or an errno.
-int discover_targets(const portal_login &login, std::vector<std::string> &names);
+int discover_targets(const portal_access &access, iscsi::deadline until,
+                     std::vector<std::string> &names);
 
 } // namespace hostsim

@@ -1,9 +1,12 @@
 #include "portal_sessions.h"
 
 #include "initiator.h"
+#include "messages.h"
 #include "records.h"
 
+#include <algorithm>
 #include <cstring>
+#include <string>
 #include <utility>
 
 namespace hostsim
@@ -13,50 +16,37 @@ namespace
 
 constexpr uint32_t logged_in = 1, recovering = 0;
 
-void add_setting(settings &to, std::span<const field> fields, std::string_view name,
-                 std::string bytes)
+std::string initiator_name(const port &p)
 {
-    to.push_back({find_field(fields, name), std::move(bytes)});
-}
-
-template <class T>
-std::string bytes_of(const T &value)
-{
-    return {reinterpret_cast<const char *>(&value), sizeof value};
-}
-
-void add_endpoint(settings &to, std::span<const field> fields, const std::string &prefix,
-                  const tcp_endpoint &endpoint)
-{
-    const bool on_ipv4 = !endpoint.ipv4.empty();
-    if (!on_ipv4 && endpoint.ipv6.empty())
-        return;
-    const std::string name = prefix + (on_ipv4 ? "ipv4" : "ipv6");
-    add_setting(to, fields, name + "addr", on_ipv4 ? endpoint.ipv4 : endpoint.ipv6);
-    add_setting(to, fields, name + "_port", bytes_of(endpoint.tcp_port));
-}
-
-// Copies the names, addresses and state of the real session.
-void describe_session(session_description &s)
-{
-    real_target &target = *s.real;
-    const bool up = target.log_in() == 0;
-    s.session_settings.clear();
-    s.target_settings.clear();
-    add_setting(s.session_settings, session_fields, "state", bytes_of(up ? logged_in : recovering));
-    add_endpoint(s.session_settings, session_fields, "init_", target.own_endpoint());
-    add_setting(s.target_settings, target_fields, "iqn", target.name().substr(0, 256));
-    add_setting(s.target_settings, target_fields, "isid", target.isid());
-    add_endpoint(s.target_settings, target_fields, "", target.target_endpoint());
+    const varnok_drv_port_info info = port_record(p);
+    return {reinterpret_cast<const char *>(info.iqn),
+            strnlen(reinterpret_cast<const char *>(info.iqn), sizeof info.iqn)};
 }
 
 // A known target keeps its connection.
 std::shared_ptr<real_target> find_target(const port_description &p, const std::string &name)
 {
-    for (const session_description &s : p.sessions)
-        if (s.real->name() == name)
-            return s.real;
-    return nullptr;
+    const auto known = std::ranges::lower_bound(
+        p.sessions, name, {}, [](const session_description &s) { return s.real->name(); });
+    return known != p.sessions.end() && known->real->name() == name ? known->real : nullptr;
+}
+
+template <size_t N>
+void put_text(uint8_t (&to)[N], const std::string &text)
+{
+    std::memcpy(to, text.data(), std::min(N, text.size()));
+}
+
+// The record has room for an address of each kind.
+template <class Record>
+void put_endpoint(const tcp_endpoint &from, Record &r, size_t ipv4_port, size_t ipv4,
+                  size_t ipv6_port, size_t ipv6)
+{
+    const bool on_ipv4 = !from.ipv4.empty();
+    const std::string &address = on_ipv4 ? from.ipv4 : from.ipv6;
+    auto *const bytes = reinterpret_cast<uint8_t *>(&r);
+    std::memcpy(bytes + (on_ipv4 ? ipv4 : ipv6), address.data(), address.size());
+    std::memcpy(bytes + (on_ipv4 ? ipv4_port : ipv6_port), &from.tcp_port, sizeof from.tcp_port);
 }
 
 } // namespace
@@ -66,28 +56,75 @@ int refresh_sessions_from_portal(const port &p)
 {
     port_description &described = *p.described;
     const bool first = !std::exchange(described.portal_asked, true);
-    const varnok_drv_port_info info = port_record(p);
-    const auto *iqn = reinterpret_cast<const char *>(info.iqn);
-    portal_login login = {described.portal, {iqn, strnlen(iqn, sizeof info.iqn)}, 0};
+    const std::string port_text = "port " + std::to_string(p.index);
+    const portal_access access = {described.portal, initiator_name(p), port_text};
+    const auto began = iscsi::clock::now();
     std::vector<std::string> names;
-    if (const int failed = discover_targets(login, names))
+    if (const int failed = discover_targets(access, began + longest_wait(), names))
         return first ? 0 : failed;
 
     std::vector<session_description> sessions;
+    size_t unreached = 0;
     for (const std::string &name : names) {
         session_description s;
         s.first = static_cast<uint32_t>(sessions.size());
         s.real = find_target(described, name);
-        if (s.real == nullptr) {
-            login.session = static_cast<uint16_t>(s.first + 1);
-            s.real = std::make_shared<real_target>(login, name);
-        }
-        describe_session(s);
+        if (s.real == nullptr)
+            s.real = std::make_shared<real_target>(access, name);
+        const progress line(port_text + ": logging in to target " + std::to_string(s.first) +
+                            " of " + std::to_string(names.size()));
+        const iscsi::deadline until = began + 2 * longest_wait();
+        if (!s.real->begin_query(s.first, until) && iscsi::clock::now() >= until)
+            ++unreached;
         sessions.push_back(std::move(s));
     }
+    if (unreached != 0)
+        complain_once(port_text + ": the time is up, and " + std::to_string(unreached) +
+                      " targets were not logged in to");
     described.sessions = std::move(sessions);
     described.session_count = static_cast<uint32_t>(names.size());
     return 0;
+}
+
+varnok_drv_session_info real_session_record(const port &p, const real_target &target,
+                                            uint32_t number)
+{
+#define AT(field) offsetof(varnok_drv_session_info, field)
+    varnok_drv_session_info r{};
+    r.sess_num = number;
+    r.state = recovering;
+    put_text(r.init_iqn, initiator_name(p));
+    put_text(r.tgt_iqn, target.name());
+    const iscsi::session *const session = target.session();
+    if (session == nullptr)
+        return r;
+
+    const iscsi::parameters &agreed = session->agreed();
+    char isid[sizeof r.isid + 1] = "";
+    for (size_t i = 0; i < target.isid().size(); ++i)
+        snprintf(isid + 2 * i, sizeof isid - 2 * i, "%02x", unsigned{target.isid()[i]});
+    put_text(r.isid, isid);
+    put_endpoint(target.own_endpoint(), r, AT(init_ipv4_port), AT(init_ipv4addr),
+                 AT(init_ipv6_port), AT(init_ipv6addr));
+    put_endpoint(target.target_endpoint(), r, AT(tgt_ipv4_port), AT(tgt_ipv4addr),
+                 AT(tgt_ipv6_port), AT(tgt_ipv6addr));
+    r.sess_unique = session->tsih();
+    r.state = logged_in;
+    r.initial_r2t = agreed.initial_r2t;
+    r.max_r2t = agreed.max_outstanding_r2t;
+    r.imm_data = agreed.immediate_data;
+    r.first_burst_len = agreed.first_burst_length;
+    r.max_burst_len = agreed.max_burst_length;
+    r.time2wait = agreed.time2wait;
+    r.time2retain = agreed.time2retain;
+    r.pdu_inorder = agreed.data_pdu_in_order;
+    r.dataseq_inorder = agreed.data_sequence_in_order;
+    r.erl = agreed.error_recovery_level;
+    r.tgt_prtl_grp = agreed.portal_group;
+    r.num_active_conn = 1;
+    r.max_conns = agreed.max_connections;
+    return r;
+#undef AT
 }
 
 } // namespace hostsim

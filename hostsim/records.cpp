@@ -1,6 +1,7 @@
 #include "records.h"
 
 #include "drivers.h"
+#include "portal_sessions.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -180,6 +181,9 @@ varnok_drv_port_info port_record(const port &p)
 
 varnok_drv_session_info session_record(const port &p, const session_description &s, uint32_t number)
 {
+    if (s.real != nullptr)
+        return real_session_record(p, *s.real, number);
+
     constexpr uint16_t first_free_port = 49152, free_ports = 16384;
     const uint64_t target = p.first_target + number + 1;
     const auto own_port = static_cast<uint16_t>(first_free_port + number % free_ports);

@@ -66,18 +66,31 @@ void store_sense_bytes(const exchange &e, std::span<const uint8_t> bytes)
     std::memcpy(e.record.data(), &h, head_size);
 }
 
+// Whether the sense data has at least a key in a form that is known.
+bool is_usable(std::span<const uint8_t> sense)
+{
+    constexpr size_t shortest = 3;
+    constexpr uint8_t first_form = 0x70, last_form = 0x73;
+    return sense.size() >= shortest && (sense[0] & 0x7F) >= first_form &&
+           (sense[0] & 0x7F) <= last_form;
+}
+
+// A status that has no sense data to tell of it becomes a failure of the driver.
 uint32_t answer_of_real_target(exchange &e, const scsi_reply &reply,
                                uint32_t check_condition_status)
 {
-    constexpr uint8_t good = 0, check_condition = 2;
+    constexpr uint8_t good = 0, check_condition = 2, condition_met = 4;
+    const auto &[scsi_status, sense, moved] = reply.result;
     e.transport_errno = reply.error;
     if (reply.error != 0)
         return 0;
-    store_moved(e, reply.moved);
-    store_sense_bytes(e, reply.sense);
-    if (reply.scsi_status == check_condition)
+    store_moved(e, moved);
+    if (scsi_status == check_condition && is_usable(sense)) {
+        store_sense_bytes(e, sense);
         return check_condition_status;
-    return reply.scsi_status == good ? 0 : status_failed;
+    }
+    store_sense_bytes(e, {});
+    return scsi_status == good || scsi_status == condition_met ? 0 : status_failed;
 }
 
 } // namespace

@@ -1,0 +1,234 @@
+#include "iscsi_connection.h"
+
+#include "messages.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace hostsim::iscsi
+{
+namespace
+{
+
+constexpr size_t padding_unit = 4;
+
+size_t padding_of(size_t length) { return (padding_unit - length % padding_unit) % padding_unit; }
+
+constexpr std::array<uint32_t, 256> make_crc_table()
+{
+    constexpr uint32_t castagnoli = 0x82F63B78;
+    std::array<uint32_t, 256> table{};
+    for (uint32_t i = 0; i < table.size(); ++i) {
+        table[i] = i;
+        for (int bit = 0; bit < 8; ++bit)
+            table[i] = table[i] >> 1 ^ ((table[i] & 1) != 0 ? castagnoli : 0);
+    }
+    return table;
+}
+
+// The digest CRC32C. It may be computed in parts.
+uint32_t crc32c(std::span<const uint8_t> bytes, uint32_t before = 0)
+{
+    static constexpr auto table = make_crc_table();
+    uint32_t crc = ~before;
+    for (const uint8_t byte : bytes)
+        crc = table[(crc ^ byte) & 0xFF] ^ crc >> 8;
+    return ~crc;
+}
+
+// A digest stands in the unit with its lowest byte first.
+std::array<uint8_t, 4> digest_bytes(uint32_t crc)
+{
+    return {static_cast<uint8_t>(crc), static_cast<uint8_t>(crc >> 8),
+            static_cast<uint8_t>(crc >> 16), static_cast<uint8_t>(crc >> 24)};
+}
+
+using address_list = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
+address_list find_addresses(const std::string &portal)
+{
+    const size_t colon = portal.rfind(':');
+    std::string host = portal.substr(0, colon);
+    if (host.starts_with('['))
+        host = host.substr(1, host.size() - 2);
+    addrinfo wanted{};
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    const int failed = getaddrinfo(host.c_str(), portal.c_str() + colon + 1, &wanted, &found);
+    if (failed != 0)
+        throw failure(EHOSTUNREACH, gai_strerror(failed));
+    return {found, freeaddrinfo};
+}
+
+} // namespace
+
+void fail_by_errno(int error)
+{
+    throw failure(error, error == ETIMEDOUT ? "timed out" : std::strerror(error));
+}
+
+void fail_protocol(const std::string &what)
+{
+    throw failure(EPROTO, "the target breaks the protocol: " + what);
+}
+
+connection::connection(const std::string &portal, deadline until) : buffer_(65536)
+{
+    const address_list addresses = find_addresses(portal);
+    int error = EHOSTUNREACH;
+    for (const addrinfo *a = addresses.get(); a != nullptr; a = a->ai_next) {
+        fd_ = socket(a->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        if (fd_ < 0) {
+            error = errno;
+            continue;
+        }
+        const int on = 1;
+        setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        socklen_t size = sizeof error;
+        error = ::connect(fd_, a->ai_addr, a->ai_addrlen) == 0 ? 0 : errno;
+        try {
+            if (error == EINPROGRESS) {
+                wait(POLLOUT, until);
+                getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size);
+            }
+        } catch (const failure &f) {
+            error = f.error;
+        }
+        if (error == 0)
+            return;
+        ::close(fd_);
+        fd_ = -1;
+    }
+    fail_by_errno(error);
+}
+
+connection::~connection()
+{
+    if (fd_ >= 0)
+        ::close(fd_);
+}
+
+bool connection::has_input() const
+{
+    pollfd p = {fd_, POLLIN, 0};
+    return begin_ != end_ || poll(&p, 1, 0) > 0;
+}
+
+void connection::wait(short events, deadline until) const
+{
+    constexpr auto unnoticed = std::chrono::milliseconds(700);
+    for (auto patience = std::min(until, clock::now() + unnoticed);; patience = until) {
+        using std::chrono::milliseconds;
+        const auto left = std::chrono::ceil<milliseconds>(patience - clock::now());
+        pollfd p = {fd_, events, 0};
+        const int ready = poll(&p, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+        if (ready > 0)
+            return;
+        if (ready < 0 && errno != EINTR)
+            fail_by_errno(errno);
+        if (clock::now() >= until)
+            fail_by_errno(ETIMEDOUT);
+        progress::waited();
+    }
+}
+
+void connection::send_all(std::span<const uint8_t> bytes, deadline until)
+{
+    while (!bytes.empty()) {
+        const ssize_t n = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (n > 0)
+            bytes = bytes.subspan(static_cast<size_t>(n));
+        else if (n < 0 && errno == EAGAIN)
+            wait(POLLOUT, until);
+        else if (n < 0 && errno != EINTR)
+            fail_by_errno(errno);
+    }
+}
+
+void connection::send(pdu unit, deadline until)
+{
+    const size_t length = unit.data.size();
+    unit.put(at::ahs_length, static_cast<uint32_t>(length)); // and no additional segments
+
+    std::vector<uint8_t> bytes(unit.header.begin(), unit.header.end());
+    const auto add = [&](std::span<const uint8_t> more) {
+        bytes.insert(bytes.end(), more.begin(), more.end());
+    };
+    if (header_digest)
+        add(digest_bytes(crc32c(unit.header)));
+    if (length != 0) {
+        unit.data.resize(length + padding_of(length));
+        add(unit.data);
+        if (data_digest)
+            add(digest_bytes(crc32c(unit.data)));
+    }
+    send_all(bytes, until);
+}
+
+void connection::read_exactly(std::span<uint8_t> into, deadline until)
+{
+    while (!into.empty()) {
+        if (begin_ != end_) {
+            const size_t n = std::min(into.size(), end_ - begin_);
+            std::memcpy(into.data(), buffer_.data() + begin_, n);
+            begin_ += n;
+            into = into.subspan(n);
+            continue;
+        }
+        // What never ends must not end the waiting either.
+        if (clock::now() >= until)
+            fail_by_errno(ETIMEDOUT);
+        const ssize_t n = recv(fd_, buffer_.data(), buffer_.size(), 0);
+        if (n == 0)
+            throw failure(ECONNRESET, "the target closed the connection");
+        if (n > 0) {
+            begin_ = 0;
+            end_ = static_cast<size_t>(n);
+        } else if (errno == EAGAIN) {
+            wait(POLLIN, until);
+        } else if (errno != EINTR) {
+            fail_by_errno(errno);
+        }
+    }
+}
+
+void connection::check_digest(std::span<const uint8_t> bytes, uint32_t crc, deadline until)
+{
+    std::array<uint8_t, 4> given{};
+    read_exactly(given, until);
+    if (given != digest_bytes(crc32c(bytes, crc)))
+        fail_protocol("a digest is wrong");
+}
+
+pdu connection::receive(deadline until)
+{
+    constexpr uint32_t length_mask = 0xFFFFFF;
+    pdu unit;
+    read_exactly(unit.header, until);
+    std::vector<uint8_t> additional(size_t{unit.header[at::ahs_length]} * padding_unit);
+    read_exactly(additional, until);
+    if (header_digest)
+        check_digest(additional, crc32c(unit.header), until);
+
+    const uint32_t length = unit.get<uint32_t>(at::ahs_length) & length_mask;
+    if (length > most_data)
+        fail_protocol("more data in a unit than was agreed");
+    unit.data.resize(length + padding_of(length));
+    read_exactly(unit.data, until);
+    if (data_digest && length != 0)
+        check_digest(unit.data, 0, until);
+    unit.data.resize(length);
+    return unit;
+}
+
+} // namespace hostsim::iscsi
