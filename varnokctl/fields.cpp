@@ -29,9 +29,19 @@ field_value text(std::span<const uint8_t> field, const output_style &style)
     return same(field_text(field, style));
 }
 
+// Zeros stand for an address or an identifier that is not known.
 field_value octets(std::span<const uint8_t> bytes, std::string_view separator = "")
 {
-    return same(hex_bytes(bytes, separator));
+    const bool known = std::ranges::any_of(bytes, [](uint8_t byte) { return byte != 0; });
+    return known ? same(hex_bytes(bytes, separator)) : field_value{};
+}
+
+// The protocol has no bursts of length 0 and no limit of 0 requests, so both together stand for a
+// session that never logged in. Then its other values are not known either.
+field_value negotiated(const VARNOK_SESS_INFO &session, const field_value &value)
+{
+    const bool known = session.FirstBurstLength != 0 || session.MaxOutstandingR2T != 0;
+    return known ? value : field_value{};
 }
 
 field_value id_pair(unsigned vendor, unsigned device)
@@ -133,23 +143,23 @@ constexpr record_field session_fields[] = {
     {"Initiator name", "initiator_name", look::text, view::details,
      FIELD(text(r.session->info.InitiatorName, s))},
     {"Identifier", "identifier", look::number, view::details,
-     FIELD(large_number(r.session->info.SessionUnique))},
+     FIELD(negotiated(r.session->info, large_number(r.session->info.SessionUnique)))},
     {"Connection", "connection", look::number, view::details,
-     FIELD(large_number(r.session->info.ConnID))},
+     FIELD(negotiated(r.session->info, large_number(r.session->info.ConnID)))},
     {"InitialR2T", "initial_r2t", look::text, view::details,
-     FIELD(flag(r.session->info.InitialR2T))},
+     FIELD(negotiated(r.session->info, flag(r.session->info.InitialR2T)))},
     {"ImmediateData", "immediate_data", look::text, view::details,
-     FIELD(flag(r.session->info.ImmediateData))},
+     FIELD(negotiated(r.session->info, flag(r.session->info.ImmediateData)))},
     {"DataSequenceInOrder", "data_sequence_in_order", look::text, view::details,
-     FIELD(flag(r.session->info.DataSequenceInOrder))},
+     FIELD(negotiated(r.session->info, flag(r.session->info.DataSequenceInOrder)))},
     {"DataPDUInOrder", "data_pdu_in_order", look::text, view::details,
-     FIELD(flag(r.session->info.DataPDUInOrder))},
+     FIELD(negotiated(r.session->info, flag(r.session->info.DataPDUInOrder)))},
     {"MaxOutstandingR2T", "max_outstanding_r2t", look::number, view::details,
-     FIELD(number(r.session->info.MaxOutstandingR2T))},
+     FIELD(negotiated(r.session->info, number(r.session->info.MaxOutstandingR2T)))},
     {"FirstBurstLength", "first_burst_length", look::number, view::details,
-     FIELD(number(r.session->info.FirstBurstLength))},
+     FIELD(negotiated(r.session->info, number(r.session->info.FirstBurstLength)))},
     {"ErrorRecoveryLevel", "error_recovery_level", look::number, view::details,
-     FIELD(number(r.session->info.ErrorRecoveryLevel))},
+     FIELD(negotiated(r.session->info, number(r.session->info.ErrorRecoveryLevel)))},
 };
 
 constexpr record_field target_fields[] = {
