@@ -82,7 +82,9 @@ void fail_protocol(const std::string &what)
     throw failure(EPROTO, "the target breaks the protocol: " + what);
 }
 
-connection::connection(const std::string &portal, deadline until) : buffer_(65536)
+connection::connection(int fd) : fd_(fd), buffer_(65536) {}
+
+connection::connection(const std::string &portal, deadline until) : connection(-1)
 {
     const address_list addresses = find_addresses(portal);
     int error = EHOSTUNREACH;

@@ -35,6 +35,8 @@ class connection
   public:
     // Connects to "host:port". Throws failure, as every call here does.
     connection(const std::string &portal, deadline until);
+    // Takes a connected socket that does not block.
+    explicit connection(int fd);
     ~connection();
     connection(const connection &) = delete;
     connection &operator=(const connection &) = delete;

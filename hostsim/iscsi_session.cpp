@@ -112,8 +112,20 @@ class session::transfer
 };
 
 session::session(const std::string &portal, login_names names, deadline until)
-    : names_(std::move(names)), to_(portal, until), login_(log_in(to_, names_, until))
+    : names_(std::move(names)), to_(portal, until)
 {
+    begin(until);
+}
+
+session::session(int socket, login_names names, deadline until)
+    : names_(std::move(names)), to_(socket)
+{
+    begin(until);
+}
+
+void session::begin(deadline until)
+{
+    login_ = log_in(to_, names_, until);
     to_.header_digest = login_.agreed.header_digest != 0;
     to_.data_digest = login_.agreed.data_digest != 0;
 }

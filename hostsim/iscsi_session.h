@@ -29,6 +29,7 @@ class session
   public:
     // Connects and logs in. Throws failure, as every call here does: then the session has ended.
     session(const std::string &portal, login_names names, deadline until);
+    session(int socket, login_names names, deadline until); // which is connected
 
     const parameters &agreed() const { return login_.agreed; }
     uint16_t tsih() const { return login_.tsih; }
@@ -46,6 +47,8 @@ class session
   private:
     class transfer;
 
+    void begin(deadline until);
+
     void note_numbers(const pdu &unit);
     pdu new_request(uint8_t operation) const;
     void serve(const pdu &unit, deadline until);
@@ -54,7 +57,7 @@ class session
 
     login_names names_;
     connection to_;
-    login_result login_;
+    login_result login_{};
     uint32_t task_tag_ = 0;
 };
 
