@@ -66,13 +66,20 @@ void store_sense_bytes(const exchange &e, std::span<const uint8_t> bytes)
     std::memcpy(e.record.data(), &h, head_size);
 }
 
-// Whether the sense data has at least a key in a form that is known.
+// Whether the sense data is of a known form and says something: a key, or that a tape came to a
+// mark or to its end, or that a block had another length.
 bool is_usable(std::span<const uint8_t> sense)
 {
     constexpr size_t shortest = 3;
-    constexpr uint8_t first_form = 0x70, last_form = 0x73;
-    return sense.size() >= shortest && (sense[0] & 0x7F) >= first_form &&
-           (sense[0] & 0x7F) <= last_form;
+    constexpr uint8_t first_form = 0x70, descriptor_form = 0x72, last_form = 0x73;
+    constexpr uint8_t key_bits = 0x0F, key_and_mark_bits = 0xEF;
+    if (sense.size() < shortest)
+        return false;
+    const uint8_t form = sense[0] & 0x7F;
+    if (form < first_form || form > last_form)
+        return false;
+    return form < descriptor_form ? (sense[2] & key_and_mark_bits) != 0
+                                  : (sense[1] & key_bits) != 0;
 }
 
 // A status that has no sense data to tell of it becomes a failure of the driver.
