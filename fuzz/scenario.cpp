@@ -22,7 +22,7 @@ bool is_small(const hostsim::scenario &host)
         if (!port.described->portal.empty())
             return false;
         for (const hostsim::session_description &session : port.described->sessions)
-            if ((commands += session.copies * (1 + session.luns.size())) > most_commands)
+            if ((commands += session.copies * (1 + session.luns->entries.size())) > most_commands)
                 return false;
         if (commands > most_commands)
             return false;

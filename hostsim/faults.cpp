@@ -6,24 +6,35 @@
 namespace hostsim
 {
 
-fault read_fault(const json &object, const place &at)
+namespace
 {
-    fault f;
-    read_members(f, object, at, fault_members);
 
-    const asked_of whom = facts(f.what).whom;
-    if (whom == (is_native(f.driver) ? asked_of::legacy_driver : asked_of::native_driver))
-        place{&at, "request"}.fail("not made to this driver");
-    if (f.instance && whom != asked_of::one_port)
-        place{&at, "instance"}.fail("the request is not made to a port");
-    if (f.sense && f.what != request::scsi_cmd)
-        place{&at, "sense"}.fail("only for scsi_cmd");
-    if (f.status && f.what == request::open)
-        place{&at, "status"}.fail("not for open");
-    if (!f.status && !f.error && !f.sense && f.what != request::open)
-        at.fail("nothing fails: status, errno or sense is missing");
-    return f;
-}
+class fault_reader : public object_reader<fault>
+{
+  public:
+    explicit fault_reader(fault &into) : object_reader(into, fault_members) {}
+
+    void close(const place &at) override
+    {
+        object_reader::close(at);
+        const fault &f = into_;
+        const asked_of whom = facts(f.what).whom;
+        if (whom == (is_native(f.driver) ? asked_of::legacy_driver : asked_of::native_driver))
+            place{&at, "request"}.fail("not made to this driver");
+        if (f.instance && whom != asked_of::one_port)
+            place{&at, "instance"}.fail("the request is not made to a port");
+        if (f.sense && f.what != request::scsi_cmd)
+            place{&at, "sense"}.fail("only for scsi_cmd");
+        if (f.status && f.what == request::open)
+            place{&at, "status"}.fail("not for open");
+        if (!f.status && !f.error && !f.sense && f.what != request::open)
+            at.fail("nothing fails: status, errno or sense is missing");
+    }
+};
+
+} // namespace
+
+std::unique_ptr<container> open_fault(fault &into) { return std::make_unique<fault_reader>(into); }
 
 const fault *next_fault(std::vector<fault> &faults, driver_id driver, request what,
                         std::optional<uint32_t> instance)

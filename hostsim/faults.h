@@ -5,6 +5,7 @@
 #include "members.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -34,7 +35,7 @@ inline constexpr member<fault> fault_members[] = {
     {"sense", made_by<&fault::sense, to_sense>},
 };
 
-fault read_fault(const json &object, const place &at);
+std::unique_ptr<container> open_fault(fault &into);
 
 // Returns the first fault that fires, or null. Every matching fault counts the request.
 const fault *next_fault(std::vector<fault> &faults, driver_id driver, request what,

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <span>
@@ -58,6 +59,9 @@ class host
     std::function<void(exchange &)> on_request;
     std::function<void(exchange &)> on_answer;
 };
+
+// Reads a stream from here to its end. Throws scenario_error.
+std::string read_stream(std::FILE *stream);
 
 // Makes h the host that this process sees. Null brings the real machine back.
 void install(host *h);

@@ -237,7 +237,7 @@ varnok_drv_tgt_info target_record(const port &p, const session_description &s, u
     varnok_drv_session_info session = session_record(p, s, number);
     varnok_drv_tgt_info r{};
     r.scsi_tgt_num = number;
-    r.lun_count = static_cast<uint32_t>(s.luns.size());
+    r.lun_count = static_cast<uint32_t>(s.luns->entries.size());
     for (const shared_field &f : shared_fields)
         std::memcpy(bytes(r) + f.in_target, bytes(session) + f.in_session, f.size);
     apply_settings(s.target_settings, &r);

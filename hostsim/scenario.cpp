@@ -1,11 +1,9 @@
 #include "scenario.h"
 
-#include "disk.h"
+#include "reading.h"
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <numeric>
 #include <utility>
 
 namespace hostsim
@@ -13,115 +11,57 @@ namespace hostsim
 namespace
 {
 
-constexpr uint32_t most_ports = 65536; // a legacy driver takes 16 bits
-constexpr uint32_t most_sessions = 65536;
-constexpr uint32_t most_luns = 65536; // a disk's identity has 16 bits for them
 constexpr uint32_t first_host_no = 32;
-constexpr uint64_t default_disk_size = 100ull << 30;
 
 // The schema of a captured host's document.
 constexpr std::array<std::string_view, 1> capture_schemas = {"varnok/1"};
 
-// ---- LUNs -------------------------------------------------------------------------------------
-
-void check_lun(lun_description &d, const place &at, const std::string &folder)
-{
-    d.size = d.given_size.value_or(is_disk(d) ? default_disk_size : 0);
-    if (d.size % d.block_size != 0)
-        place{&at, "size"}.fail("not a multiple of the block size " + std::to_string(d.block_size));
-    if (d.first.raw && d.copies != 1)
-        place{&at, "repeat"}.fail("not for a LUN that is given as its bytes");
-    if (!d.first.raw && d.first.number + d.copies - 1 > lun_number_max)
-        at.fail("its LUNs go beyond " + std::to_string(lun_number_max));
-    if (!d.file)
-        return;
-    d.file = std::filesystem::path(folder) / *d.file;
-    const std::string error = prepare_file(*d.file, d.size);
-    if (!error.empty())
-        place{&at, "file"}.fail(error);
-}
-
-void add_luns(session_description &into, lun_description d)
-{
-    const auto description = static_cast<uint32_t>(into.lun_descriptions.size());
-    into.luns.push_back({d.first.wire, description});
-    for (uint32_t k = 1; k < d.copies; ++k)
-        into.luns.push_back({numbered_lun(d.first.number + k).wire, description});
-    into.lun_descriptions.push_back(std::move(d));
-}
-
-void sort_luns(session_description &s)
-{
-    s.luns_by_wire.resize(s.luns.size());
-    std::iota(s.luns_by_wire.begin(), s.luns_by_wire.end(), 0);
-    std::ranges::sort(s.luns_by_wire, {}, [&](uint32_t k) { return s.luns[k].wire; });
-}
-
-void read_luns(const json &array, const place &at, const std::string &folder,
-               session_description &into)
-{
-    uint32_t next_number = 0;
-    into.luns.clear();
-    into.lun_descriptions.clear();
-    each_element(array, at, [&](const json &value, const place &here) {
-        lun_description d;
-        d.first = numbered_lun(next_number);
-        read_members(d, value, here, lun_members);
-        check_lun(d, here, folder);
-        if (!d.first.raw)
-            next_number = d.first.number + d.copies;
-        add_luns(into, std::move(d));
-        if (into.luns.size() > most_luns)
-            at.fail("more than " + std::to_string(most_luns) + " LUNs");
-    });
-
-    sort_luns(into);
-    const auto wire = [&](uint32_t k) { return into.luns[k].wire; };
-    if (std::ranges::adjacent_find(into.luns_by_wire, {}, wire) != into.luns_by_wire.end())
-        at.fail("a LUN is there twice");
-}
-
-// One disk with every default.
-void add_default_lun(session_description &into)
-{
-    lun_description d;
-    d.size = default_disk_size;
-    add_luns(into, std::move(d));
-    sort_luns(into);
-}
-
 // ---- Sessions ---------------------------------------------------------------------------------
 
-void read_target(const json &object, const place &at, session_description &into)
+class session_reader : public object_reader<session_description>
 {
-    each_member(object, at, [&](std::string_view name, const json &value, const place &here) {
-        if (!read_field(target_fields, into.target_settings, name, value, here))
-            here.fail("unknown field");
-    });
-}
+  public:
+    session_reader(reading &r, port_description &port)
+        : session_reader(r, port, port.sessions.emplace_back())
+    {
+    }
 
-void read_session(const json &object, const place &at, const std::string &folder,
-                  port_description &into)
-{
-    session_description s;
-    s.first = into.session_count;
-    add_default_lun(s);
-    read_members(s, object, at, session_members,
-                 [&](std::string_view name, const json &value, const place &here) {
-                     if (name == "luns")
-                         read_luns(value, here, folder, s);
-                     else if (name == "target")
-                         read_target(value, here, s);
-                     else
-                         return read_field(session_fields, s.session_settings, name, value, here);
-                     return true;
-                 });
+    void close(const place &at) override
+    {
+        port_.session_count += into_.copies;
+        limit(port_.session_count, most_port_sessions, "sessions on a port", at);
+        limit(r_.sessions + port_.session_count, most_host_sessions, "sessions on the host", at);
+        r_.port_luns += uint64_t{into_.copies} * into_.luns->entries.size();
+        limit(r_.luns + r_.port_luns, most_host_luns, "LUNs on the host", at);
+    }
 
-    into.session_count += s.copies;
-    if (into.session_count > most_sessions)
-        at.fail("more than " + std::to_string(most_sessions) + " sessions on a port");
-    into.sessions.push_back(std::move(s));
-}
+  private:
+    session_reader(reading &r, port_description &port, session_description &s)
+        : object_reader(s, session_members, {{{session_fields, &s.session_settings}, {}}}), r_(r),
+          port_(port)
+    {
+        s.first = port.session_count;
+        s.luns = default_luns();
+    }
+
+    nested nested_member(std::string_view name) const override
+    {
+        if (name == "luns")
+            return nested::array;
+        return name == "target" ? nested::object : nested::none;
+    }
+    std::unique_ptr<container> open_nested(const place &at) override
+    {
+        if (at.key == "luns")
+            return open_luns(r_, into_);
+        return std::make_unique<object_reader<session_description>>(
+            into_, std::span<const member<session_description>>(),
+            std::array<field_group, 2>{{{target_fields, &into_.target_settings}, {}}});
+    }
+
+    reading &r_;
+    port_description &port_;
+};
 
 // ---- Ports ------------------------------------------------------------------------------------
 
@@ -132,8 +72,7 @@ void add_ports(scenario &s, const place &at, port_description &described)
     same.present = true;
 
     for (uint32_t k = 0; k < described.copies; ++k) {
-        if (s.ports.size() == most_ports)
-            at.fail("more than " + std::to_string(most_ports) + " ports");
+        limit(s.ports.size() + 1, most_ports, "ports", at);
         port p{};
         p.described = &described;
         p.index = static_cast<uint32_t>(s.ports.size());
@@ -154,48 +93,126 @@ void add_ports(scenario &s, const place &at, port_description &described)
     }
 }
 
-void read_port(const json &object, const place &at, const std::string &folder, scenario &into)
+class port_reader : public object_reader<port_description>
 {
-    port_description &p = into.descriptions.emplace_back();
-    read_members(p, object, at, port_members,
-                 [&](std::string_view name, const json &value, const place &here) {
-                     if (name != "sessions")
-                         return read_field(pci_fields, p.pci_settings, name, value, here) ||
-                                read_field(port_fields, p.port_settings, name, value, here);
-                     each_element(value, here, [&](const json &session, const place &there) {
-                         read_session(session, there, folder, p);
-                     });
-                     return true;
-                 });
-    if (!p.portal.empty() && (p.copies != 1 || !p.sessions.empty()))
-        place{&at, "portal"}.fail("its targets are the only sessions of one port");
-    add_ports(into, at, p);
-}
+  public:
+    explicit port_reader(reading &r) : port_reader(r, r.into.descriptions.emplace_back()) {}
+
+    void close(const place &at) override
+    {
+        object_reader::close(at);
+        const port_description &p = into_;
+        if (!p.portal.empty() && (p.copies != 1 || !p.sessions.empty()))
+            place{&at, "portal"}.fail("its targets are the only sessions of one port");
+        if (p.host_no && *p.host_no > UINT32_MAX - (p.copies - 1))
+            place{&at, "host_no"}.fail("its copies go beyond " + std::to_string(UINT32_MAX));
+        r_.sessions += uint64_t{p.copies} * p.session_count;
+        limit(r_.sessions, most_host_sessions, "sessions on the host", at);
+        r_.luns += p.copies * r_.port_luns;
+        limit(r_.luns, most_host_luns, "LUNs on the host", at);
+        add_ports(r_.into, at, into_);
+    }
+
+  private:
+    port_reader(reading &r, port_description &p)
+        : object_reader(p, port_members,
+                        {{{pci_fields, &p.pci_settings}, {port_fields, &p.port_settings}}}),
+          r_(r)
+    {
+        r.port_luns = 0;
+    }
+
+    nested nested_member(std::string_view name) const override
+    {
+        return name == "sessions" ? nested::array : nested::none;
+    }
+    std::unique_ptr<container> open_nested(const place &) override
+    {
+        return objects([&](const place &) { return std::make_unique<session_reader>(r_, into_); });
+    }
+
+    reading &r_;
+};
 
 // ---- The whole --------------------------------------------------------------------------------
 
-void read_top_member(std::string_view name, const json &value, const place &at,
-                     const std::string &folder, scenario &into)
+class driver_array : public container
 {
-    if (name == "host")
-        read_members(into, value, at, host_members);
-    else if (name == "drivers")
-        each_element(value, at, [&](const json &driver, const place &here) {
-            into.of(to_driver(driver, here)).present = true;
+  public:
+    explicit driver_array(scenario &into) : into_(into) {}
+    void take(const value &v, const place &at) override
+    {
+        into_.of(to_driver(v, at)).present = true;
+    }
+
+  private:
+    scenario &into_;
+};
+
+// What a document says that is not about the host.
+class ignored : public container
+{
+  public:
+    void take(const value &, const place &) override {}
+    std::unique_ptr<container> open(bool, const place &) override
+    {
+        return std::make_unique<ignored>();
+    }
+};
+
+class top_reader : public object_reader<scenario>
+{
+  public:
+    explicit top_reader(reading &r) : object_reader(r.into, top_members), r_(r) {}
+
+    bool select(std::string_view name) override
+    {
+        ignores_ = std::ranges::find(ignored_members, name) != ignored_members.end();
+        return ignores_ || object_reader::select(name);
+    }
+    void take(const value &v, const place &at) override
+    {
+        if (!ignores_)
+            object_reader::take(v, at);
+    }
+    std::unique_ptr<container> open(bool array, const place &at) override
+    {
+        return ignores_ ? std::make_unique<ignored>() : object_reader::open(array, at);
+    }
+
+  private:
+    nested nested_member(std::string_view name) const override
+    {
+        if (name == "host")
+            return nested::object;
+        return name == "drivers" || name == "ports" || name == "faults" ? nested::array
+                                                                        : nested::none;
+    }
+    std::unique_ptr<container> open_nested(const place &at) override
+    {
+        if (at.key == "host")
+            return std::make_unique<object_reader<scenario>>(into_, host_members);
+        if (at.key == "drivers")
+            return std::make_unique<driver_array>(into_);
+        if (at.key == "ports")
+            return objects([&](const place &) { return std::make_unique<port_reader>(r_); });
+        return objects([&](const place &here) {
+            limit(into_.faults.size() + 1, most_faults, "faults", *here.up);
+            return open_fault(into_.faults.emplace_back());
         });
-    else if (name == "ports")
-        each_element(value, at, [&](const json &object, const place &here) {
-            read_port(object, here, folder, into);
-        });
-    else if (name == "faults")
-        each_element(value, at, [&](const json &object, const place &here) {
-            into.faults.push_back(read_fault(object, here));
-        });
-    else if (name == "schema")
-        to_choice(value, at, capture_schemas);
-    else if (name != "command" && name != "complete" && name != "failures") // of a captured host
-        at.fail("unknown field");
-}
+    }
+
+    static void check_schema(scenario &, const value &v, const place &at)
+    {
+        to_choice(v, at, capture_schemas);
+    }
+    static constexpr member<scenario> top_members[] = {{"schema", check_schema}};
+    static constexpr std::array<std::string_view, 3> ignored_members = {"command", "complete",
+                                                                        "failures"};
+
+    reading &r_;
+    bool ignores_ = false;
+};
 
 // The ports may follow the faults, so this check comes last.
 void check_fault_instances(const scenario &s)
@@ -223,13 +240,11 @@ const session_description *port_description::find_session(uint32_t number) const
 scenario read_scenario(std::string_view text, const std::string &base)
 {
     scenario s;
-    parse_document(text, [&](const json &document) {
-        each_member(document, place{},
-                    [&](std::string_view name, const json &value, const place &at) {
-                        read_top_member(name, value, at, base, s);
-                    });
-    });
+    reading r{s, base};
+    top_reader document(r);
+    read_document(text, document);
     check_fault_instances(s);
+    prepare_files(r);
     return s;
 }
 

@@ -5,6 +5,7 @@
 #include "drivers.h"
 #include "faults.h"
 #include "hostsim.h"
+#include "luns.h"
 #include "members.h"
 #include "record_fields.h"
 #include "values.h"
@@ -26,47 +27,13 @@ class real_target;
 
 inline constexpr uint32_t most_copies = 65536; // of one description
 
-struct lun_description {
-    uint32_t copies = 1;
-    lun_number first; // its first copy's
-    std::optional<uint64_t> given_size;
-    uint64_t size = 0; // 0: no medium
-    uint32_t block_size = 512;
-    uint8_t device_type = 0;
-    std::string vendor = "MOLVAR";
-    std::string product = "HALCYON LUN";
-    std::string revision = "1.00";
-    std::optional<std::string> file; // none: the contents are in memory
-};
-
-inline constexpr member<lun_description> lun_members[] = {
-    {"repeat", number<&lun_description::copies, 1, lun_number_max + 1>},
-    {"lun", made_by<&lun_description::first, to_lun>},
-    {"size", made_by<&lun_description::given_size, to_byte_count>},
-    {"block_size", number<&lun_description::block_size, 1>},
-    {"device_type", number<&lun_description::device_type>},
-    {"vendor", text<&lun_description::vendor, 8>},
-    {"product", text<&lun_description::product, 16>},
-    {"revision", text<&lun_description::revision, 4>},
-    {"file", text<&lun_description::file>},
-};
-
-inline bool is_disk(const lun_description &lun) { return lun.device_type == 0; }
-
-struct lun_entry {
-    uint64_t wire; // as in lun_number
-    uint32_t description;
-};
-
 struct session_description {
     uint32_t first = 0; // its first copy's session number
     uint32_t copies = 1;
     settings session_settings;
     settings target_settings;
-    std::vector<lun_description> lun_descriptions;
-    std::vector<lun_entry> luns;        // in the scenario's order
-    std::vector<uint32_t> luns_by_wire; // indexes into luns, by ascending wire
-    std::shared_ptr<real_target> real;  // null, or answers instead of the LUNs
+    std::shared_ptr<const lun_list> luns = no_luns(); // never null
+    std::shared_ptr<real_target> real;                // null, or answers instead of the LUNs
 };
 
 inline constexpr member<session_description> session_members[] = {
@@ -117,6 +84,7 @@ struct scenario {
     uint32_t euid = 0;
     uint32_t check_condition_status = 0;
     std::deque<port_description> descriptions; // deques keep pointers to their elements valid
+    std::deque<lun_description> lun_descriptions;
     std::deque<port> ports;
     uint32_t boards = 0;
     std::array<driver_ports, drivers.size()> by_driver;

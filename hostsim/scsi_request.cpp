@@ -122,7 +122,7 @@ uint32_t answer_scsi(exchange &e, const port &p, disk_contents &disks,
         return answer_of_real_target(e, target->real->run(wire_lun(h), command),
                                      check_condition_status);
     const scsi_result result =
-        run_scsi(*target, p.first_target + h.tgt + 1, wire_lun(h), command, disks);
+        run_scsi(*target->luns, p.first_target + h.tgt + 1, wire_lun(h), command, disks);
     store_moved(e, result.moved);
     store_sense(e, result.sense);
     return is_good(result.sense) ? 0 : check_condition_status;

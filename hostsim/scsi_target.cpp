@@ -20,7 +20,7 @@ constexpr sense_code bad_field = {0x05, 0x24, 0x00};
 constexpr sense_code no_such_lun = {0x05, 0x25, 0x00};
 
 struct call {
-    const session_description &target;
+    const lun_list &luns;
     const lun_description *lun; // null when the target does not have it
     uint64_t identity;          // of the disk, unique on the host
     const scsi_command &command;
@@ -124,11 +124,11 @@ scsi_result report_luns(const call &c)
     if (select > all)
         return check(bad_field);
 
-    size_t count = select == well_known_only ? 0 : c.target.luns.size();
+    size_t count = select == well_known_only ? 0 : c.luns.entries.size();
     std::vector<uint8_t> data(8 + 8 * count);
     put_number(&data[0], static_cast<uint32_t>(8 * count));
     for (size_t i = 0; i < count; ++i)
-        put_number(&data[8 + 8 * i], c.target.luns[i].wire);
+        put_number(&data[8 + 8 * i], c.luns.entries[i].wire);
     return give(c, data, cdb_field(c, 6, 4));
 }
 
@@ -221,15 +221,14 @@ std::array<uint8_t, sense_size> fixed_sense(const sense_code &sense)
     return bytes;
 }
 
-scsi_result run_scsi(const session_description &target, uint64_t target_number, uint64_t lun,
+scsi_result run_scsi(const lun_list &luns, uint64_t target_number, uint64_t lun,
                      const scsi_command &command, disk_contents &contents)
 {
-    const auto wire = [&](uint32_t k) { return target.luns[k].wire; };
-    const auto at = std::ranges::lower_bound(target.luns_by_wire, lun, {}, wire);
-    const bool there = at != target.luns_by_wire.end() && wire(*at) == lun;
+    const auto wire = [&](uint32_t k) { return luns.entries[k].wire; };
+    const auto at = std::ranges::lower_bound(luns.by_wire, lun, {}, wire);
+    const bool there = at != luns.by_wire.end() && wire(*at) == lun;
     const uint32_t position = there ? *at : 0;
-    const call c = {target,
-                    there ? &target.lun_descriptions[target.luns[position].description] : nullptr,
+    const call c = {luns, there ? luns.entries[position].what : nullptr,
                     target_number << 16 | position, command, contents};
 
     if (command.cdb.empty())

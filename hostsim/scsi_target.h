@@ -2,7 +2,7 @@
 #pragma once
 
 #include "disk.h"
-#include "scenario.h"
+#include "luns.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +32,7 @@ std::array<uint8_t, sense_size> fixed_sense(const sense_code &sense);
 using disk_contents = std::unordered_map<uint64_t, sparse_bytes>;
 
 // The LUN is its eight bytes as a big-endian number. target_number counts the targets of the host.
-scsi_result run_scsi(const session_description &target, uint64_t target_number, uint64_t lun,
+scsi_result run_scsi(const lun_list &luns, uint64_t target_number, uint64_t lun,
                      const scsi_command &command, disk_contents &contents);
 
 } // namespace hostsim

@@ -120,6 +120,6 @@ try {
     std::perror("varnokctl: output");
     return ctl::refused;
 } catch (const std::exception &error) {
-    std::fprintf(stderr, "varnokctl: %s\n", error.what());
+    std::fprintf(stderr, "varnokctl: %s\n", ctl::safe_text(error.what()).c_str());
     return ctl::refused;
 }

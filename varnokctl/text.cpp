@@ -124,7 +124,9 @@ std::string field_text(std::span<const uint8_t> field, const output_style &style
 
 std::string safe_text(std::string_view typed)
 {
-    return field_text({reinterpret_cast<const uint8_t *>(typed.data()), typed.size()}, {});
+    constexpr size_t longest = 300;
+    const auto *bytes = reinterpret_cast<const uint8_t *>(typed.data());
+    return shortened(field_text({bytes, typed.size()}, {}), longest, {});
 }
 
 std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator)

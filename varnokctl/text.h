@@ -26,7 +26,7 @@ struct ip_endpoint {
 // printable is written as \xNN, and so is the backslash. Without UTF-8, only ASCII is printable.
 std::string field_text(std::span<const uint8_t> field, const output_style &style);
 
-// What a user typed, with escapes as in field_text.
+// What a user typed, with escapes as in field_text. A long text lacks its middle.
 std::string safe_text(std::string_view typed);
 
 // Bytes as hexadecimal digits in lower case, with a separator between two bytes.

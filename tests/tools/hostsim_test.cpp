@@ -4,6 +4,7 @@
 #include "records/kx_iscsi_vmkmgmt.h"
 #include "records/varnok_ioctl.h"
 #include "support/varnok_bytes.h"
+#include "values.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -45,8 +46,8 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
     const std::pair<std::string, std::string> levels[] = {
         {"{@}", ""},
         {"{'ports':[{'driver':'pelt'},{@}]}", "ports[1]"},
-        {"{'ports':[{'sessions':[{@}]}]}", "ports[0].sessions[0]"},
-        {"{'ports':[{'sessions':[{'luns':[{@}]}]}]}", "ports[0].sessions[0].luns[0]"},
+        {"{'ports':[{'driver':'pelt','sessions':[{@}]}]}", "ports[0].sessions[0]"},
+        {"{'ports':[{'driver':'pelt','sessions':[{'luns':[{@}]}]}]}", "ports[0].sessions[0].luns[0]"},
         {"{'faults':[{'driver':'pelt',@}]}", "faults[0]"},
     };
     const std::tuple<level, const char *, std::string> cases[] = {
@@ -64,12 +65,26 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
         {port, "'ipv6addr':'fd00::7\\u0000x'", ".ipv6addr: not an IPv6 address"},
         {port, "'portal':'[fd00::7]:65536'", ".portal: not host:port with a port from 1 to 65535"},
         {port, "'portal':'fd00::7:3260'", ".portal: not host:port with a port from 1 to 65535"},
-        {port, "'mtu':9,'sessions':[[[],0]],'mtu':9", ".mtu: given twice"},
+        {port, "'portal':'[fd00::7]x'", ".portal: not host:port with a port from 1 to 65535"},
+        {port, "'portal':'host:'", ".portal: not host:port with a port from 1 to 65535"},
+        {port, "'portal':'a\\u0000b'", ".portal: not host:port with a port from 1 to 65535"},
+        {port, "'mtu':9,'sessions':[{'repeat':2}],'mtu':9", ".mtu: given twice"},
+        {port, "'sessions':[[[],0]]", ".sessions[0]: not an object"},
+        {port, "'sessions':[0]", ".sessions[0]: not an object"},
+        {port, "'mtu':[1]", ".mtu: not a number from 0 to 4294967295"},
+        {port, "'mtu':{'x':1}", ".mtu: not a number from 0 to 4294967295"},
+        {port, "'model_name':[1,256]", ".model_name[1]: not a number from 0 to 255"},
+        {port, "'model_name':[1,[2]]", ".model_name[1]: not a number from 0 to 255"},
+        {port, "'host_no':4294967295,'driver':'dxo','repeat':2", ".host_no: its copies go beyond 4294967295"},
         {session, "'target':{'ip':1}", ".target.ip: unknown field"},
+        {session, "'target':[]", ".target: not an object"},
+        {session, "'luns':[{'lun':16383},{}]", ".luns[1]: its LUNs go beyond 16383"},
         {session, "'luns':[{},{'lun':0}]", ".luns: a LUN is there twice"},
         {lun, "'size':1000", ".size: not a multiple of the block size 512"},
         {lun, "'size':'16 EiB'", ".size: more bytes than 64 bits count"},
         {lun, "'file':'disk.img'", ".file: Not a directory"},
+        {lun, "'file':'a\\u0000b'", ".file: has a NUL byte"},
+        {lun, "'file':['/',0]", ".file[0]: not a number from 0 to 255"},
         {lun, "'vendor':'a','vendor':'b'", ".vendor: given twice"},
         {fault, "'request':'open'", ".request: not made to this driver"},
         {fault, "'request':'hostno','errno':'EFOO'", ".errno: not an error such as \"EIO\""},
@@ -80,14 +95,68 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
         auto [scenario, place] = levels[where];
         EXPECT_EQ(error_of(scenario.replace(scenario.find('@'), 1, text)), place + error);
     }
-    EXPECT_EQ(error_of("{\n 'ports': [}").substr(0, 33), "parse error at line 2, column 12:");
-    EXPECT_EQ(error_of("{'ports':1e999}"), "number overflow parsing '1e999'");
-    // Too many LUNs end the reading at once.
-    std::string many;
-    for (int i = 0; i < 5; ++i)
-        many += "{'lun':0,'repeat':16384},";
-    EXPECT_EQ(error_of("{'ports':[{'sessions':[{'luns':[" + many + "{'x':1}]}]}]}"),
-              "ports[0].sessions[0].luns: more than 65536 LUNs");
+}
+
+TEST(ScenarioTest, DocumentsAreBounded)
+{
+    const auto times = [](size_t count, const std::string &piece) {
+        std::string text;
+        while (count-- != 0)
+            text += piece;
+        return text;
+    };
+    const std::string zero(1, '\0'), four_million(4'000'000, 'x');
+    const std::string ports = "{'ports':[{'driver':'pelt',", sessions = ports + "'sessions':[";
+    const std::string luns = sessions + "{'luns':[", faults = "{'faults':[";
+    const std::string fault = "{'driver':'pelt','request':'init','errno':1},";
+    const std::pair<std::string, std::string> cases[] = {
+        {"[]", "not an object"},
+        {"{\n 'ports': [}", "parse error at line 2, column 12: syntax error while parsing value - unexpected '}'; "
+                            "expected '[', '{', or a literal"},
+        {"{'ports':1e999}", "number overflow parsing '1e999'"},
+        {"{} {}", "parse error at line 1, column 4: syntax error while parsing value - unexpected '{'; "
+                  "expected end of input"},
+        {"{}" + zero, "parse error at line 1, column 3: a NUL byte"},
+        {"{\n'" + zero, "parse error at line 2, column 2: a NUL byte"},
+        {"{'x':1}" + zero, "x: unknown field"},
+        {"{}x" + zero, "parse error at line 1, column 3: syntax error while parsing value - invalid literal; "
+                       "last read: '{}x'; expected end of input"},
+        {"{\n// \xE2\x82", "parse error at line 2, column 4: not UTF-8"},
+        {"{\n//\xE2\x82\xAC\n'\xC0\x80'", "parse error at line 3, column 2: not UTF-8"},
+        {"{'x", "parse error at line 1, column 4: syntax error while parsing object key - invalid string: missing "
+                "closing quote; last read: '\"x'; expected string literal"},
+        {"{'\\u001b[2J\u202e':1}", "\\x1B[2J\\xE2\\x80\\xAE: unknown field"},
+        {"{'" + four_million + "':1}", four_million.substr(0, 120) + "...: unknown field"},
+        {"{\x7F" + four_million, "parse error at line 1, column 2: syntax error while parsing object key - invalid "
+                                 "literal; last read: '{\\x7F'; expected string literal"},
+        {"{'" + four_million, "parse error at line 1, column 4000003: syntax error while parsing object key - invalid "
+                              "string: missing closing quote; last read: '\"" +
+                                  four_million.substr(1, 119) + "...'; expected string literal"},
+        {"{'failures':[{'a':1,'a':{}}]}", "failures[0].a: given twice"},
+        {"{'failures':[" + times(400'000, "{},") + "[{},1,true,null,-1,'x']]}", ""},
+        {"{'failures':" + std::string(63, '[') + std::string(63, ']') + "}", ""},
+        {"{'failures':" + std::string(20 << 20, '['), "failures" + times(63, "[0]") + ": deeper than 64 levels"},
+        {ports + "'model_name':[" + times(1'000'000, "1,") + "'x']", "ports[0].model_name: longer than 32 bytes"},
+        {ports + "'repeat':65536},{'driver':'pelt'}", "ports[1]: more than 65536 ports"},
+        {sessions + "{'repeat':65536},{}]", "ports[0].sessions[1]: more than 65536 sessions on a port"},
+        {sessions + "{'luns':[],'repeat':65536}],'repeat':16}]}", ""},
+        {sessions + "{'luns':[],'repeat':65536}],'repeat':17}", "ports[0]: more than 1048576 sessions on the host"},
+        {luns + times(5, "{'lun':0,'repeat':16384},") + "{'x':1}", "ports[0].sessions[0].luns: more than 65536 LUNs"},
+        {luns + "{'repeat':16384}],'repeat':64}]}]}", ""},
+        {luns + "{'repeat':16384}],'repeat':64},{}", "ports[0].sessions[1]: more than 1048576 LUNs on the host"},
+        {luns + "{'repeat':16384}]}],'repeat':65}", "ports[0]: more than 1048576 LUNs on the host"},
+        {luns + times(64, "{'repeat':16384}]},{'luns':[") + "{},{'x':1}",
+         "ports[0].sessions[64].luns: more than 1048576 LUNs on the host"},
+        {faults + times(65'536, fault) + "{'x':1}", "faults: more than 65536 faults"},
+    };
+    for (const auto &[text, error] : cases)
+        EXPECT_EQ(error_of(text), error) << text.substr(0, 100);
+    // No file is made for a scenario with an error behind it.
+    const std::string path = testing::TempDir() + "hostsim_no_file.img";
+    EXPECT_EQ(error_of(luns + "{'file':'" + path + "'}]}]}],'x':1}"), "x: unknown field");
+    EXPECT_NE(access(path.c_str(), F_OK), 0);
+    for (const auto &[given, whole] : {std::pair("host", "host:3260"), {"[fd00::7]", "[fd00::7]:3260"}, {"h:1", "h:1"}})
+        EXPECT_EQ(hostsim::to_portal({.what = hostsim::kind::text, .text = given}, {}), whole);
 }
 
 struct place {

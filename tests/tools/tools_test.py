@@ -91,7 +91,7 @@ class ToolsTest(ToolCase):
             (2, "the scenario is missing", ["run", "--", LAB, "echo"]),
             (2, "the program is missing", ["run", LAB, "--"]),
             (2, "--portal: " + reason, ["run", "--portal", "127.0.0.1:99999", "--", "echo"]),
-            (2, "--portal: " + reason, ["run", "--portal", "x", "--", "echo"]),
+            (2, "--portal: " + reason, ["run", "--portal", ":1", "--", "echo"]),
             (2, "/tmp: Is a directory", ["check", "/tmp"]),
             (2, "/tmp: Is a directory", ["run", "/tmp", "--", "echo"]),
             (1, "output: No space left on device", ["example", *full]),
@@ -150,6 +150,12 @@ class ToolsTest(ToolCase):
         for command in ("tree", "ports", "targets", "sessions", "luns"):
             output = on_host(path, command).stdout
             self.assertTrue(output.replace("\n", "").isprintable(), ascii(output))
+        for word in name, "w" * 100000:
+            for arguments in ([word], ["luns", "--port", word], ["luns", word], ["scsi", *"-p 0 -t 0 -l 0".split(), word],
+                              ["scsi", *"-p 0 -t 0 -l 0 tur --out".split(), word]):
+                message = subprocess.run([BIN / "varnokctl", *arguments], capture_output=True, text=True, check=False).stderr
+                self.assertTrue(message.replace("\n", "").isascii() and message.replace("\n", "").isprintable(), ascii(message))
+                self.assertLess(len(message), 400)
 
     def picture(self, scenario, *options, status=0):
         result = on_host(scenario, "tree", "--dot", *options)
