@@ -17,7 +17,7 @@ namespace hostsim
 namespace
 {
 
-constexpr size_t most_targets = 1024; // of a portal
+constexpr size_t most_targets = 256; // of a portal; each keeps a descriptor of the program
 
 tcp_endpoint endpoint_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
 {
@@ -66,6 +66,53 @@ bool is_unit_attention(const std::vector<uint8_t> &sense)
     return (key & 0xF) == unit_attention;
 }
 
+// Whether the sense data is of a known form and says something: a key, or that a tape came to a
+// mark or to its end, or that a block had another length.
+bool is_usable(std::span<const uint8_t> sense)
+{
+    constexpr size_t shortest = 3;
+    constexpr uint8_t first_form = 0x70, descriptor_form = 0x72, last_form = 0x73;
+    constexpr uint8_t key_bits = 0x0F, key_and_mark_bits = 0xEF;
+    if (sense.size() < shortest)
+        return false;
+    const uint8_t form = sense[0] & 0x7F;
+    if (form < first_form || form > last_form)
+        return false;
+    return form < descriptor_form ? (sense[2] & key_and_mark_bits) != 0
+                                  : (sense[1] & key_bits) != 0;
+}
+
+struct status_name {
+    uint8_t status;
+    const char *name;
+};
+constexpr status_name status_names[] = {
+    {0x02, "CHECK CONDITION, but no usable sense data"},
+    {0x08, "BUSY"},
+    {0x18, "RESERVATION CONFLICT"},
+    {0x28, "TASK SET FULL"},
+    {0x30, "ACA ACTIVE"},
+    {0x40, "TASK ABORTED"},
+};
+
+// What is wrong with a command's end, or nothing if the caller sees how it ended.
+std::string wrong_end(iscsi::command_result &result)
+{
+    constexpr uint8_t good = 0, check_condition = 2, condition_met = 4;
+    const uint8_t status = result.scsi_status;
+    if (status == check_condition && is_usable(result.sense))
+        return {};
+    result.sense.clear(); // it belongs to that status alone
+    if (status == good || status == condition_met)
+        return {};
+    const auto *const known = std::ranges::find(status_names, status, &status_name::status);
+    char text[100];
+    snprintf(text, sizeof text, "a command ended with status %02Xh%s%s", unsigned{status},
+             known == std::end(status_names) ? "" : ": ",
+             known == std::end(status_names) ? "" : known->name);
+    return text;
+}
+
 } // namespace
 
 std::chrono::seconds longest_wait()
@@ -103,6 +150,11 @@ real_target::real_target(portal_access access, std::string name)
 {
 }
 
+std::string real_target::text() const
+{
+    return access_.port_text + ", target " + std::to_string(number_) + ": ";
+}
+
 void real_target::log_in(iscsi::deadline until)
 {
     // A child process leaves the connection to its parent.
@@ -130,7 +182,7 @@ void real_target::note_failure(const iscsi::failure &f, iscsi::deadline began)
         last_error_ = f.error;
         tried_again_ = iscsi::clock::now() + pause;
     }
-    complain_once(access_.port_text + ", target " + std::to_string(number_) + ": " + f.what());
+    complain_once(text() + f.what());
 }
 
 bool real_target::begin_query(uint32_t number, iscsi::deadline until)
@@ -166,8 +218,7 @@ scsi_reply real_target::run(uint64_t lun, const scsi_command &command)
     const iscsi::deadline began = iscsi::clock::now(), until = began + longest_wait();
     if (session_ == nullptr && began < tried_again_)
         return {last_error_};
-    const progress line(access_.port_text + ", target " + std::to_string(number_) +
-                        ": waiting for an answer");
+    const progress line(text() + "waiting for an answer");
     try {
         if (session_ != nullptr && owner_ == getpid())
             session_->catch_up(until);
@@ -181,6 +232,11 @@ scsi_reply real_target::run(uint64_t lun, const scsi_command &command)
             reply.result = session_->run(lun, command, until);
             if (!is_unit_attention(reply.result.sense))
                 break;
+        }
+        const std::string wrong = wrong_end(reply.result);
+        if (!wrong.empty()) {
+            complain_once(text() + wrong);
+            reply.error = EIO;
         }
     } catch (const iscsi::failure &f) {
         note_failure(f, began);

@@ -34,8 +34,8 @@ struct tcp_endpoint {
 };
 
 struct scsi_reply {
-    int error = 0; // errno when the target did not carry out the command
-    iscsi::command_result result{};
+    int error = 0;                  // errno when the caller would not see that the command failed
+    iscsi::command_result result{}; // it was carried out if there is no sense data
 };
 
 class real_target
@@ -55,6 +55,7 @@ class real_target
     scsi_reply run(uint64_t lun, const scsi_command &command);
 
   private:
+    std::string text() const; // "port 0, target 3: "
     void log_in(iscsi::deadline until);
     void note_failure(const iscsi::failure &f, iscsi::deadline began);
 

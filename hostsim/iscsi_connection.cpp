@@ -82,7 +82,7 @@ void fail_protocol(const std::string &what)
     throw failure(EPROTO, "the target breaks the protocol: " + what);
 }
 
-connection::connection(int fd) : fd_(fd), buffer_(65536) {}
+connection::connection(int fd) : fd_(fd), buffer_(8192) {}
 
 connection::connection(const std::string &portal, deadline until) : connection(-1)
 {
@@ -190,10 +190,14 @@ void connection::read_exactly(std::span<uint8_t> into, deadline until)
         // What never ends must not end the waiting either.
         if (clock::now() >= until)
             fail_by_errno(ETIMEDOUT);
-        const ssize_t n = recv(fd_, buffer_.data(), buffer_.size(), 0);
+        const bool directly = into.size() >= buffer_.size();
+        const std::span<uint8_t> to = directly ? into : std::span(buffer_);
+        const ssize_t n = recv(fd_, to.data(), to.size(), 0);
         if (n == 0)
             throw failure(ECONNRESET, "the target closed the connection");
-        if (n > 0) {
+        if (n > 0 && directly) {
+            into = into.subspan(static_cast<size_t>(n));
+        } else if (n > 0) {
             begin_ = 0;
             end_ = static_cast<size_t>(n);
         } else if (errno == EAGAIN) {

@@ -154,43 +154,45 @@ std::string chap_response(uint8_t identifier, std::string_view secret,
 
 // ---- The exchange -----------------------------------------------------------------------------
 
+// The protocol's own words.
 struct refusal {
     uint16_t status;
     const char *cause;
 };
 constexpr refusal refusals[] = {
-    {0x0200, "an error of the initiator"},
-    {0x0201, "authentication failed"},
-    {0x0202, "this initiator is not allowed"},
-    {0x0203, "no such target"},
-    {0x0204, "the target was removed"},
-    {0x0205, "the protocol's version is not supported"},
-    {0x0206, "too many connections"},
-    {0x0207, "a parameter is missing"},
-    {0x0208, "the connection cannot join the session"},
-    {0x0209, "the type of session is not supported"},
-    {0x020A, "no such session"},
-    {0x020B, "a wrong request"},
-    {0x0300, "an error of the target"},
-    {0x0301, "the service is not available"},
-    {0x0302, "the target is out of resources"},
+    {0x0101, "Target moved temporarily"},
+    {0x0102, "Target moved permanently"},
+    {0x0200, "Initiator error"},
+    {0x0201, "Authentication failure"},
+    {0x0202, "Authorization failure"},
+    {0x0203, "Not found"},
+    {0x0204, "Target removed"},
+    {0x0205, "Unsupported version"},
+    {0x0206, "Too many connections"},
+    {0x0207, "Missing parameter"},
+    {0x0208, "Can't include in session"},
+    {0x0209, "Session type not supported"},
+    {0x020A, "Session does not exist"},
+    {0x020B, "Invalid during login"},
+    {0x0300, "Target error"},
+    {0x0301, "Service unavailable"},
+    {0x0302, "Out of resources"},
 };
 
 [[noreturn]] void fail_login(uint16_t status)
 {
     constexpr int redirection = 1;
-    if (status >> 8 == redirection)
-        throw failure(EACCES, "the login is redirected, which is not followed");
+    constexpr uint16_t not_authenticated = 0x0201;
     const auto *const known = std::ranges::find(refusals, status, &refusal::status);
     char text[100];
     snprintf(text, sizeof text, "the login is refused: %s (%04xh)",
              known == std::end(refusals) ? "unknown cause" : known->cause, unsigned{status});
-    const bool has_secret = std::getenv("VARNOK_CHAP_SECRET") != nullptr;
-    constexpr uint16_t not_authenticated = 0x0201;
-    throw failure(EACCES, status != not_authenticated || has_secret
-                              ? text
-                              : text + std::string(": VARNOK_CHAP_USER and VARNOK_CHAP_SECRET "
-                                                   "are not set"));
+    std::string cause = text;
+    if (status >> 8 == redirection)
+        cause += ", which is not followed";
+    if (status == not_authenticated && std::getenv("VARNOK_CHAP_SECRET") == nullptr)
+        cause += "; VARNOK_CHAP_USER and VARNOK_CHAP_SECRET are not set";
+    throw failure(EACCES, cause);
 }
 
 using keys_and_values = std::map<std::string, std::string, std::less<>>;
@@ -230,7 +232,7 @@ class login
                 say(k.name, k.offer);
         while (!exchange(operational, full_feature)) {
         }
-        if (result_.tsih == 0 && !names_.target.empty())
+        if (result_.tsih == 0)
             fail_protocol("a session without a handle");
         result_.agreed.first_burst_length =
             std::min(result_.agreed.first_burst_length, result_.agreed.max_burst_length);
@@ -336,7 +338,8 @@ class login
             fail_protocol("not an answer to a login");
         if (const auto status = reply.get<uint16_t>(at::login_status))
             fail_login(status);
-        if (reply.get<uint32_t>(at::task_tag) != 0 || (reply.flags() >> stage_shift & 3) != stage ||
+        if (reply.header[at::version] != 0 || reply.get<uint32_t>(at::task_tag) != 0 ||
+            (reply.flags() >> stage_shift & 3) != stage ||
             !std::ranges::equal(names_.isid, std::span(reply.header).subspan(at::isid, 6)))
             fail_protocol("not an answer to this login");
         result_.tsih = reply.get<uint16_t>(at::tsih);

@@ -36,7 +36,7 @@ inline constexpr uint32_t most_data = 262144;
 // Where fields stand in the header.
 namespace at
 {
-inline constexpr size_t flags = 1, response = 2, status = 3;
+inline constexpr size_t flags = 1, response = 2, status = 3, version = 3;
 inline constexpr size_t ahs_length = 4, data_length = 5, lun = 8;
 inline constexpr size_t isid = 8, tsih = 14;
 inline constexpr size_t task_tag = 16, transfer_tag = 20, transfer_length = 20;

@@ -79,7 +79,7 @@ class session::transfer
     void check_request(const pdu &r2t, uint32_t max_burst_length)
     {
         const auto wanted = r2t.get<uint32_t>(at::desired_length);
-        if (reads || length == 0)
+        if (reads || length == 0 || r2t.get<uint32_t>(at::transfer_tag) == no_tag)
             fail_protocol("data is asked for that the command does not send");
         if (r2t.get<uint32_t>(at::data_number) != units_++)
             fail_protocol("a request for data is missing");
@@ -91,8 +91,8 @@ class session::transfer
     // A command that ends well has moved all its data, or as much as the target admits.
     void check_whole(const residual_count &rest) const
     {
-        if (rest.under && rest.count > length)
-            fail_protocol("more data is left over than there was");
+        if (rest.under && (rest.over || rest.count > length))
+            fail_protocol("a count of the data that is left over cannot be");
         const size_t expected = rest.under ? length - rest.count : length;
         if (!reads && (expected != length || moved != length || rest.over))
             fail_incomplete(length == 0 ? "the target has data for a command without any"
@@ -132,7 +132,8 @@ void session::begin(deadline until)
 
 void session::note_numbers(const pdu &unit)
 {
-    login_.expected_status_number = unit.get<uint32_t>(at::status_number) + 1;
+    if (unit.get<uint32_t>(at::status_number) != login_.expected_status_number++)
+        fail_protocol("a status is missing");
     const auto most = unit.get<uint32_t>(at::most_command_number);
     if (before(login_.most_command_number, most))
         login_.most_command_number = most;

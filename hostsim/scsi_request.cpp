@@ -66,38 +66,15 @@ void store_sense_bytes(const exchange &e, std::span<const uint8_t> bytes)
     std::memcpy(e.record.data(), &h, head_size);
 }
 
-// Whether the sense data is of a known form and says something: a key, or that a tape came to a
-// mark or to its end, or that a block had another length.
-bool is_usable(std::span<const uint8_t> sense)
-{
-    constexpr size_t shortest = 3;
-    constexpr uint8_t first_form = 0x70, descriptor_form = 0x72, last_form = 0x73;
-    constexpr uint8_t key_bits = 0x0F, key_and_mark_bits = 0xEF;
-    if (sense.size() < shortest)
-        return false;
-    const uint8_t form = sense[0] & 0x7F;
-    if (form < first_form || form > last_form)
-        return false;
-    return form < descriptor_form ? (sense[2] & key_and_mark_bits) != 0
-                                  : (sense[1] & key_bits) != 0;
-}
-
-// A status that has no sense data to tell of it becomes a failure of the driver.
 uint32_t answer_of_real_target(exchange &e, const scsi_reply &reply,
                                uint32_t check_condition_status)
 {
-    constexpr uint8_t good = 0, check_condition = 2, condition_met = 4;
-    const auto &[scsi_status, sense, moved] = reply.result;
     e.transport_errno = reply.error;
     if (reply.error != 0)
         return 0;
-    store_moved(e, moved);
-    if (scsi_status == check_condition && is_usable(sense)) {
-        store_sense_bytes(e, sense);
-        return check_condition_status;
-    }
-    store_sense_bytes(e, {});
-    return scsi_status == good || scsi_status == condition_met ? 0 : status_failed;
+    store_moved(e, reply.result.moved);
+    store_sense_bytes(e, reply.result.sense);
+    return reply.result.sense.empty() ? 0 : check_condition_status;
 }
 
 } // namespace
