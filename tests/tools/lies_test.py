@@ -47,6 +47,9 @@ response, data, check, give, reply, log_in, put = map(later, (
     lambda _, r, *given, **named: r.log_in(*given, **named), lambda _, p, **fields: p.put(**fields)))
 
 
+half_wanted = reply(R2T, ttt=1, count=512)
+
+
 def endless(make):
     """One answer, over and over, faster than it can be read."""
     return lambda c, r: itertools.repeat(c.wire(c.number(make(c, r))) * 100)
@@ -141,7 +144,7 @@ ROWS = [
     row("truth", TREE, 0), row("truth, no LUN 9", READY.replace("-l 0", "-l 9"), 1, see=sense_is(5)),
     *(row(f"truth, {name}, {what}", command, 0, wishes=wishes) for what, command in (("read", READ), ("write", WRITE))
       for name, wishes in [
-          ("plain", {}), ("small bursts", SMALL), ("InitialR2T", {"InitialR2T": "Yes"}), ("no immediate data", {"ImmediateData": "No"}),
+          ("plain", {}), ("small bursts", SMALL), ("InitialR2T", {"InitialR2T": "Yes"}), ("not immediate", {"ImmediateData": "No"}),
           *((key, {key: value}) for key, value in DIGESTS.items()), ("both digests", DIGESTS)]),
     row("truth, CHAP", TREE, 0, chap=SECRET, secret=SECRET), row("truth, CHAP that nobody wants", TREE, 0, secret=SECRET),
     row("truth, CHAP in base64", TREE, 0, chap=SECRET, secret=SECRET, chap_keys={"CHAP_C": "0bZGVmZ2hpamtsbW5vcHFycw=="}),
@@ -191,7 +194,7 @@ ROWS = [
     *(row(f"discovery, {name}", TREE, 1, f"portal .*({said})", do_text=text) for name, said, text in [
         ("no answer", LATE, []), ("closed", CLOSED, CLOSE), ("rejected", f"{BREAKS}|reject", reject)]),
     *(row(f"discovery, {name}", TREE, 1, f"portal .*{BREAKS}", say_text=lie) for name, lie in [
-        ("ITT", lambda c, p: p.put(itt=p.itt ^ 1)), ("more without a tag", put(flags=MORE, ttt=NONE)), ("16 MB", put(length=0xFFFFFF))]),
+        ("ITT", lambda c, p: p.put(itt=p.itt ^ 1)), ("more, no tag", put(flags=MORE, ttt=NONE)), ("16 MB", put(length=0xFFFFFF))]),
     *(row(f"discovery, {name} without end", TREE, status, f"portal .*({BREAKS}|{LATE}|too)", do_text=lambda c, r, text=text: r.reply(
         TEXT, MORE, (text * c.most_in)[:c.most_in], ttt=1)) for name, text, status in [
             ("nothing", b"", 1), ("a key", b"x", 1), ("names", b"TargetName=iqn.a\0", None)]),
@@ -205,21 +208,22 @@ ROWS = [
                            ("beyond", dict(offset=1024)), ("far beyond", dict(offset=NONE, count=1)), ("gap", dict(offset=512)),
                            ("R2TSN", dict(sn=7)), ("no tag", dict(ttt=NONE))]),
     row("write, R2T of two bursts", WRITE, 1, BREAKS, wishes=SMALL, do_write=reply(R2T, ttt=1, count=1024)),
-    *(row(f"write, R2T {name} without end", WRITE, 1, f"{BREAKS}|{LATE}", wishes=ASK, do_write=make(reply(R2T, ttt=1, count=512)),
-          do_data_out=reply(R2T, ttt=1, count=512)) for name, make in (("asked", lambda one: one), ("pushed", endless))),
+    *(row(f"write, R2T {name} without end", WRITE, 1, f"{BREAKS}|{LATE}", wishes=ASK, do_write=make(half_wanted),
+          do_data_out=half_wanted) for name, make in (("asked", lambda one: one), ("pushed", endless))),
     *(row(f"write, {name}", WRITE, 1, ".", wishes=wishes, do_write=answer, do_data_out=reply(RESPONSE)) for name, wishes, answer in [
-        ("never taken", ASK, response()), ("never taken, and said so", ASK, response(0)), ("half taken", ASK, reply(R2T, ttt=1, count=512)),
+        ("never taken", ASK, response()), ("never taken, and said so", ASK, response(0)), ("half taken", ASK, half_wanted),
         ("taken and not", {}, response(0)), ("taken but for a byte", {}, response(1023))]),
     *(row(f"read, {name}", READ, 1, said, do_read=answer) for name, said, answer in [
-        ("R2T", BREAKS, reply(R2T, ttt=1, count=512)), ("beyond", BREAKS, data(1024, HALF, FINAL)),
+        ("R2T", BREAKS, half_wanted), ("beyond", BREAKS, data(1024, HALF, FINAL)),
         ("far beyond", BREAKS, data(NONE, HALF, FINAL)), ("gap", BREAKS, [data(512, HALF, FINAL), response()]),
         ("twice", BREAKS, [data(0, HALF), data(0, HALF, FINAL, sn=1), response()]),
         ("overlap", BREAKS, [data(0, HALF), data(256, bytes(768), FINAL, sn=1), response()]),
         ("too much", BREAKS, [data(0, bytes(1028), FINAL), response()]), ("without end", BREAKS, endless(data(0, HALF))),
         ("empty without end", f"{BREAKS}|{LATE}", endless(data(0, b""))), ("DataSN", BREAKS, [data(0, ALL, FINAL, sn=3), response()]),
         ("ITT of data", BREAKS, lambda c, r: c.data(r, 0, ALL, FINAL, itt=r.itt ^ 1)),
-        ("closed in data", CLOSED, cut(data(0, ALL, FINAL), 300, CLOSE)), ("stuck in data", LATE, cut(data(0, ALL, FINAL), 300, 1000)),
-        ("nothing", ".", response()), ("nothing, and said so", ".", response(0)),
+        ("closed in data", CLOSED, cut(data(0, ALL, FINAL), 300, CLOSE)),
+        ("stuck in data", LATE, cut(data(0, ALL, FINAL), 300, 1000)), ("nothing", ".", response()),
+        ("nothing, said", ".", response(0)),
         *((name, ".", [data(0, sent, FINAL), end]) for name, sent, end in [
             ("half", HALF, response()), ("half, another residual", HALF, response(1000)), ("half of more", HALF, response(2048)),
             ("all, and a residual", ALL, response(512)), ("residual too large", HALF, response(512, count=4096)),
@@ -229,17 +233,19 @@ ROWS = [
             ("check", ALL, 0, dict(status=CHECK_CONDITION))])]),
     *(row(f"sense, {name}", READ, 1, "." if key is None else "", sense_is(key), do_read=check(bytes.fromhex(sense), *length))
       for name, key, sense, *length in [
-          ("none", None, ""), ("1 byte", None, "70"), ("2 bytes", None, "7000"), ("3 bytes", 5, "700005"), ("length 0", None, "700005", 0),
-          ("code 00h", None, "00" * 18), ("code 7Fh", None, "7f0005" + "00" * 15), ("descriptors", 5, "72052100" + "00" * 4),
-          ("deferred", 3, "710003" + "00" * 15), ("long", 5, "700005000000f4" + "00" * 245)]),
+          ("none", None, ""), ("1 byte", None, "70"), ("2 bytes", None, "7000"), ("3 bytes", 5, "700005"),
+          ("length 0", None, "700005", 0), ("code 00h", None, "00" * 18), ("code 7Fh", None, "7f0005" + "00" * 15),
+          ("descriptors", 5, "72052100" + "00" * 4), ("deferred", 3, "710003" + "00" * 15),
+          ("long", 5, "700005000000f4" + "00" * 245)]),
     row("sense, less than its length", READ, 1, do_read=check(bytes.fromhex("700005" + "00" * 15), 65535)),
     row("sense, not even a length", READ, 1, ".", sense_is(None), do_read=response(0, status=CHECK_CONDITION)),
     row("sense, unit attention without end", READ, 1, "", sense_is(6), attentions=1 << 30),
     *(row(f"any, event {number} and the truth", READ, None, do_read=[event(number), Connection.read]) for number in (0, 1, 255)),
     row("any, event of 16 MB", READ, 1, BREAKS, do_read=event(0, length=0xFFFFFF)),
     *(row(f"any, {name}", READ, status, said, say_response=lie) for name, status, said, lie in [
-        ("longer header", None, "", lambda c, p: c.wire(p.put(ahs=1)) + bytes(4)), ("endless header", 1, f"{BREAKS}|{LATE}", put(ahs=255)),
-        ("StatSN", 1, BREAKS, lambda c, p: p.put(statsn=p.statsn + 1000)), ("ExpCmdSN", None, "", lambda c, p: p.put(exp=p.exp + 1000))]),
+        ("longer header", None, "", lambda c, p: c.wire(p.put(ahs=1)) + bytes(4)),
+        ("longest header", 1, f"{BREAKS}|{LATE}", put(ahs=255)), ("StatSN", 1, BREAKS, lambda c, p: p.put(statsn=p.statsn + 1000)),
+        ("ExpCmdSN", None, "", lambda c, p: p.put(exp=p.exp + 1000))]),
     row("any, a window that stays closed", READ, 1, LATE, window=-1, at=True),
     row("any, closed after each login", READ, 1, CLOSED, at=True, say_login=lambda c, p: [c.wire(p), CLOSE] if c.up else None),
     *(row(f"any, wrong {key}", READ, 1, f"digest|{BREAKS}", spoil=spoil, at=True, wishes=DIGESTS)
@@ -293,7 +299,7 @@ async def run(row, folder, limit):
         except (LookupError, TypeError, ValueError) as fault:
             seen = [f"status {child.returncode}", f"not what is there: {fault!r}", *target.complaints]
         if seen:
-            seen += [*said.splitlines()[:9], " ".join(out.split())[:1500]]
+            seen += [*said.splitlines()[:9], " ".join(out.split())[:3000]]
         print("\n    ".join([f"{'FAILED' if seen else 'ok'} {row.name}", *map(str, seen)]), flush=True)
         return not seen
 
