@@ -24,7 +24,7 @@ SCSI, PLACE, WRITTEN = "scsi -p 0 -t 0 -l 0 --json", slice(1024, 2048), bytes(ra
 TREE, SESSIONS, READY = "tree --json", "sessions --json", SCSI + " tur"
 READ, WRITE = SCSI + " --in 1024 -- 28 00 00 00 00 02 00 00 02 00", SCSI + " --out FILE --yes -- 2a 00 00 00 00 02 00 00 02 00"
 LATE, BREAKS, CLOSED = "timed out", "breaks the protocol", "clos|reset"
-SAID = re.compile(r"varnok-host: port 0, (portal \S+|target \d+): .+|varnokctl: .+")
+SAID = re.compile(r"varnok-host: port 0(, portal \S+|, target \d+)?: .+|varnokctl: .+")
 NEGOTIATED = ("address", "initiator_address", "initial_r2t", "immediate_data", "max_outstanding_r2t", "first_burst_length")
 ASK = {"ImmediateData": "No", "InitialR2T": "Yes"}  # every byte of a write is asked for
 SMALL = {**ASK, "MaxBurstLength": 512, "FirstBurstLength": 512, "MaxRecvDataSegmentLength": 512}
@@ -181,7 +181,7 @@ ROWS = [
                           ("CHAP_C", ["0x" + "ab" * 2048, "0xzz", "0x", "ab" * 16, "0b!!!!"])] for value in values),
 
     row("discovery, no targets", TREE, 0, see=count_is(0), names=()),
-    row("discovery, 100,000 targets", SESSIONS, 0, "1,?024", count_is(1024), names=[f"iqn.a:t{n:06}" for n in range(100000)]),
+    row("discovery, 100,000 targets", SESSIONS, 0, "256", count_is(256), names=[f"iqn.a:t{n:06}" for n in range(100000)]),
     row("discovery, many without a login", SESSIONS, 0, LATE, count_is(50, False), names=[f"iqn.a:t{n}" for n in range(50)],
         at=True, do_login=[]),
     row("discovery, a name twice", TREE, 0, listing=names(f"{NAME}\0TargetName={NAME}")),
