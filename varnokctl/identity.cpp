@@ -40,9 +40,9 @@ class lun_reader
         const size_t length = page_length(data, number);
         if (length > data.size())
             data = page_with_header(number, std::min(length, most_room));
-        data.resize(std::min(page_length(data, number), data.size()));
-        data.erase(data.begin(), data.begin() + std::min(page_header, data.size()));
-        return data;
+        const bytes page = bytes(data).first(std::min(page_length(data, number), data.size()));
+        const bytes body = page.subspan(std::min(page_header, page.size()));
+        return {body.begin(), body.end()};
     }
 
     std::vector<uint8_t> data(std::vector<uint8_t> cdb, size_t room) const
