@@ -53,6 +53,10 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
     const std::tuple<level, const char *, std::string> cases[] = {
         {host, "'x':1", "x: unknown field"},
         {host, "'ports':{}", "ports: not an array"},
+        {host, "'devices':[]", "devices: not an object"},
+        {host, "'devices':{'a':{},'b':[]}", "devices.b: not an object"},
+        {host, "'devices':{'a':{'lun':1}}", "devices.a.lun: unknown field"},
+        {host, "'devices':{'a':{},'a':{}}", "devices.a: given twice"},
         {port, "'driver':'pelt','host_no':32", ".host_no: host number 32 is another port's of the driver"},
         {port, "", ": driver is missing"},
         {port, "'driver':'foo'", ".driver: not one of rovani, tepli, pelt, dxo"},
@@ -86,6 +90,19 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
         {lun, "'file':'a\\u0000b'", ".file: has a NUL byte"},
         {lun, "'file':['/',0]", ".file[0]: not a number from 0 to 255"},
         {lun, "'vendor':'a','vendor':'b'", ".vendor: given twice"},
+        {lun, "'device':'d'", ".device: there is no such device"},
+        {lun, "'device':'d','repeat':1", ".device: only lun stands beside it"},
+        {lun, "'designators':[],'device':'d'", ".device: only lun stands beside it"},
+        {lun, "'physical_block_size':1536", ".physical_block_size: not the block size 512 times a power of two up to 32768"},
+        {lun, "'size':0,'physical_block_size':512", ".physical_block_size: only for a disk with a medium"},
+        {lun, "'device_type':5,'provisioning':'thin','size':512", ".provisioning: only for a disk with a medium"},
+        {lun, "'provisioning':'thick'", ".provisioning: not one of full, resource, thin"},
+        {lun, "'designators':{}", ".designators: not an array"},
+        {lun, "'designators':[{}]", ".designators[0]: not exactly one of t10, eui64, naa and scsi_name"},
+        {lun, "'designators':[{'naa':'0x012345678'}]", ".designators[0].naa: not \"0x\" and 16 or 32 hexadecimal digits"},
+        {lun, "'designators':[{'eui64':1}]", ".designators[0].eui64: not \"0x\" and 16 or 24 or 32 hexadecimal digits"},
+        {lun, "'designators':[{'t10':'1234567'}]", ".designators[0].t10: shorter than 8 bytes"},
+        {lun, "'designators':[{'scsi_name':''}]", ".designators[0].scsi_name: empty, or has a NUL byte"},
         {fault, "'request':'open'", ".request: not made to this driver"},
         {fault, "'request':'hostno','errno':'EFOO'", ".errno: not an error such as \"EIO\""},
         {fault, "'request':'hostno','instance':1,'status':1", ".instance: the driver has no such port"},
@@ -147,6 +164,8 @@ TEST(ScenarioTest, DocumentsAreBounded)
         {luns + "{'repeat':16384}]}],'repeat':65}", "ports[0]: more than 1048576 LUNs on the host"},
         {luns + times(64, "{'repeat':16384}]},{'luns':[") + "{},{'x':1}",
          "ports[0].sessions[64].luns: more than 1048576 LUNs on the host"},
+        {luns + "{'designators':[" + times(6000, "{'eui64':'0x0011223344556677'},"),
+         "ports[0].sessions[0].luns[0].designators: more than 65535 bytes of designators"},
         {faults + times(65'536, fault) + "{'x':1}", "faults: more than 65536 faults"},
     };
     for (const auto &[text, error] : cases)
@@ -239,17 +258,23 @@ TEST_P(HostsimTest, RecordsCarryGivenAndDerivedValues)
 
 TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
 {
-    start(R"({"host":{"check_condition_status":6},"ports":[{"driver":"@","sessions":[
+    start(R"({"host":{"check_condition_status":6},"devices":{"tape":{"device_type":1,"serial":"T","designators":[
+        {"t10":[77,79,76,86,65,82,32,32,1]}]}},"ports":[{"driver":"@","sessions":[
         {"luns":[{"lun":5,"size":"1 MiB"},{"lun":261,"device_type":1},{"lun":"0x0001000200030004"},
                  {"lun":1,"size":0},{"device_type":161,"size":"1 KiB"}]},
         {"luns":[{"size":"2 TiB"},{"size":2199023255040},{"size":"4 TiB","block_size":4096},
-                 {"size":18446744073709551104}]}]}]})");
+                 {"size":18446744073709551104}]},
+        {"luns":[{"size":"1 MiB","physical_block_size":4096,"provisioning":"thin","serial":" S1","designators":[
+                     {"naa":"0x60000000000000010000000000000002"},{"eui64":"0x0123456789abCDEF01234567"},
+                     {"t10":"MOLVAR  X"},{"scsi_name":"iqn.a:b"}]},
+                 {"device":"tape"},{"size":"1 MiB","provisioning":"full","serial":"","designators":[]},
+                 {"size":"1 MiB","provisioning":"resource"},{"lun":9,"device":"tape"}]}]}]})");
     constexpr place disk = {0, 5}, tape = {0, 0x4105}, missing = {0, 9};
     constexpr place nested = {0, 0x00020001}; // its third and fourth level differ
-    constexpr char cap16[] = "9e1000000000000000000000000c";
+    constexpr char cap16[] = "9e1000000000000000000000000c", cap32[] = "9e10000000000000000000000020";
     // What was moved, and its beginning; or sense key, code and qualifier.
     const std::tuple<place, uint8_t, const char *, uint32_t, const char *> cases[] = {
-        {disk, 6, "12010000ff", 7, "00000003008083"},
+        {disk, 6, "12010000ff", 8, "00000004008083b0"},
         {disk, 6, "00", 0, ""},
         {disk, 6, "12018300ff", 16, "0083000c0103000830"},
         {missing, 6, "00", 0, "052500"},
@@ -262,7 +287,7 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
         {{1, 0}, 16, cap16, 12, "00000000ffffffff00000200"},
         {disk, 10, "25", 8, "000007ff00000200"},
         {{1, 1}, 16, cap16, 12, "00000000fffffffe00000200"},
-        {disk, 6, "1201b0", 0, "052400"},
+        {disk, 6, "1201b1", 0, "052400"},
         {{1, 2}, 16, cap16, 12, "000000003fffffff00001000"},
         {disk, 6, "120080", 0, "052400"},
         {{1, 3}, 16, cap16, 12, "007ffffffffffffe00000200"},
@@ -283,6 +308,28 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
         {{0, 2}, 10, "25", 8, "0000000100000200"},
         {{0, 2}, 6, "1200000001", 1, "a1"},
         {{0, 1}, 6, "1200000001", 1, "00"},
+        {{0, 1}, 6, "12010000ff", 7, "00000003008083"},
+        {{0, 1}, 6, "1201b000ff", 0, "052400"},
+        {disk, 6, "12018000ff", 20, "0080001030303030303030303030303130303030"},
+        {disk, 6, "1201b000ff", 64, "00b0003c00000001000000"},
+        {disk, 6, "1201b200ff", 0, "052400"},
+        {{2, 0}, 6, "12010000ff", 9, "00000005008083b0b2"},
+        {{2, 0}, 6, "1201800006", 6, "008000032053"},
+        {{2, 0}, 6, "12018300ff", 65, "0083003d01030010600000000000000100000000000000020102000c0123456789abcdef012345"
+                                      "67020100094d4f4c5641522020580308000869716e2e613a6200"},
+        {{2, 0}, 6, "1201b000ff", 64, "00b0003c00000008000000"},
+        {{2, 0}, 6, "1201b200ff", 8, "00b2000400040200"},
+        {{2, 0}, 16, cap32, 32, "00000000000007ff000002000003c000"},
+        {{2, 1}, 6, "12010000ff", 7, "01000003008083"},
+        {{2, 1}, 6, "12018300ff", 17, "0183000d010100094d4f4c564152202001"},
+        {{2, 9}, 6, "12018000ff", 5, "0180000154"},
+        {{2, 2}, 6, "12010000ff", 7, "0000000300b0b2"},
+        {{2, 2}, 6, "12018000ff", 0, "052400"},
+        {{2, 2}, 6, "12018300ff", 0, "052400"},
+        {{2, 2}, 6, "1201b200ff", 8, "00b2000400000000"},
+        {{2, 2}, 16, cap32, 32, "00000000000007ff00000200000000"},
+        {{2, 3}, 6, "1201b200ff", 8, "00b2000400000100"},
+        {{2, 3}, 16, cap32, 32, "00000000000007ff00000200000080"},
     };
     std::string data;
     for (const auto &[at, cdb_length, cdb, size, digits] : cases) {
@@ -301,7 +348,7 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
                        "0002000000000000"));
     EXPECT_EQ(scsi(missing, 6, "03000000ff", data), 0U);
     EXPECT_EQ(data.substr(0, moved), from_hex("700005000000000a00000000250000000000"));
-    EXPECT_EQ(scsi({2, 0}, 6, "00", data), VARNOK_STATUS_NOT_FOUND);
+    EXPECT_EQ(scsi({3, 0}, 6, "00", data), VARNOK_STATUS_NOT_FOUND);
     data.clear(); // no room for the block
     EXPECT_EQ(scsi(disk, 10, "280000000000000001", data), 0U);
 }
@@ -311,9 +358,9 @@ TEST_P(HostsimTest, WrittenBlocksAreReadAgain)
     const std::string path = testing::TempDir() + "hostsim_" + GetParam().driver + ".img";
     remove(path.c_str());
     start(R"({"ports":[{"driver":"@","sessions":[{"luns":[{"size":18446744073709551104},{"size":"1 TiB","file":")" +
-          path + R"("}]},{}]}]})");
+          path + R"("},{"device":"both"}]},{"luns":[{},{"lun":2,"device":"both"}]}]}],"devices":{"both":{}}})");
     // Blocks 7 to 16 lie on both sides of a piece; what is sent is less than the command says.
-    for (uint32_t lun : {0U, 1U}) {
+    for (uint32_t lun : {0U, 1U, 2U}) {
         std::string sent(5000, '\0');
         for (size_t i = 0; i < sent.size(); ++i)
             sent[i] = static_cast<char>(i * 7 + i / 256);
@@ -322,9 +369,9 @@ TEST_P(HostsimTest, WrittenBlocksAreReadAgain)
         std::string data(6144, 'x');
         EXPECT_EQ(scsi({0, lun}, 10, "28000000000600000c", data), 0U);
         EXPECT_EQ(data, std::string(512, '\0') + sent + std::string(632, '\0'));
-        data.assign(512, 'x'); // the other target's disk is another
+        data.assign(512, 'x'); // the other target has a disk of its own, no disk and the same disk
         scsi({1, lun}, 10, "280000000007000001", data);
-        EXPECT_EQ(data, std::string(512, lun == 0 ? '\0' : 'x'));
+        EXPECT_EQ(data, lun == 2 ? sent.substr(0, 512) : std::string(512, lun == 0 ? '\0' : 'x'));
     }
     std::ifstream file(path, std::ios::binary);
     file.seekg(8 * 512);
