@@ -1,11 +1,9 @@
 #include "hostsim.h"
 
 #include "machine.h"
+#include "scenario_source.h"
 
-#include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <atomic>
 #include <filesystem>
 
 namespace hostsim
@@ -13,25 +11,7 @@ namespace hostsim
 namespace
 {
 
-constinit machine *installed = nullptr;
-
-// With stdio, errno tells why a file cannot be read.
-std::string contents(const std::string &path)
-{
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
-                                                                  std::fclose);
-    std::string text;
-    std::array<char, 65536> piece;
-    while (file != nullptr) {
-        const size_t size = std::fread(piece.data(), 1, piece.size(), file.get());
-        text.append(piece.data(), size);
-        if (size == 0)
-            break;
-    }
-    if (file == nullptr || std::ferror(file.get()) != 0)
-        throw scenario_error(std::strerror(errno));
-    return text;
-}
+constinit std::atomic<machine *> installed = nullptr;
 
 } // namespace
 
@@ -44,14 +24,17 @@ std::unique_ptr<host> host::from_text(std::string_view text, const std::string &
 
 std::unique_ptr<host> host::from_file(const std::string &path)
 {
-    return from_text(contents(path), std::filesystem::path(path).parent_path().string());
+    return from_text(read_document(path), std::filesystem::path(path).parent_path().string());
 }
 
 void install(host *h) { installed = static_cast<machine *>(h); }
 
+machine *installed_host() { return installed; }
+
 machine *current()
 {
-    return installed == nullptr && find_host != nullptr ? find_host() : installed;
+    machine *const found = installed;
+    return found == nullptr && find_host != nullptr ? find_host() : found;
 }
 
 } // namespace hostsim
