@@ -116,9 +116,11 @@ CLI::App *add_run(CLI::App &app, command_line &line)
 // A program without the "--" before it looks like a scenario, or like arguments too many.
 bool is_program_without_dashes(const CLI::App &run, const CLI::ParseError &error)
 {
+    const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
     const auto is_word = [](const std::string &argument) { return !argument.starts_with('-'); };
-    return error.get_name() == "ExcludesError" ||
-           (error.get_name() == "ExtrasError" && std::ranges::any_of(run.remaining(), is_word));
+    return code == CLI::ExitCodes::ExcludesError ||
+           (code == CLI::ExitCodes::ExtrasError &&
+            std::ranges::any_of(run.remaining(true), is_word));
 }
 
 std::string usage_error(const CLI::App &app, const CLI::ParseError &error)
