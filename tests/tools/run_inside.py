@@ -10,6 +10,7 @@ import sys
 import threading
 
 LIBRARY = sys.argv[1]
+held = []  # what shall not be closed
 
 class Device:
     """A program's own requests to the legacy driver."""
@@ -86,7 +87,8 @@ def forks():
     def ask():
         own = Device()
         while not done.is_set():
-            assert own.request(4, ctypes.addressof(record)) == 0 and own.c.dup(own.fd) > 0 and os.closerange(100, 200) is None
+            assert own.request(4, ctypes.addressof(record)) == 0
+            os.close(own.c.dup(own.fd))
 
     threads = [threading.Thread(target=ask) for _ in range(2)]
     for thread in threads:
@@ -117,17 +119,32 @@ def late():
     os.write(1, b"alive")
 
 
+def start(echo):
+    """Returns when the program has begun its work: it holds all its files then."""
+    child = subprocess.Popen([echo], stdin=subprocess.PIPE, stdout=subprocess.PIPE, bufsize=0)
+    child.stdin.write(b"x")
+    return child.stdout.read(1), held.append(child)
+
+
 def count():
-    """Counts the library's users at each line of input, by the host and by the real lsof."""
-    library, others = ctypes.CDLL(LIBRARY), []
+    """After each order of standard input, counts the library's users: by the host and by the real lsof."""
+    library = ctypes.CDLL(LIBRARY)
     library.varnok_get_total_libinst_count.restype = ctypes.c_uint8
+    orders = {
+        "nothing": lambda: None,
+        "open": lambda *files: held.extend(os.open(file, os.O_RDONLY) for file in files),
+        "map": lambda *numbers: held.extend(mmap.mmap(held[int(n)], mmap.PAGESIZE, access=mmap.ACCESS_READ) for n in numbers),
+        "remove": lambda *files: [os.remove(file) for file in files],
+        "start": start,
+        "thread": lambda: threading.Thread(target=threading.Event().wait, daemon=True).start(),
+    }
     for line in sys.stdin:
-        exec(line)  # pylint: disable=exec-used
-        counts = []
-        for change in (lambda: os.environ.pop("VARNOK_HOST_LSOF", None), lambda: os.environ.update(VARNOK_HOST_LSOF="1")):
-            change()
-            counts.append(library.varnok_get_total_libinst_count())
-        print(*counts, len(others), flush=True)
+        order, *arguments = line.split()
+        orders[order](*arguments)
+        os.environ.pop("VARNOK_HOST_LSOF", None)
+        own = library.varnok_get_total_libinst_count()
+        os.environ["VARNOK_HOST_LSOF"] = "1"
+        print(own, library.varnok_get_total_libinst_count(), flush=True)
 
 
 if __name__ == "__main__":

@@ -147,25 +147,21 @@ class RunTest(ToolCase):
         if SANITIZED:
             return
         folder = self.folder()
-        library = shutil.copy(LIBRARY, folder / "libvarnok.copy")
-        sleeper = shutil.copy(shutil.which("sleep"), folder / "libvarnokd")
-        users = []
-        steps = ["pass", "others.append(subprocess.Popen(['sleep', '60'], stdin=open(LIBRARY)))",
-                 f"others.append(open({library!r}))", f"others += [mmap.mmap(open({library!r}, 'rb').fileno(), 4096, access=1) for _ in 'ab']",
-                 f"os.remove({library!r})", f"others.append(subprocess.Popen([{sleeper!r}, '60']))",
-                 "others += [threading.Thread(target=threading.Event().wait, daemon=True) for _ in 'abc']; others[-1].start()"]
+        copies = [str(shutil.copy(LIBRARY, folder / name)) for name in ("libvarnok.1", "libvarnok.2")]
+        echo = shutil.copy(shutil.which("cat"), folder / "libvarnokd")
+        # The result is half the number of lines: what adds one comes twice.
+        orders = [f"open {copies[0]} {copies[1]}", "map 0 1 0 1", f"remove {copies[0]} {copies[1]}", f"start {echo}", "thread"]
         for number in range(1, 4):
-            users.append(subprocess.Popen([HOST, "run", LAB, "--", *INSIDE, "count"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                          text=True, env=PLAIN))
-            for step in steps if number == 3 else steps[:1]:
-                users[-1].stdin.write(step + "\n")
-                users[-1].stdin.flush()
-                own, real, _ = map(int, users[-1].stdout.readline().split())
-                self.assertEqual(own, real, step)
-                self.assertTrue(own == number or step != "pass", own)
-        for user in users:
-            user.kill()
-            user.communicate()
+            user = subprocess.Popen([HOST, "run", LAB, "--", *INSIDE, "count"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                    text=True, env=PLAIN)
+            self.addCleanup(user.communicate)
+            self.addCleanup(user.kill)
+            for order in ["nothing", *(orders if number == 3 else [])]:
+                user.stdin.write(order + "\n")
+                user.stdin.flush()
+                own, real = map(int, user.stdout.readline().split())
+                self.assertEqual(own, real, order)
+                self.assertTrue(own == number or order != "nothing", own)
 
 
 if __name__ == "__main__":
