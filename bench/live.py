@@ -63,7 +63,7 @@ def main():
     found = {}
     for count in COUNTS:
         target = Target(count)
-        host = [str(build / "bin/varnok-host"), "run", "--portal", target.portal, "--"]
+        host = [str(build / "bin/varnok-host"), "run", "--lsof", "--portal", target.portal, "--"]
         no_users = pathlib.Path(target.folder.name, "bin", "lsof")
         no_users.parent.mkdir()
         no_users.write_text("#!/bin/sh\necho libvarnok\necho libvarnok\n")

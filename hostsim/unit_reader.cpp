@@ -111,9 +111,9 @@ void check(lun_description &d, const place &at)
                                                    std::to_string(d.block_size) +
                                                    " times a power of two up to 32768");
     }
-    for (const auto &[given, name] : {std::pair(d.physical_block_size.has_value(),
-                                                std::string_view("physical_block_size")),
-                                      {d.provisioning.has_value(), "provisioning"}})
+    for (const auto &[given, name] :
+         {std::pair(d.physical_block_size.has_value(), std::string_view("physical_block_size")),
+          {d.provisioning.has_value(), "provisioning"}})
         if (given && !is_disk_with_medium(d))
             place{&at, name}.fail("only for a disk with a medium");
 }
