@@ -104,6 +104,7 @@ CLI::App *add_run(CLI::App &app, command_line &line)
     run->add_option("--timeout", line.settings.timeout,
                     "Seconds for a login or command to a real target")
         ->check(CLI::Range(1U, most_seconds))
+        ->envname(hostsim::environment::timeout)
         ->capture_default_str();
     run->add_flag("--lsof", line.settings.own_lsof,
                   "Let the library count its users with the machine's own lsof");
