@@ -37,10 +37,7 @@ class device_objects : public container
 
 } // namespace
 
-std::string to_device_name(const value &v, const place &at)
-{
-    return to_text(v, at, longest_name);
-}
+std::string to_device_name(const value &v, const place &at) { return to_text(v, at, longest_name); }
 
 lun_description &reading::device(const std::string &name, const place &at)
 {

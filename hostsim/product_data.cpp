@@ -49,8 +49,9 @@ void put_block_limits(const lun_description &lun, uint64_t, page_bytes &page)
 void put_provisioning(const lun_description &lun, uint64_t, page_bytes &page)
 {
     constexpr uint8_t reads_zeros = 0x04;
-    page.insert(page.end(), {0, lun.provisioning == provisioning_type::thin ? reads_zeros : uint8_t{0},
-                             static_cast<uint8_t>(*lun.provisioning), 0});
+    page.insert(page.end(),
+                {0, lun.provisioning == provisioning_type::thin ? reads_zeros : uint8_t{0},
+                 static_cast<uint8_t>(*lun.provisioning), 0});
 }
 
 struct page_row {

@@ -22,7 +22,7 @@ struct designator_object {
 template <size_t... Sizes>
 std::string to_identifier(const value &v, const place &at)
 {
-    const std::string bytes = hex_bytes(v.what == kind::text ? v.text : std::string_view());
+    std::string bytes = hex_bytes(v.what == kind::text ? v.text : std::string_view());
     if (((bytes.size() != Sizes) && ...)) {
         std::string digits;
         ((digits += (digits.empty() ? "" : " or ") + std::to_string(2 * Sizes)), ...);
@@ -111,9 +111,9 @@ void check(lun_description &d, const place &at)
                                                    std::to_string(d.block_size) +
                                                    " times a power of two up to 32768");
     }
-    for (const auto &[given, name] : {std::pair(d.physical_block_size.has_value(),
-                                                std::string_view("physical_block_size")),
-                                      {d.provisioning.has_value(), "provisioning"}})
+    for (const auto &[given, name] :
+         {std::pair(d.physical_block_size.has_value(), std::string_view("physical_block_size")),
+          {d.provisioning.has_value(), "provisioning"}})
         if (given && !is_disk_with_medium(d))
             place{&at, name}.fail("only for a disk with a medium");
 }
