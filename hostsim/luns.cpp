@@ -151,9 +151,9 @@ std::unique_ptr<container> open_luns(reading &r, session_description &into)
 void prepare_files(const reading &r)
 {
     for (const auto &[lun, where] : r.files) {
-        const std::string error = prepare_file(*lun->file, lun->size);
+        std::string error = prepare_file(*lun->file, lun->size);
         if (!error.empty())
-            throw scenario_error(where + ": " + error);
+            throw scenario_error(error.insert(0, where + ": "));
     }
 }
 

@@ -177,7 +177,9 @@ class top_reader : public object_reader<scenario>
     }
     std::unique_ptr<container> open(bool array, const place &at) override
     {
-        return ignores_ ? std::make_unique<ignored>() : object_reader::open(array, at);
+        if (ignores_)
+            return std::make_unique<ignored>();
+        return object_reader::open(array, at);
     }
 
   private:

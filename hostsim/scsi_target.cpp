@@ -206,7 +206,7 @@ scsi_result run_scsi(const lun_list &luns, uint64_t target_number, uint64_t lun,
     const bool there = at != luns.by_wire.end() && wire(*at) == lun;
     const uint32_t position = there ? *at : 0;
     const lun_description *const unit = there ? luns.entries[position].what : nullptr;
-    const bool shared = unit != nullptr && unit->identity != 0;
+    const bool shared = there && unit->identity != 0;
     const call c = {luns, unit, shared ? unit->identity : target_number << 16 | position, command,
                     contents};
 
@@ -215,12 +215,12 @@ scsi_result run_scsi(const lun_list &luns, uint64_t target_number, uint64_t lun,
     const auto *op = std::find_if(std::begin(operations), std::end(operations),
                                   [&](const operation &o) { return o.opcode == command.cdb[0]; });
     const bool known = op != std::end(operations);
-    if (!there && (!known || op->what != needs::nothing))
+    if (unit == nullptr && (!known || op->what != needs::nothing))
         return check(no_such_lun);
     if (!known)
         return check(unknown_opcode);
-    if (op->what == needs::medium && c.lun->size == 0)
-        return check(is_disk(*c.lun) ? no_medium : unknown_opcode);
+    if (unit != nullptr && op->what == needs::medium && unit->size == 0)
+        return check(is_disk(*unit) ? no_medium : unknown_opcode);
     if (command.cdb.size() < op->cdb_size)
         return check(bad_field);
     return op->run(c);

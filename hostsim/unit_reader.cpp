@@ -22,7 +22,7 @@ struct designator_object {
 template <size_t... Sizes>
 std::string to_identifier(const value &v, const place &at)
 {
-    const std::string bytes = hex_bytes(v.what == kind::text ? v.text : std::string_view());
+    std::string bytes = hex_bytes(v.what == kind::text ? v.text : std::string_view());
     if (((bytes.size() != Sizes) && ...)) {
         std::string digits;
         ((digits += (digits.empty() ? "" : " or ") + std::to_string(2 * Sizes)), ...);

@@ -42,7 +42,7 @@ class Identity : public HostTest
             const auto answer = given.find(command.cdb[2]);
             if (command.cdb[0] != 0x12 || command.cdb[1] != 1 || answer == given.end())
                 return;
-            const size_t room = command.cdb[3] << 8U | command.cdb[4];
+            const size_t room = size_t{command.cdb[3]} << 8 | command.cdb[4];
             auto *data = reinterpret_cast<char *>(static_cast<uintptr_t>(command.data_addr));
             memset(data, 0, room);
             memcpy(data, answer->second.data(), std::min(answer->second.size(), room));
