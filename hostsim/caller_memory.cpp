@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <sys/mman.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -16,11 +17,15 @@ namespace
 using mover = ssize_t (*)(pid_t, const iovec *, unsigned long, const iovec *, unsigned long,
                           unsigned long);
 
-uintptr_t next_page(uintptr_t at)
+constexpr size_t large = 65536;
+
+uintptr_t page_size()
 {
-    static const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    return (at / page + 1) * page;
+    static const auto size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    return size;
 }
+
+uintptr_t next_page(uintptr_t at) { return (at / page_size() + 1) * page_size(); }
 
 void *pointer(uintptr_t at) { return reinterpret_cast<void *>(at); }
 
@@ -35,6 +40,14 @@ bool is_there(const void *first, size_t size, bool writable)
     if (size > UINTPTR_MAX - at)
         return false;
     const uintptr_t end = at + size;
+    // Of a large range the pages between are only asked for: to look at each costs more than the
+    // request itself.
+    if (size > large) {
+        const bool mapped = msync(pointer(at / page_size() * page_size()),
+                                  end - at / page_size() * page_size(), MS_ASYNC) == 0;
+        errno = error;
+        return mapped && is_there(first, 1, writable) && is_there(pointer(end - 1), 1, writable);
+    }
     std::array<std::byte, 64> bytes;
     std::array<iovec, bytes.size()> pages;
     while (at < end) {
