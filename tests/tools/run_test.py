@@ -95,7 +95,7 @@ class RunTest(ToolCase):
                               ("/proc/self/fd/1", "Put it in a file")]:
             environment = {**PLAIN, "LD_PRELOAD": str(OBJECT), **({} if value is None else {"VARNOK_HOST_SCENARIO": value})}
             with self.subTest(value):
-                self.refused(reason, "ports", program=CTL, env=environment)
+                self.refused(reason, "--help", program=CTL, env=environment)
                 self.assertEqual(self.host("ran", program="/bin/echo", env=environment).stdout, "ran\n")
                 if not SANITIZED:
                     result = subprocess.run([*INSIDE, "late"], env=environment, capture_output=True, text=True, check=False)
