@@ -100,15 +100,16 @@ size_t threads(const std::string &process)
 // Every line begins with the program's name, of which lsof shows nine characters.
 size_t lines_of(const std::string &process, std::string &buffer)
 {
-    const bool named = read_file(process + "comm", buffer) && buffer.starts_with(sought);
-    if (!read_file(process + "maps", buffer))
-        return 0;
+    if (!read_file(process + "maps", buffer) || buffer.empty())
+        return 0; // another user's, or a part of the kernel
+    std::string name;
+    const bool named = read_file(process + "comm", name) && name.starts_with(sought);
     size_t lines = mapped_files(buffer, named);
     for (const char *link : {"cwd", "root"})
         lines += named || leads_to_name(process + link) ? 1 : 0;
-    if (lines != 0)
-        lines += descriptors(process + "fd/", named);
-    return lines == 0 ? 0 : lines * threads(process);
+    if (lines == 0)
+        return 0;
+    return (lines + descriptors(process + "fd/", named)) * threads(process);
 }
 
 } // namespace
