@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace hostsim
@@ -31,16 +30,14 @@ folder_handle open_folder(const std::string &path) { return folder_handle(opendi
 bool read_file(const std::string &path, std::string &into)
 {
     into.clear();
-    // Not by the calls that this object answers itself.
-    const auto fd =
-        static_cast<int>(syscall(SYS_openat, AT_FDCWD, path.c_str(), O_RDONLY | O_CLOEXEC));
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return false;
     std::array<char, 65536> piece;
     ssize_t size = 0;
     while ((size = read(fd, piece.data(), piece.size())) > 0)
         into.append(piece.data(), static_cast<size_t>(size));
-    syscall(SYS_close, fd);
+    close(fd);
     return size == 0;
 }
 
@@ -103,16 +100,16 @@ size_t threads(const std::string &process)
 // Every line begins with the program's name, of which lsof shows nine characters.
 size_t lines_of(const std::string &process, std::string &buffer)
 {
+    if (!read_file(process + "maps", buffer) || buffer.empty())
+        return 0; // another user's, or a part of the kernel
     std::string name;
-    if (!read_file(process + "maps", buffer) || buffer.empty()) // a kernel's thread has none
-        return 0;
     const bool named = read_file(process + "comm", name) && name.starts_with(sought);
     size_t lines = mapped_files(buffer, named);
     for (const char *link : {"cwd", "root"})
         lines += named || leads_to_name(process + link) ? 1 : 0;
-    if (lines != 0)
-        lines += descriptors(process + "fd/", named);
-    return lines == 0 ? 0 : lines * threads(process);
+    if (lines == 0)
+        return 0;
+    return (lines + descriptors(process + "fd/", named)) * threads(process);
 }
 
 } // namespace

@@ -67,6 +67,8 @@ class program_bytes
     int fd_;
 };
 
+std::string up_to_nul(const std::string &text) { return text.substr(0, text.find('\0')); }
+
 // What the file names as its loader. Empty: none.
 std::string loader_of(const program_bytes &program, const ElfW(Ehdr) & header)
 {
@@ -74,7 +76,7 @@ std::string loader_of(const program_bytes &program, const ElfW(Ehdr) & header)
         const auto at = header.e_phoff + uint64_t{i} * sizeof(ElfW(Phdr));
         const auto segment = program.read_record<ElfW(Phdr)>(at);
         if (segment && segment->p_type == PT_INTERP && segment->p_filesz <= PATH_MAX)
-            return program.read(segment->p_offset, segment->p_filesz).c_str();
+            return up_to_nul(program.read(segment->p_offset, segment->p_filesz));
     }
     return {};
 }
@@ -132,7 +134,7 @@ std::string interpreter_of(const program_bytes &program)
     if (!start.starts_with("#!"))
         return {};
     std::istringstream(start.substr(2)) >> name;
-    return name.c_str();
+    return up_to_nul(name);
 }
 
 } // namespace
@@ -159,7 +161,7 @@ std::string find_program(const std::string &name)
         const char *const path = std::getenv("PATH");
         std::istringstream folders(path != nullptr ? path : "/bin:/usr/bin");
         for (std::string folder; std::getline(folders, folder, ':');) {
-            const std::string file = (folder.empty() ? "." : folder) + "/" + name;
+            std::string file = (folder.empty() ? "." : folder) + "/" + name;
             if (is_program(file))
                 return file;
         }
