@@ -8,15 +8,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
-#include <string_view>
 #include <unistd.h>
-#include <vector>
-
-#ifdef VARNOK_SANITIZED
-// At the second start the loader takes the simulated host before the sanitizer's run time.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's name
-extern "C" const char *__asan_default_options() { return "verify_asan_link_order=0"; }
-#endif
 
 namespace hostsim
 {
@@ -25,7 +17,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr char second_start[] = "start-preloaded";
 constexpr char object_name[] = "varnok-hostsim.so";
 
 int refuse(const std::string &what, const std::string &why)
@@ -43,6 +34,18 @@ fs::path preload_object()
         if (fs::exists(folder / object_name, none))
             return folder / object_name;
     return {};
+}
+
+// Why the loader does not take the object, which says itself that it has come up. The loader of the
+// program is the same one.
+std::string load_obstacle(const std::string &object)
+{
+    using question = bool (*)();
+    void *const loaded = dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (loaded == nullptr)
+        return shown(dlerror(), 4096);
+    const auto is_up = reinterpret_cast<question>(dlsym(loaded, "varnok_hostsim_is_up"));
+    return is_up != nullptr && is_up() ? "" : "it is not the simulated host";
 }
 
 void set_environment(const std::string &object, const scenario_source &source,
@@ -70,8 +73,10 @@ int run_program(const scenario_source &source, const run_settings &settings,
         return refuse(object_name, "not found beside varnok-host");
     if (object.find_first_of(" \t\n:;$") != std::string::npos)
         return refuse(object, "the loader does not take a path with a blank, a colon, a semicolon "
-                              "or a dollar sign: move or link the build or the install elsewhere");
-    std::string file = find_program(program[0]);
+                              "or a dollar sign: move the build or the install elsewhere");
+    if (const std::string obstacle = load_obstacle(object); !obstacle.empty())
+        return refuse(object, obstacle);
+    const std::string file = find_program(program[0]);
     if (file.empty())
         return refuse(program[0], std::strerror(errno));
     const std::string obstacle = preload_obstacle(file);
@@ -79,30 +84,8 @@ int run_program(const scenario_source &source, const run_settings &settings,
         return refuse(program[0], obstacle);
 
     set_environment(object, source, settings);
-    std::string own_name = "varnok-host", mark = second_start;
-    std::vector<char *> arguments = {own_name.data(), mark.data(), file.data()};
-    arguments.insert(arguments.end(), program.begin(), program.end());
-    arguments.push_back(nullptr);
-    execv("/proc/self/exe", arguments.data());
+    execvp(file.c_str(), program.data()); // ends with main's null pointer
     return refuse(program[0], std::strerror(errno));
-}
-
-std::span<char *> arguments_behind(std::span<char *> own_arguments)
-{
-    const bool is_second =
-        own_arguments.size() > 3 && own_arguments[1] == std::string_view(second_start);
-    return is_second ? own_arguments.subspan(2) : std::span<char *>();
-}
-
-int run_if_preloaded(std::span<char *> program)
-{
-    using question = bool (*)();
-    const auto is_up = reinterpret_cast<question>(dlsym(RTLD_DEFAULT, "varnok_hostsim_is_up"));
-    if (is_up == nullptr || !is_up())
-        return refuse(program[1], std::string("not started: the loader did not take ") +
-                                      object_name + " for the simulated host");
-    execvp(program[0], program.data() + 1); // has a slash and is not looked for again
-    return refuse(program[1], std::strerror(errno));
 }
 
 } // namespace hostsim

@@ -20,9 +20,4 @@ struct run_settings {
 int run_program(const scenario_source &source, const run_settings &settings,
                 std::span<char *> program);
 
-// This program starts itself again before the other one, to see whether the loader takes the
-// simulated host. Returns the arguments of the other program then: its file, and its own arguments.
-std::span<char *> arguments_behind(std::span<char *> own_arguments);
-int run_if_preloaded(std::span<char *> program);
-
 } // namespace hostsim

@@ -186,8 +186,6 @@ int start(std::span<char *> arguments)
 int main(int argc, char **argv)
 try {
     const std::span arguments(argv, static_cast<size_t>(argc));
-    if (const auto program = hostsim::arguments_behind(arguments); !program.empty())
-        return hostsim::run_if_preloaded(program);
     const int status = start(arguments);
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return status;
