@@ -14,7 +14,7 @@ json record_object(const record_kind &kind, const listed_record &record)
     const output_style style = {.utf8 = true};
     json object = json::object();
     for (const record_field &field : kind.fields)
-        if (field.key != nullptr)
+        if (field.in_document)
             object[field.key] = field.value(record, style).data;
     return object;
 }

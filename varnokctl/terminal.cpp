@@ -31,7 +31,7 @@ size_t output_width()
         std::from_chars(columns, columns + std::strlen(columns), width);
     if (width == 0)
         width = terminal_width(STDOUT_FILENO);
-    return width == 0 ? usual_width : width;
+    return width == 0 ? unlimited_width : width;
 }
 
 } // namespace ctl
