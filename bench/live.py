@@ -63,17 +63,12 @@ def main():
     found = {}
     for count in COUNTS:
         target = Target(count)
-        host = [str(build / "bin/varnok-host"), "run", "--portal", target.portal, "--"]
-        no_users = pathlib.Path(target.folder.name, "bin", "lsof")
-        no_users.parent.mkdir()
-        no_users.write_text("#!/bin/sh\necho libvarnok\necho libvarnok\n")
-        no_users.chmod(0o755)
-        list_luns = [*host, str(build / "bin/varnokctl"), "luns"]
+        host = [str(build / "bin/varnok-host"), "run", "--portal", target.portal]
+        list_luns = ["--", str(build / "bin/varnokctl"), "luns"]
         commands = {
-            "varnokctl luns": list_luns,
-            "varnokctl luns, with an lsof that answers at once":
-                ["env", f"PATH={no_users.parent}:{os.environ['PATH']}", *list_luns],
-            "varnok-host run true": [*host, "/bin/true"],
+            "varnokctl luns": [*host, *list_luns],
+            "varnokctl luns, with the machine's own lsof": [*host, "--lsof", *list_luns],
+            "varnok-host run true": [*host, "--", "/bin/true"],
             "iscsi-ls -s": ["iscsi-ls", "-s", f"iscsi://{target.portal}"],
         }
         # Among processes of their own: the storage is on another machine as a rule, and lsof looks at every process.

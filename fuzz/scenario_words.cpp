@@ -24,12 +24,15 @@ void add_names(words &to, const Rows &rows)
 
 words keys()
 {
-    words all = {R"("host":)", R"("drivers":)", R"("ports":)",  R"("sessions":)",
-                 R"("luns":)", R"("target":)",  R"("faults":)", R"("schema":)"};
+    words all = {R"("host":)",    R"("drivers":)",  R"("ports":)",       R"("sessions":)",
+                 R"("luns":)",    R"("target":)",   R"("faults":)",      R"("schema":)",
+                 R"("devices":)", R"("naa":)",      R"("designators":)", R"("eui64":)",
+                 R"("t10":)",     R"("scsi_name":)"};
     add_names(all, hostsim::host_members);
     add_names(all, hostsim::port_members);
     add_names(all, hostsim::session_members);
     add_names(all, hostsim::lun_members);
+    add_names(all, hostsim::unit_members);
     add_names(all, hostsim::fault_members);
     add_names(all, hostsim::pci_fields);
     add_names(all, hostsim::port_fields);
@@ -56,9 +59,9 @@ int main()
         print('"' + std::string(name) + '"');
     for (const std::string_view name : hostsim::request_names)
         print('"' + std::string(name) + '"');
-    for (const char *sample :
-         {R"("varnok/1")", "{}", "[]", "[{}]", R"({"driver":"pelt"})", "00:00:00:00:00:00",
-          "1.2.3.4", "fd00::1", "0xC101000000000000", "500 GiB", "65536", "16383", "true"})
+    for (const char *sample : {R"("varnok/1")", "{}", "[]", "[{}]", R"({"driver":"pelt"})",
+                               "00:00:00:00:00:00", "1.2.3.4", "fd00::1", "0xC101000000000000",
+                               R"("thin")", "500 GiB", "65536", "16383", "true"})
         print(sample);
     return std::fflush(stdout) == 0 ? 0 : 1;
 }

@@ -1,16 +1,18 @@
 #include "calls.h"
 
+#include "caller_memory.h"
+#include "device_table.h"
 #include "drivers.h"
 #include "machine.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <map>
-#include <mutex>
 #include <optional>
+#include <string_view>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -20,52 +22,20 @@ using namespace hostsim;
 namespace
 {
 
-struct device_table {
-    std::mutex lock;
-    std::map<int, driver_id> open; // by descriptor
-};
-
-// Made at its first use and never destroyed: other libraries call these functions before the
-// constructors run and after the destructors.
-device_table &devices()
-{
-    static auto *table = new device_table;
-    return *table;
-}
-
-// The legacy driver whose device node the path names.
-const driver_facts *driver_at(std::string_view path)
+// The legacy driver whose device node the path names. What is wrong with a path that cannot be read
+// is for the kernel to say.
+const driver_facts *driver_at(const char *path)
 {
     constexpr std::string_view folder = "/dev/char/vmkdriver/";
-    if (!path.starts_with(folder))
+    std::array<char, 64> beginning{}; // longer than the paths of all nodes
+    const size_t read = copy_beginning(path, beginning);
+    const std::string_view name(beginning.data(), strnlen(beginning.data(), read));
+    if (!name.starts_with(folder))
         return nullptr;
     const auto *at = std::find_if(drivers.begin(), drivers.end(), [&](const driver_facts &d) {
-        return !is_native(d) && d.name == path.substr(folder.size());
+        return !is_native(d) && d.name == name.substr(folder.size());
     });
     return at == drivers.end() ? nullptr : at;
-}
-
-std::optional<driver_id> driver_of(int fd)
-{
-    std::lock_guard lock(devices().lock);
-    const auto at = devices().open.find(fd);
-    return at == devices().open.end() ? std::nullopt : std::optional(at->second);
-}
-
-void keep(int fd, std::optional<driver_id> driver)
-{
-    std::lock_guard lock(devices().lock);
-    devices().open.erase(fd);
-    if (driver)
-        devices().open.emplace(fd, *driver);
-}
-
-// A duplicate belongs to the same device as fd. Its number may have been another device's.
-int kept_duplicate(int fd, long made)
-{
-    if (made >= 0)
-        keep(static_cast<int>(made), driver_of(fd));
-    return static_cast<int>(made);
 }
 
 int real_open(const char *path, int flags, mode_t mode)
@@ -74,12 +44,6 @@ int real_open(const char *path, int flags, mode_t mode)
 }
 
 } // namespace
-
-int hostsim::open_devices()
-{
-    std::lock_guard lock(devices().lock);
-    return static_cast<int>(devices().open.size());
-}
 
 int calls::open(const char *path, int flags, mode_t mode)
 {

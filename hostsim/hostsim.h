@@ -60,9 +60,6 @@ class host
     std::function<void(exchange &)> on_answer;
 };
 
-// Reads a stream from here to its end. Throws scenario_error.
-std::string read_stream(std::FILE *stream);
-
 // Makes h the host that this process sees. Null brings the real machine back.
 void install(host *h);
 

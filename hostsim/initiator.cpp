@@ -1,6 +1,7 @@
 #include "initiator.h"
 
 #include "messages.h"
+#include "scenario_source.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -118,7 +119,7 @@ std::string wrong_end(iscsi::command_result &result)
 std::chrono::seconds longest_wait()
 {
     constexpr long usual = 5, longest = 3600;
-    const char *given = std::getenv("VARNOK_HOST_TIMEOUT");
+    const char *given = std::getenv(environment::timeout);
     const long seconds = given != nullptr ? std::strtol(given, nullptr, 10) : 0;
     return std::chrono::seconds(seconds > 0 && seconds <= longest ? seconds : usual);
 }

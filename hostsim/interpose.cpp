@@ -5,6 +5,9 @@
 
 #include <fcntl.h>
 
+namespace answers = hostsim::calls;
+#include "interposed_calls.h"
+
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED int open(const char *path, int flags, ...)
@@ -30,27 +33,4 @@ INTERPOSED int dup2(int fd, int to) noexcept { return hostsim::calls::dup2(fd, t
 INTERPOSED int dup3(int fd, int to, int flags) noexcept
 {
     return hostsim::calls::dup3(fd, to, flags);
-}
-
-INTERPOSED int ioctl(int fd, unsigned long code, ...) noexcept
-{
-    FROM_REST(code, void *const argument = va_arg(rest, void *));
-    return hostsim::calls::ioctl(fd, code, argument);
-}
-
-INTERPOSED int uname(struct utsname *name) noexcept { return hostsim::calls::uname(name); }
-
-INTERPOSED uid_t geteuid() noexcept { return hostsim::calls::geteuid(); }
-
-INTERPOSED int vmk_MgmtUserInit(vmk_MgmtApiSignature *signature, vmk_uint64,
-                                vmk_MgmtUserHandle *handle)
-{
-    return hostsim::calls::mgmt_init(signature, handle);
-}
-
-INTERPOSED int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, vmk_uint64 instance,
-                                             vmk_uint64 callback, vmk_uint32 count, ...)
-{
-    FROM_REST(count, void *const envelope = count == 1 ? va_arg(rest, void *) : nullptr);
-    return hostsim::calls::mgmt_invoke(handle, instance, callback, count, envelope);
 }

@@ -2,9 +2,9 @@
 
 #include "disk.h"
 #include "reading.h"
+#include "unit_reader.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <numeric>
 #include <utility>
 
@@ -13,8 +13,6 @@ namespace hostsim
 namespace
 {
 
-constexpr uint64_t default_disk_size = 100ULL << 30;
-
 void sort_by_wire(lun_list &luns)
 {
     luns.by_wire.resize(luns.entries.size());
@@ -22,46 +20,66 @@ void sort_by_wire(lun_list &luns)
     std::ranges::sort(luns.by_wire, {}, [&](uint32_t k) { return luns.entries[k].wire; });
 }
 
-void check(lun_description &d, const place &at)
-{
-    d.size = d.given_size.value_or(is_disk(d) ? default_disk_size : 0);
-    if (d.size % d.block_size != 0)
-        place{&at, "size"}.fail("not a multiple of the block size " + std::to_string(d.block_size));
-    if (d.first.raw && d.copies != 1)
-        place{&at, "repeat"}.fail("not for a LUN that is given as its bytes");
-    if (!d.first.raw && d.first.number + d.copies - 1 > lun_number_max)
-        at.fail("its LUNs go beyond " + std::to_string(lun_number_max));
-}
-
-class lun_reader : public object_reader<lun_description>
+// A LUN describes itself or refers to a device.
+class lun_reader : public unit_reader
 {
   public:
     lun_reader(reading &r, lun_list &into, uint32_t &next_number)
-        : object_reader(r.into.lun_descriptions.emplace_back(), lun_members), r_(r), luns_(into),
-          next_number_(next_number)
+        : unit_reader(r, r.into.lun_descriptions.emplace_back()), luns_(into),
+          next_number_(next_number), own_(placement_, lun_members)
     {
-        into_.first = numbered_lun(next_number);
+        placement_.first = numbered_lun(next_number);
     }
 
+    bool select(std::string_view name) override
+    {
+        is_own_ = own_.select(name);
+        described_ |= !is_own_ || name == "repeat";
+        return is_own_ || unit_reader::select(name);
+    }
+    void take(const value &v, const place &at) override
+    {
+        is_own_ ? own_.take(v, at) : unit_reader::take(v, at);
+    }
+    std::unique_ptr<container> open(bool array, const place &at) override
+    {
+        return is_own_ ? own_.open(array, at) : unit_reader::open(array, at);
+    }
     void close(const place &at) override
     {
-        lun_description &d = into_;
-        check(d, at);
-        if (d.file) {
-            d.file = std::filesystem::path(r_.folder) / *d.file;
-            r_.files.push_back({&d, place{&at, "file"}.text()});
-        }
-        luns_.entries.push_back({d.first.wire, &d});
-        for (uint32_t k = 1; k < d.copies; ++k)
-            luns_.entries.push_back({numbered_lun(d.first.number + k).wire, &d});
-        if (!d.first.raw)
-            next_number_ = d.first.number + d.copies;
+        const lun_number &first = placement_.first;
+        if (first.raw && placement_.copies != 1)
+            place{&at, "repeat"}.fail("not for a LUN that is given as its bytes");
+        if (!first.raw && first.number + placement_.copies - 1 > lun_number_max)
+            at.fail("its LUNs go beyond " + std::to_string(lun_number_max));
+        const lun_description *const what = unit(at);
+        luns_.entries.push_back({first.wire, what});
+        for (uint32_t k = 1; k < placement_.copies; ++k)
+            luns_.entries.push_back({numbered_lun(first.number + k).wire, what});
+        if (!first.raw)
+            next_number_ = first.number + placement_.copies;
     }
 
   private:
-    reading &r_;
+    const lun_description *unit(const place &at)
+    {
+        if (!placement_.device) {
+            unit_reader::close(at);
+            return &into_;
+        }
+        const place here{&at, "device"};
+        if (described_)
+            here.fail("only lun stands beside it");
+        r_.into.lun_descriptions.pop_back(); // this one's
+        return &r_.device(*placement_.device, here);
+    }
+
     lun_list &luns_;
     uint32_t &next_number_;
+    lun_placement placement_;
+    object_reader<lun_placement> own_;
+    bool is_own_ = false;
+    bool described_ = false;
 };
 
 class lun_array : public container
@@ -133,9 +151,9 @@ std::unique_ptr<container> open_luns(reading &r, session_description &into)
 void prepare_files(const reading &r)
 {
     for (const auto &[lun, where] : r.files) {
-        const std::string error = prepare_file(*lun->file, lun->size);
+        std::string error = prepare_file(*lun->file, lun->size);
         if (!error.empty())
-            throw scenario_error(where + ": " + error);
+            throw scenario_error(error.insert(0, where + ": "));
     }
 }
 

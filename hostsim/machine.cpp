@@ -1,5 +1,6 @@
 #include "machine.h"
 
+#include "caller_memory.h"
 #include "packed_fields.h"
 #include "portal_sessions.h"
 #include "records.h"
@@ -9,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -86,25 +88,22 @@ int machine::ioctl(driver_id driver, unsigned long code, void *header)
     const request_facts *r = find_request(&request_facts::ioctl_number, code - d.ioctl_base);
     if (r == nullptr)
         return fail(ENOTTY);
-    if (header == nullptr)
-        return fail(EFAULT);
-
     varnok_drv_ioctl h;
+    const std::span head(static_cast<std::byte *>(header), sizeof h);
+    if (!is_writable(head))
+        return fail(EFAULT);
     std::memcpy(&h, header, sizeof h);
     std::array<uint8_t, sizeof h.signature> signature{};
     std::copy(d.ioctl_signature.begin(), d.ioctl_signature.end(), signature.begin());
     if (std::memcmp(h.signature, signature.data(), signature.size()) != 0 ||
         h.addrmode != VARNOK_DRV_IOCTL_ADDRMODE || h.version != VARNOK_DRV_IOCTL_VERSION)
         return fail(EINVAL);
-    auto *record = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.ioctlstructaddr));
-    if (record == nullptr)
+    const std::span record(reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.ioctlstructaddr)),
+                           r->record_size);
+    if (!is_writable(record))
         return fail(EFAULT);
 
-    exchange e{driver,
-               r->what,
-               code,
-               {static_cast<std::byte *>(header), sizeof h},
-               {record, r->record_size}};
+    exchange e{driver, r->what, code, head, record};
     return serve(e, offsetof(varnok_drv_ioctl, status));
 }
 
@@ -120,13 +119,20 @@ int machine::invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope
     const request_facts *r = find_request(&request_facts::callback, callback);
     if (r == nullptr)
         return fail(EINVAL);
-    if (envelope == nullptr)
+    const std::span header(static_cast<std::byte *>(envelope), r->envelope_size);
+    if (!is_writable(header))
         return fail(EFAULT);
 
-    std::span<std::byte> header(static_cast<std::byte *>(envelope), r->envelope_size);
     exchange e{driver, r->what, callback, header, header.subspan(r->record_offset)};
     return serve(e, r->status_offset);
 }
+
+void machine::before_fork() { lock_.lock(); }
+
+void machine::after_fork_in_parent() { lock_.unlock(); }
+
+// The lock belongs to the parent's thread, whose number the child's thread does not have.
+void machine::after_fork_in_child() { std::construct_at(&lock_); }
 
 int machine::serve(exchange &e, size_t status_offset)
 {

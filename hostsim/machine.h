@@ -27,6 +27,11 @@ class machine final : public host
     int init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &handle);
     int invoke(vmk_MgmtUserHandle handle, uint64_t callback, void *envelope);
 
+    // A fork waits until no call is inside. Its child goes on with a copy.
+    void before_fork();
+    void after_fork_in_parent();
+    void after_fork_in_child();
+
   private:
     int serve(exchange &e, size_t status_offset);
     uint32_t answer(exchange &e);
@@ -40,6 +45,9 @@ class machine final : public host
 
 // The host that this process sees, or null for the real machine.
 machine *current();
+
+// The same, but never looks for one.
+machine *installed_host();
 
 // Called when no host is installed: the preloaded form finds its host this way.
 using host_finder = machine *(*)();

@@ -1,27 +1,23 @@
 // preload.cpp - the preloaded form takes the scenario from the environment. Only a process that
 // uses the library sees the simulated host. The shells and tools that it starts do not.
 #include "machine.h"
-#include "next_calls.h"
+#include "messages.h"
+#include "process_locks.h"
+#include "scenario_source.h"
+#include "the_library.h"
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <dlfcn.h>
 #include <link.h>
 #include <mutex>
-#include <string>
+#include <unistd.h>
 
 namespace hostsim
 {
 namespace
 {
 
-bool is_the_library(const char *file)
-{
-    return file != nullptr && std::strstr(file, "libvarnok.so") != nullptr;
-}
+std::atomic<bool> is_up{false};
 
 bool uses_the_library()
 {
@@ -33,18 +29,15 @@ bool uses_the_library()
     return seen;
 }
 
-machine *load_host()
+// Without its host the process would go on to the real machine.
+void install_passed_host()
 {
-    const char *path = std::getenv("VARNOK_HOST_SCENARIO");
-    if (path == nullptr)
-        return nullptr;
+    constexpr int not_started = 127;
     try {
-        // A short scenario comes as its text.
-        auto made = *path == '{' ? host::from_text(path) : host::from_file(path);
-        return static_cast<machine *>(made.release());
+        install(load(passed_source()).release());
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "varnok-hostsim: %s: %s\n", path, e.what());
-        return nullptr;
+        complain(e.what());
+        _exit(not_started);
     }
 }
 
@@ -54,43 +47,30 @@ machine *host_of_process()
     if (busy)
         return nullptr;
     const int error = errno;
-    machine *found = nullptr;
     busy = true;
     if (uses_the_library()) {
-        static machine *const the_host = load_host();
-        found = the_host;
+        std::lock_guard lock(locks().loading);
+        if (installed_host() == nullptr)
+            install_passed_host();
     }
     busy = false;
     errno = error;
-    return found;
+    return installed_host();
 }
 
-__attribute__((constructor)) void set_finder() { find_host = host_of_process; }
-
-bool is_in_the_library(const void *code)
+// The host's own sources have no objects that a constructor must make before.
+__attribute__((constructor)) void start()
 {
-    Dl_info object{};
-    return dladdr(code, &object) != 0 && is_the_library(object.dli_fname);
+    find_host = host_of_process;
+    is_up = true;
+    host_of_process();
 }
 
 } // namespace
 } // namespace hostsim
 
-// The library counts its users with a pipeline of the machine's programs. They start without this
-// object, which lsof would otherwise find in each of them.
-extern "C" __attribute__((visibility("default"))) FILE *popen(const char *command, const char *mode)
+// Tells varnok-host that the loader has taken this object.
+extern "C" __attribute__((visibility("default"))) bool varnok_hostsim_is_up()
 {
-    static const auto real = REAL(popen);
-    const char *preloaded = hostsim::is_in_the_library(__builtin_return_address(0))
-                                ? std::getenv("LD_PRELOAD")
-                                : nullptr;
-    if (preloaded == nullptr)
-        return real(command, mode);
-    const std::string kept = preloaded;
-    unsetenv("LD_PRELOAD");
-    FILE *const stream = real(command, mode);
-    const int error = errno;
-    setenv("LD_PRELOAD", kept.c_str(), 1);
-    errno = error;
-    return stream;
+    return hostsim::is_up;
 }

@@ -4,6 +4,7 @@
 #include "scenario.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -31,6 +32,11 @@ struct awaited_file {
     std::string where;
 };
 
+struct named_device {
+    lun_description *what = nullptr; // its identity is 0 until it is described
+    std::string where;               // it is mentioned first
+};
+
 struct reading {
     scenario &into;
     std::string folder;
@@ -38,11 +44,19 @@ struct reading {
     uint64_t luns = 0;
     uint64_t port_luns = 0; // of one copy of the port that is being read
     std::vector<awaited_file> files{};
+    std::map<std::string, named_device> devices{};
+
+    // The device of this name, which may be described later.
+    lun_description &device(const std::string &name, const place &at);
 };
 
 // The array of a session's LUNs.
 std::unique_ptr<container> open_luns(reading &r, session_description &into);
 
+// The object with the devices.
+std::unique_ptr<container> open_devices(reading &r);
+
+void check_devices(const reading &r);
 void prepare_files(const reading &r);
 
 } // namespace hostsim

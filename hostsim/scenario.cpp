@@ -177,13 +177,15 @@ class top_reader : public object_reader<scenario>
     }
     std::unique_ptr<container> open(bool array, const place &at) override
     {
-        return ignores_ ? std::make_unique<ignored>() : object_reader::open(array, at);
+        if (ignores_)
+            return std::make_unique<ignored>();
+        return object_reader::open(array, at);
     }
 
   private:
     nested nested_member(std::string_view name) const override
     {
-        if (name == "host")
+        if (name == "host" || name == "devices")
             return nested::object;
         return name == "drivers" || name == "ports" || name == "faults" ? nested::array
                                                                         : nested::none;
@@ -192,6 +194,8 @@ class top_reader : public object_reader<scenario>
     {
         if (at.key == "host")
             return std::make_unique<object_reader<scenario>>(into_, host_members);
+        if (at.key == "devices")
+            return open_devices(r_);
         if (at.key == "drivers")
             return std::make_unique<driver_array>(into_);
         if (at.key == "ports")
@@ -243,6 +247,7 @@ scenario read_scenario(std::string_view text, const std::string &base)
     reading r{s, base};
     top_reader document(r);
     read_document(text, document);
+    check_devices(r);
     check_fault_instances(s);
     prepare_files(r);
     return s;

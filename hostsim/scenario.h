@@ -85,6 +85,7 @@ struct scenario {
     uint32_t check_condition_status = 0;
     std::deque<port_description> descriptions; // deques keep pointers to their elements valid
     std::deque<lun_description> lun_descriptions;
+    std::deque<lun_description> devices; // that LUNs refer to
     std::deque<port> ports;
     uint32_t boards = 0;
     std::array<driver_ports, drivers.size()> by_driver;

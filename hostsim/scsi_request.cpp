@@ -1,5 +1,6 @@
 #include "scsi_request.h"
 
+#include "caller_memory.h"
 #include "drivers.h"
 #include "initiator.h"
 #include "packed_fields.h"
@@ -7,6 +8,7 @@
 #include "requests.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 namespace hostsim
@@ -35,8 +37,7 @@ std::span<std::byte> data_of(const exchange &e, const command_head &h)
 {
     if (is_native(e.driver))
         return e.record.subspan(head_size, std::min(h.data_len, VARNOK_DRV_SCSI_DATA_MAX));
-    auto *data = reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.data_addr));
-    return {data, data != nullptr ? h.data_len : size_t{0}};
+    return {reinterpret_cast<std::byte *>(static_cast<uintptr_t>(h.data_addr)), h.data_len};
 }
 
 scsi_command command_of(const exchange &e, const command_head &h)
@@ -95,6 +96,10 @@ uint32_t answer_scsi(exchange &e, const port &p, disk_contents &disks,
         return status_not_found;
 
     const scsi_command command = command_of(e, h);
+    if (!is_native(e.driver) && (!is_writable(command.in) || !is_readable(command.out))) {
+        e.transport_errno = EFAULT;
+        return 0;
+    }
     if (target->real != nullptr)
         return answer_of_real_target(e, target->real->run(wire_lun(h), command),
                                      check_condition_status);

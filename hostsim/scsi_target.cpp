@@ -1,7 +1,9 @@
 #include "scsi_target.h"
 
+#include "big_endian.h"
+#include "product_data.h"
+
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -26,13 +28,6 @@ struct call {
     const scsi_command &command;
     disk_contents &contents;
 };
-
-template <class T>
-void put_number(uint8_t *to, T value)
-{
-    for (size_t i = sizeof value; i-- > 0; value = static_cast<T>(value >> 8))
-        to[i] = static_cast<uint8_t>(value);
-}
 
 // A big-endian number in the CDB.
 uint64_t cdb_field(const call &c, size_t at, size_t size)
@@ -73,27 +68,6 @@ void put_text(uint8_t *to, std::string_view text, size_t size)
     std::memcpy(to, text.data(), text.size());
 }
 
-std::vector<uint8_t> product_data(const call &c, uint8_t page)
-{
-    constexpr uint64_t naa_locally_assigned = 3ull << 60;
-    std::vector<uint8_t> data = {c.lun->device_type, page, 0, 0};
-    if (page == 0x00) {
-        data.insert(data.end(), {0x00, 0x80, 0x83});
-    } else if (page == 0x80) {
-        char serial[17];
-        snprintf(serial, sizeof serial, "%016llx", static_cast<unsigned long long>(c.identity));
-        data.insert(data.end(), serial, serial + 16);
-    } else if (page == 0x83) {
-        data.insert(data.end(), {0x01, 0x03, 0x00, 0x08}); // binary, an NAA identifier of the unit
-        data.resize(data.size() + 8);
-        put_number(&data[8], naa_locally_assigned | c.identity);
-    } else {
-        return {};
-    }
-    put_number(&data[2], static_cast<uint16_t>(data.size() - 4));
-    return data;
-}
-
 scsi_result inquiry(const call &c)
 {
     constexpr uint8_t evpd = 1, no_device = 0x7F;
@@ -102,7 +76,7 @@ scsi_result inquiry(const call &c)
 
     if ((c.command.cdb[1] & evpd) != 0) {
         std::vector<uint8_t> data =
-            c.lun != nullptr ? product_data(c, page) : std::vector<uint8_t>();
+            c.lun != nullptr ? product_data(*c.lun, c.identity, page) : std::vector<uint8_t>();
         return data.empty() ? check(bad_field) : give(c, data, allocation);
     }
     if (page != 0)
@@ -144,12 +118,15 @@ scsi_result read_capacity_10(const call &c)
 
 scsi_result read_capacity_16(const call &c)
 {
-    constexpr uint8_t service_action = 0x10;
+    constexpr uint8_t service_action = 0x10, managed = 0x80, reads_zeros = 0x40;
     if ((c.command.cdb[1] & 0x1F) != service_action)
         return check(bad_field);
     std::array<uint8_t, 32> data{};
     put_number(&data[0], last_block(c));
     put_number(&data[8], c.lun->block_size);
+    data[13] = static_cast<uint8_t>(physical_block_exponent(*c.lun));
+    if (c.lun->provisioning.value_or(provisioning_type::full) != provisioning_type::full)
+        data[14] = c.lun->provisioning == provisioning_type::thin ? managed | reads_zeros : managed;
     return give(c, data, cdb_field(c, 10, 4));
 }
 
@@ -228,20 +205,22 @@ scsi_result run_scsi(const lun_list &luns, uint64_t target_number, uint64_t lun,
     const auto at = std::ranges::lower_bound(luns.by_wire, lun, {}, wire);
     const bool there = at != luns.by_wire.end() && wire(*at) == lun;
     const uint32_t position = there ? *at : 0;
-    const call c = {luns, there ? luns.entries[position].what : nullptr,
-                    target_number << 16 | position, command, contents};
+    const lun_description *const unit = there ? luns.entries[position].what : nullptr;
+    const bool shared = there && unit->identity != 0;
+    const call c = {luns, unit, shared ? unit->identity : target_number << 16 | position, command,
+                    contents};
 
     if (command.cdb.empty())
         return check(bad_field);
     const auto *op = std::find_if(std::begin(operations), std::end(operations),
                                   [&](const operation &o) { return o.opcode == command.cdb[0]; });
     const bool known = op != std::end(operations);
-    if (!there && (!known || op->what != needs::nothing))
+    if (unit == nullptr && (!known || op->what != needs::nothing))
         return check(no_such_lun);
     if (!known)
         return check(unknown_opcode);
-    if (op->what == needs::medium && c.lun->size == 0)
-        return check(is_disk(*c.lun) ? no_medium : unknown_opcode);
+    if (unit != nullptr && op->what == needs::medium && unit->size == 0)
+        return check(is_disk(*unit) ? no_medium : unknown_opcode);
     if (command.cdb.size() < op->cdb_size)
         return check(bad_field);
     return op->run(c);

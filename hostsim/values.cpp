@@ -66,6 +66,20 @@ size_t host_length(std::string_view portal)
 
 } // namespace
 
+std::string hex_bytes(std::string_view text)
+{
+    std::string bytes;
+    if (!text.starts_with("0x") || text.size() % 2 != 0)
+        return bytes;
+    for (size_t i = 2; i < text.size(); i += 2) {
+        const auto byte = parse(text.substr(i, 2), 16);
+        if (!byte)
+            return {};
+        bytes.push_back(static_cast<char>(*byte));
+    }
+    return bytes;
+}
+
 uint64_t to_number(const value &v, const place &at, uint64_t min, uint64_t max)
 {
     std::optional<uint64_t> n;

@@ -27,6 +27,9 @@ struct lun_number {
 inline constexpr uint32_t lun_number_max = 0x3FFF;
 lun_number numbered_lun(uint32_t number);
 
+// The bytes of "0x" and two digits for each. Empty when the text is anything else.
+std::string hex_bytes(std::string_view text);
+
 // Each throws scenario_error when the value is of another kind or beyond the limits.
 uint64_t to_number(const value &v, const place &at, uint64_t min, uint64_t max);
 bool to_bool(const value &v, const place &at);

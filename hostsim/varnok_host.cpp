@@ -1,46 +1,31 @@
 // varnok-host - runs a program on a simulated host.
 #include "drivers.h"
-#include "hostsim.h"
+#include "messages.h"
+#include "run_program.h"
+#include "scenario_source.h"
 #include "values.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <vector>
 
 namespace
 {
 
-namespace fs = std::filesystem;
-
 constexpr int exit_not_written = 1;
 constexpr int exit_usage = 2;
-constexpr int exit_not_started = 127;
 
-int complain(int result, const std::string &what, const std::string &why)
+int refuse(int status, const std::string &why)
 {
-    std::fprintf(stderr, "varnok-host: %s: %s\n", what.c_str(), why.c_str());
-    return result;
-}
-
-fs::path preload_object()
-{
-    std::error_code none;
-    const fs::path own_folder = fs::read_symlink("/proc/self/exe", none).parent_path();
-    const fs::path prefix = own_folder.parent_path();
-    for (const fs::path &folder : {prefix / "lib", prefix / INSTALLED_LIBDIR, own_folder})
-        if (fs::exists(folder / "varnok-hostsim.so", none))
-            return folder / "varnok-hostsim.so";
-    return {};
+    hostsim::complain(why);
+    return status;
 }
 
 // What "varnok-host example" prints. varnok-scenario(5) describes the rest.
@@ -69,46 +54,17 @@ constexpr const char *example = R"({
 }
 )";
 
-// A scenario is its text or the name of a file.
-bool is_text(const std::string &source) { return source.starts_with('{'); }
-
-int check(const std::string &source)
-{
-    try {
-        if (is_text(source))
-            hostsim::host::from_text(source);
-        else
-            hostsim::host::from_file(source);
-        return 0;
-    } catch (const hostsim::scenario_error &e) {
-        return complain(exit_usage, source, e.what());
-    }
-}
-
 // A host with one port, on a real portal.
-std::string scenario_of(const std::string &driver, const std::string &portal)
+hostsim::scenario_source scenario_of(const std::string &driver, const std::string &portal)
 {
     const nlohmann::json only_port = {{"driver", driver}, {"portal", portal}};
-    return nlohmann::json{{"ports", {only_port}}}.dump();
+    return hostsim::text_source("--portal", nlohmann::json{{"ports", {only_port}}}.dump());
 }
 
-int run(const std::string &source, std::span<char *> program)
+int check(const hostsim::scenario_source &source)
 {
-    if (const int wrong = check(source))
-        return wrong;
-    const fs::path object = preload_object();
-    if (object.empty())
-        return complain(exit_not_started, "varnok-hostsim.so", "not found beside the program");
-
-    std::string preload = object;
-    if (const char *others = std::getenv("LD_PRELOAD"); others != nullptr && *others != '\0')
-        preload += std::string(":") + others;
-    setenv("LD_PRELOAD", preload.c_str(), 1);
-    setenv("VARNOK_HOST_SCENARIO", is_text(source) ? source.c_str() : fs::absolute(source).c_str(),
-           1);
-
-    execvp(program[0], program.data()); // ends with main's null pointer
-    return complain(exit_not_started, program[0], std::strerror(errno));
+    hostsim::load(source);
+    return 0;
 }
 
 // "rovani, tepli, pelt or dxo".
@@ -123,65 +79,119 @@ std::string driver_list()
     return list;
 }
 
+constexpr char missing_dashes[] =
+    "run: the program comes after \"--\": varnok-host run SCENARIO -- PROGRAM";
+
+struct command_line {
+    std::string source, portal;
+    std::string driver{hostsim::facts(hostsim::driver_id::pelt).name};
+    hostsim::run_settings settings;
+};
+
+CLI::App *add_run(CLI::App &app, command_line &line)
+{
+    constexpr unsigned most_seconds = 3600;
+    CLI::App *run = app.add_subcommand("run", "Run a program on the host of a scenario");
+    run->footer("The program and its arguments come after \"--\".");
+    CLI::Option *portal = run->add_option("--portal", line.portal,
+                                          "host[:port] of a real iSCSI portal, instead of a "
+                                          "scenario")
+                              ->check(hostsim::portal_error);
+    run->add_option("--driver", line.driver, "With --portal: " + driver_list())
+        ->check(CLI::IsMember(
+            std::vector<std::string>(hostsim::driver_names.begin(), hostsim::driver_names.end())))
+        ->needs(portal);
+    run->add_option("--timeout", line.settings.timeout,
+                    "Seconds for a login or command to a real target")
+        ->check(CLI::Range(1U, most_seconds))
+        ->envname(hostsim::environment::timeout)
+        ->capture_default_str();
+    run->add_flag("--lsof", line.settings.own_lsof,
+                  "Let the library count its users with the machine's own lsof");
+    run->add_option("SCENARIO", line.source,
+                    "The scenario, a JSON file; - is standard input; none with --portal")
+        ->excludes(portal);
+    return run;
+}
+
+// A program without the "--" before it looks like a scenario, or like arguments too many.
+bool is_program_without_dashes(const CLI::App &run, const CLI::ParseError &error)
+{
+    const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    const auto is_word = [](const std::string &argument) { return !argument.starts_with('-'); };
+    return code == CLI::ExitCodes::ExcludesError ||
+           (code == CLI::ExitCodes::ExtrasError &&
+            std::ranges::any_of(run.remaining(true), is_word));
+}
+
+std::string usage_error(const CLI::App &app, const CLI::ParseError &error)
+{
+    const std::vector<std::string> left = app.remaining();
+    const bool no_command = app.get_subcommands().empty() && !left.empty();
+    return hostsim::shown(no_command ? "no such command: " + left.front() : error.what(), 1000) +
+           "; see \"varnok-host --help\"";
+}
+
 int start(std::span<char *> arguments)
 {
     // What follows the "--" of run is for the other program.
-    auto end = arguments.end();
-    if (arguments.size() > 1 && arguments[1] == std::string_view("run"))
-        end = std::ranges::find(arguments, std::string_view("--"));
-    const std::span program(end == arguments.end() ? end : end + 1, arguments.end());
+    const auto end = arguments.size() > 1 && arguments[1] == std::string_view("run")
+                         ? std::ranges::find(arguments, std::string_view("--"))
+                         : arguments.end();
+    const bool has_dashes = end != arguments.end();
+    const std::span program(has_dashes ? end + 1 : end, arguments.end());
 
+    command_line line;
     CLI::App app("Runs programs on a simulated host.", "varnok-host");
     app.require_subcommand(1);
-
-    std::string source, portal;
-    std::string driver(hostsim::facts(hostsim::driver_id::pelt).name);
-    CLI::App *run_command = app.add_subcommand("run", "Run a program on the host of a scenario");
-    run_command->footer("The program and its arguments come after \"--\".");
-    CLI::Option *portal_option =
-        run_command
-            ->add_option("--portal", portal,
-                         "host:port of a real iSCSI portal, instead of a scenario")
-            ->check(hostsim::portal_error);
-    run_command->add_option("--driver", driver, "With --portal: " + driver_list())
-        ->check(CLI::IsMember(
-            std::vector<std::string>(hostsim::driver_names.begin(), hostsim::driver_names.end())))
-        ->needs(portal_option);
-    CLI::Option *scenario_option =
-        run_command->add_option("SCENARIO", source, "The scenario, a JSON file; none with --portal")
-            ->excludes(portal_option);
+    app.set_version_flag("--version", "varnok-host " VARNOK_HOST_VERSION);
+    const CLI::App *run_command = add_run(app, line);
     CLI::App *check_command = app.add_subcommand("check", "Say what is wrong with a scenario");
-    check_command->add_option("SCENARIO", source, "The scenario, a JSON file")->required();
-    CLI::App *example_command =
+    check_command
+        ->add_option("SCENARIO", line.source, "The scenario, a JSON file; - is standard input")
+        ->required();
+    const CLI::App *example_command =
         app.add_subcommand("example", "Print a scenario to start one's own from");
 
     try {
         app.parse(static_cast<int>(end - arguments.begin()), arguments.data());
     } catch (const CLI::ParseError &e) {
-        return app.exit(e) == 0 ? 0 : exit_usage;
+        if (e.get_exit_code() == 0)
+            return app.exit(e);
+        if (!has_dashes && is_program_without_dashes(*run_command, e))
+            return refuse(exit_usage, missing_dashes);
+        return refuse(exit_usage, usage_error(app, e));
     }
     if (*example_command)
         std::fputs(example, stdout);
     if (*check_command)
-        return check(source);
+        return check(hostsim::named_source(line.source));
     if (!*run_command)
         return 0;
-    if (!*portal_option && !*scenario_option)
-        return complain(exit_usage, "run", "the scenario is missing");
+    if (line.portal.empty() && line.source.empty())
+        return refuse(exit_usage, "run: the scenario is missing");
     if (program.empty())
-        return complain(exit_usage, "run", "the program is missing: it comes after \"--\"");
-    return run(*portal_option ? scenario_of(driver, portal) : source, program);
+        return refuse(exit_usage, has_dashes ? "run: the program is missing" : missing_dashes);
+
+    const auto source = line.portal.empty() ? hostsim::named_source(line.source)
+                                            : scenario_of(line.driver, line.portal);
+    check(source);
+    if (line.source == "-" && freopen("/dev/null", "r", stdin) == nullptr)
+        return refuse(exit_usage, std::string("/dev/null: ") + std::strerror(errno));
+    return hostsim::run_program(source, line.settings, program);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 try {
-    const int status = start(std::span(argv, static_cast<size_t>(argc)));
+    const std::span arguments(argv, static_cast<size_t>(argc));
+    const int status = start(arguments);
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return status;
-    return complain(exit_not_written, "output", std::strerror(errno));
+    return refuse(exit_not_written, std::string("output: ") + std::strerror(errno));
+} catch (const hostsim::scenario_error &e) {
+    return refuse(exit_usage, e.what());
 } catch (const std::exception &e) {
-    std::fprintf(stderr, "varnok-host: %s\n", e.what());
-    return exit_usage;
+    return refuse(exit_usage, hostsim::shown(e.what(), 1000));
 }

@@ -1,13 +1,12 @@
 #include "varnokctl/capture.h"
 
+#include "varnokctl/capture_luns.h"
 #include "varnokctl/json.h"
-#include "varnokctl/lun_address.h"
 #include "varnokctl/text.h"
 
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
-#include <set>
 #include <span>
 #include <string_view>
 
@@ -44,21 +43,6 @@ uint32_t driver_code(std::span<const code_pair> codes, uint32_t reported)
     return found == codes.end() ? 0 : found->driver;
 }
 
-// A text when it needs no escapes, else its bytes.
-json text_or_bytes(std::span<const uint8_t> field)
-{
-    std::string shown = field_text(field, {.utf8 = true});
-    if (shown.find('\\') == std::string::npos)
-        return shown;
-    return json(std::vector<uint8_t>(field.begin(), std::ranges::find(field, 0)));
-}
-
-json exact_number(uint64_t value, const char *large_format)
-{
-    return value <= largest_exact_number ? json(value)
-                                         : json(fmt::format(fmt::runtime(large_format), value));
-}
-
 template <size_t Size>
 std::string whole_ip(const uint8_t (&address)[Size])
 {
@@ -87,40 +71,6 @@ uint32_t version_number(std::span<const uint8_t> field)
         version = c == '.' ? version << 8 : (version & ~0xFFU) | (part & 0xFFU);
     }
     return version;
-}
-
-json lun_object(const VARNOK_LUN_INFO &lun)
-{
-    constexpr uint64_t block_size = 512;
-    json object = json::object();
-    const lun_levels levels = levels_of(lun);
-    const lun_form form = lun_form_of(levels);
-    if (form.number && parse_lun(fmt::to_string(*form.number)) == levels)
-        object["lun"] = *form.number;
-    else
-        object["lun"] = "0x" + lun_bytes(levels);
-    object["size"] = exact_number(lun.Capacity, "{} B");
-    if (lun.Capacity % block_size != 0)
-        object["block_size"] = 1;
-    if (lun.DeviceType != 0)
-        object["device_type"] = lun.DeviceType;
-    object["vendor"] = text_or_bytes(std::span(lun.VendorName).first(8));
-    object["product"] = text_or_bytes(std::span(lun.ProductName).first(16));
-    object["revision"] = text_or_bytes(std::span(lun.ProductRevision).first(4));
-    return object;
-}
-
-// A scenario holds each LUN once. LUNs that the target counts but does not list follow the others.
-json lun_array(const target_entry &target)
-{
-    json array = json::array();
-    std::set<lun_levels> seen;
-    for (const VARNOK_LUN_INFO &lun : target.luns)
-        if (seen.insert(levels_of(lun)).second)
-            array.push_back(lun_object(lun));
-    if (array.size() == most_listed_luns && target.info.LunCount > most_listed_luns)
-        array.push_back({{"repeat", target.info.LunCount - most_listed_luns}});
-    return array;
 }
 
 void put_session(json &object, const VARNOK_SESS_INFO &info)
@@ -153,7 +103,7 @@ json target_object(const VARNOK_TGT_INFO &info)
     return object;
 }
 
-json session_array(const port_entry &port)
+json session_array(const port_entry &port, const captured_luns &luns)
 {
     json array = json::array();
     for (size_t at = 0; at < std::max(port.sessions.size(), port.targets.size()); ++at) {
@@ -163,7 +113,7 @@ json session_array(const port_entry &port)
         object["luns"] = json::array();
         if (at < port.targets.size()) {
             object["target"] = target_object(port.targets[at].info);
-            object["luns"] = lun_array(port.targets[at]);
+            object["luns"] = luns.array_of(port.targets[at]);
         }
         array.push_back(object);
     }
@@ -272,6 +222,7 @@ std::string capture_document(const inventory &host, bool ascii)
     json faults = json::array();
     std::array<uint32_t, drivers.size()> instances{};
     driver_finder finder(host);
+    const captured_luns luns(host);
     for (const port_entry &port : host.ports) {
         const size_t driver = finder.next(port);
         json object = {{"driver", drivers[driver]}};
@@ -285,12 +236,14 @@ std::string capture_document(const inventory &host, bool ascii)
         if (port.portal)
             put_addresses(object, "", port.portal->IPv4Addr, port.portal->IPv4PortNum,
                           port.portal->IPv6Addr, port.portal->IPv6PortNum);
-        object["sessions"] = session_array(port);
+        object["sessions"] = session_array(port, luns);
         ports.push_back(object);
     }
     // A driver that answers but has no ports makes a host without adapters.
     if (ports.empty())
         document["drivers"] = {drivers.front()};
+    if (!luns.devices().empty())
+        document["devices"] = luns.devices();
     document["ports"] = ports;
     if (!faults.empty())
         document["faults"] = faults;

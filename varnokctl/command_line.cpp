@@ -34,8 +34,8 @@ constexpr tool_command commands[] = {
      &target_kind},
     {"luns", "List the LUNs behind the targets",
      takes_port | takes_target | takes_bytes | takes_details, need_luns, &lun_kind},
-    {"capture", "Write the host as a scenario for varnok-host", takes_port, whole_host, nullptr,
-     capture_document, false},
+    {"capture", "Write the host as a scenario for varnok-host", takes_port,
+     whole_host | need_identities, nullptr, capture_document, false},
 };
 
 constexpr const char *description =

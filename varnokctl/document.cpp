@@ -26,9 +26,9 @@ json target_object(const target_entry &target, uint32_t port, const session_entr
                             ? json()
                             : record_object(session_kind, {.port = port, .session = session});
     object["luns"] = json::array();
-    for (const VARNOK_LUN_INFO &lun : target.luns)
+    for (const lun_entry &lun : target.luns)
         object["luns"].push_back(
-            record_object(lun_kind, {.port = port, .target = &target.info, .lun = &lun}));
+            record_object(lun_kind, {.port = port, .target = &target.info, .lun = &lun.info}));
     return object;
 }
 

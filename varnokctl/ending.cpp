@@ -48,7 +48,7 @@ ending ending_of(const inventory &host)
         return all_well;
     if (has(failure_cause::not_loaded))
         return no_host;
-    if (has(failure_cause::no_such_target) || has(failure_cause::refused_by_device))
+    if (has(failure_cause::no_such_target))
         return refused;
     const auto any = [&](const port_entry &port) { return answered(port, host); };
     return std::ranges::any_of(host.ports, any) ? partial : refused;

@@ -140,16 +140,16 @@ bool succeeded(std::vector<failed_call> &failures, call_name call, uint32_t stat
 failure_advice advice_on(const failed_call &failure)
 {
     failure_advice advice = advice_on_status(failure.status);
+    const auto *words = std::ranges::find(causes, failure.cause, &cause_words::cause);
+    if (words != std::end(causes)) {
+        if (!words->name.empty())
+            advice.name = words->name;
+        if (!words->meaning.empty())
+            advice.meaning = words->meaning;
+        advice.next = words->next;
+    }
     if (!failure.detail.empty())
         advice.meaning = failure.detail;
-    const auto *words = std::ranges::find(causes, failure.cause, &cause_words::cause);
-    if (words == std::end(causes))
-        return advice;
-    if (!words->name.empty())
-        advice.name = words->name;
-    if (!words->meaning.empty())
-        advice.meaning = words->meaning;
-    advice.next = words->next;
     return advice;
 }
 

@@ -48,7 +48,8 @@ struct failed_call {
     std::optional<uint32_t> port{};
     std::optional<uint32_t> target{};
     uint32_t status = VARNOK_STATUS_SUCCESS;
-    std::string detail{}; // what is wrong with the command line
+    std::string
+        detail{}; // the meaning, where there is more to say than the status and the cause do
 };
 
 // Whether the status says that the call succeeded. If not, the failure is added to the others.

@@ -236,8 +236,8 @@ void add_targets(const port_entry &port, std::vector<listed_record> &records)
 void add_luns(const port_entry &port, std::vector<listed_record> &records)
 {
     for (const target_entry &target : port.targets)
-        for (const VARNOK_LUN_INFO &lun : target.luns)
-            records.push_back({.port = port.instance, .target = &target.info, .lun = &lun});
+        for (const lun_entry &lun : target.luns)
+            records.push_back({.port = port.instance, .target = &target.info, .lun = &lun.info});
 }
 
 bool is_down(const listed_record &r) { return r.info->PortState == VARNOK_PORT_STATE_1; }

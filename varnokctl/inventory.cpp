@@ -199,6 +199,8 @@ class inventory_reader
                                    place, list.size(), counted(luns_, "LUN")));
             read_luns(target, port.instance, handle);
             luns_ += target.luns.size();
+            if (needs(need_identities))
+                read_identities(target, port.instance, handle);
         }
     }
 
@@ -209,13 +211,31 @@ class inventory_reader
         const auto query = [&](uint32_t *count, VARNOK_LUN_INFO **array) {
             return VARNOK_GetLunInfo(handle, number, count, array);
         };
-        const uint32_t status = read_list(target.luns, room, query);
+        std::vector<VARNOK_LUN_INFO> list;
+        const uint32_t status = read_list(list, room, query);
+        for (const VARNOK_LUN_INFO &info : list)
+            target.luns.push_back({info});
         // REPORT LUNS may count more LUNs than the library lists. It may also end with sense data,
         // which the library does not look at.
         if (good(call_name::get_lun_info, status, instance, number) &&
             target.luns.size() < target.info.LunCount)
             host_.failures.push_back(
                 {call_name::get_lun_info, failure_cause::list_incomplete, instance, number});
+    }
+
+    // The first failure ends it: each of many commands might take its time to fail.
+    void read_identities(target_entry &target, uint32_t instance, uint32_t handle)
+    {
+        const open_target where = {handle, instance, target.info.ScsiTgtNum};
+        size_t done = 0;
+        for (lun_entry &lun : target.luns) {
+            line_.show(fmt::format("varnokctl: port {}, target {}, {} of {} identified", instance,
+                                   where.target, done, counted(target.luns.size(), "LUN")));
+            lun.identity = read_identity(where, lun.info, host_.failures);
+            if (!lun.identity)
+                return;
+            ++done;
+        }
     }
 
     const inventory_request &request_;

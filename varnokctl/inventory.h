@@ -18,6 +18,7 @@ enum need : unsigned {
     need_sessions = 2,
     need_targets = 4,
     need_luns = 8 | need_targets,
+    need_identities = 16 | need_luns, // of the LUNs
 };
 
 struct inventory_request {

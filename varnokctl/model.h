@@ -3,6 +3,7 @@
 
 #include "varnok_mgmt.h"
 #include "varnokctl/failure.h"
+#include "varnokctl/identity.h"
 
 #include <cstdint>
 #include <optional>
@@ -19,9 +20,14 @@ struct session_entry {
     VARNOK_SESS_INFO info;
 };
 
+struct lun_entry {
+    VARNOK_LUN_INFO info;
+    std::optional<lun_identity> identity{}; // only when it was asked for and could be read
+};
+
 struct target_entry {
     VARNOK_TGT_INFO info;
-    std::vector<VARNOK_LUN_INFO> luns;
+    std::vector<lun_entry> luns;
 };
 
 struct port_entry {

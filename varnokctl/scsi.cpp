@@ -4,6 +4,7 @@
 #include "varnokctl/sense.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace ctl
@@ -32,14 +33,11 @@ VARNOK_SCSI_CMND command_of(const scsi_request &request)
 
 void send_to(uint32_t handle, const scsi_request &request, scsi_result &result)
 {
-    VARNOK_SCSI_CMND command = command_of(request);
-    std::vector<uint8_t> data = request.data;
-    auto length = static_cast<uint32_t>(data.size());
-    const uint32_t status = VARNOK_SendScsiCommand(handle, &command, &length, data.data());
-    const auto sense = decode_sense(command.Sense);
+    scsi_answer answer = carry_out(handle, request);
+    const auto sense = decode_sense(answer.sense);
     if (sense)
         result.sense.assign(sense->raw.begin(), sense->raw.end());
-    if (!good(call_name::send_scsi_command, status, request, result))
+    if (!good(call_name::send_scsi_command, answer.status, request, result))
         return;
     if (sense && !harmless(*sense)) {
         result.failures.push_back({call_name::send_scsi_command, failure_cause::refused_by_device,
@@ -48,10 +46,19 @@ void send_to(uint32_t handle, const scsi_request &request, scsi_result &result)
     }
     result.carried_out = true;
     if (request.direction == VARNOK_SCSI_DATA_IN)
-        result.data = std::move(data);
+        result.data = std::move(answer.data);
 }
 
 } // namespace
+
+scsi_answer carry_out(uint32_t handle, const scsi_request &request)
+{
+    VARNOK_SCSI_CMND command = command_of(request);
+    std::vector<uint8_t> data = request.data;
+    auto length = static_cast<uint32_t>(data.size());
+    const uint32_t status = VARNOK_SendScsiCommand(handle, &command, &length, data.data());
+    return {status, std::move(data), {std::begin(command.Sense), std::end(command.Sense)}};
+}
 
 scsi_result send(const scsi_request &request)
 {

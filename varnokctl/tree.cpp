@@ -91,7 +91,7 @@ std::vector<tree_node> lun_nodes(const target_entry &target, const output_style 
     std::vector<size_t> widths;
     output_style without_bytes = style;
     without_bytes.bytes = false;
-    for (const VARNOK_LUN_INFO &lun : target.luns) {
+    for (const auto &[lun, identity] : target.luns) {
         std::vector<std::string> facts = lun_facts(lun, without_bytes);
         if (style.bytes) {
             const std::string bytes = lun.Capacity == 0 ? "" : fmt::format("{} B", +lun.Capacity);

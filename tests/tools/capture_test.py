@@ -54,6 +54,50 @@ class CaptureTest(ToolCase):
         for host in lab, {"drivers": ["tepli"]}, {"ports": own_names}:
             self.assertNotIn("faults", self.replayed(host))
 
+    def test_identities(self):
+        naa, eui = "0x6" + "0" * 30 + "1", "0x0123456789abcdef01234567"
+        disk = {"size": 2**40, "block_size": 4096, "physical_block_size": 32768, "vendor": "V", "product": "P", "revision": "R",
+                "serial": " S  ", "designators": [{"naa": naa}, {"t10": "VENDOR  1 "}, {"eui64": eui}, {"scsi_name": "iqn.x:é"},
+                                                  {"t10": [1, 2, 3, 4, 5, 6, 7, 0]}], "provisioning": "thin"}
+        tape = {**disk, "size": 0, "device_type": 1, "serial": [255], "designators": [{"naa": "0x3000000000000001"}]}
+        for key in "block_size", "physical_block_size", "provisioning":
+            tape.pop(key)
+        bare = {**disk, "serial": "", "designators": [], "provisioning": "resource"}
+        other = {**disk, "provisioning": "full"}
+        luns = [[{"lun": 0, **disk}, {"lun": 1, "device": "t"}, {"lun": 2, **bare}, {"lun": 3, **other}, {"lun": 4, **other}],
+                [{"lun": 300, **disk}, {"lun": 5, **bare}], [{"lun": 0, "device": "t"}, {"lun": 9, "device": "t"}]]
+        first = {"devices": {"t": tape}, "ports": [
+            {"driver": "dxo", "sessions": [{"luns": luns[0]}, {"luns": luns[1]}]}, {"driver": "dxo", "sessions": [{"luns": luns[2]}]}]}
+        captured = self.replayed(first)
+        self.assertEqual(captured["devices"], {"device-1": disk, "device-2": tape})
+        refer = [{"lun": lun, "device": f"device-{n}"} for lun, n in ((0, 1), (1, 2), (300, 1), (0, 2), (9, 2))]
+        self.assertEqual([session["luns"] for port in captured["ports"] for session in port["sessions"]],
+                         [refer[:2] + luns[0][2:], [refer[2], luns[1][1]], refer[3:]])
+        paths = [self.scenario(first), self.scenario(captured)]
+        for lun in range(4):
+            for cdb in *(f"12 1 {page} 1 0 0" for page in ("0", "80", "83", "b0", "b2")), "9e 10" + " 0" * 11 + " 20 0 0":
+                raw = ["scsi", "-p", "0", "-t", "0", "-l", str(lun), "--in", "256", "--", *cdb.split()]
+                self.assertEqual(*(on_host(path, *raw).stdout for path in paths))
+        # What the device lacks is left out, what fails is told. The fifth command and those after it ask for the pages.
+        for nth, gone in (5, {"serial": "", "designators": [], "provisioning": None}), (6, {"serial": ""}), \
+                (7, {"designators": []}), (8, {"provisioning": None}), (9, {"block_size": None, "physical_block_size": None}):
+            refused = "the device refused the command"
+            for fails, check_condition, why in ({"sense": "05/24/00"}, 0, None), ({"sense": "05/24/00"}, 6, None), \
+                    ({"sense": "06/29/00"}, 0, ""), ({"sense": "06/29/00"}, 6, ""), ({"sense": "03/11/00"}, 0, refused), \
+                    ({"sense": "03/11/00"}, 6, "driver status 6"), ({"status": 6}, 0, "driver status 6"):
+                with self.subTest(nth=nth, fails=fails, check_condition=check_condition):
+                    path = self.scenario({"host": {"check_condition_status": check_condition},
+                                          "ports": [{"driver": "dxo", "sessions": [{"luns": [disk]}]}],
+                                          "faults": [{"driver": "dxo", "request": "scsi_cmd", "nth": nth, **fails}]})
+                    result = on_host(path, "capture")
+                    lun, = json.loads(result.stdout)["ports"][0]["sessions"][0]["luns"]
+                    unknown = {"serial": "", "designators": [], "provisioning": None, "block_size": None, "physical_block_size": None}
+                    lost = gone if why is None else unknown if why else {}
+                    expected = {k: v for k, v in {"lun": 0, **disk, **lost}.items() if v is not None}
+                    self.assertEqual((result.returncode, lun), (3 if why else 0, expected))
+                    self.assertIn(f"identity of LUN 0: {why}; next:" if why else "", result.stderr)
+                    self.assertEqual(result.stderr == "", not why)
+
     def test_failures(self):
         lab = json.loads(LAB.read_text())
         for fails in ({"status": 6}, {"errno": "ENXIO"}):

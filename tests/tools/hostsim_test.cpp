@@ -4,15 +4,12 @@
 #include "records/kx_iscsi_vmkmgmt.h"
 #include "records/varnok_ioctl.h"
 #include "support/varnok_bytes.h"
-#include "values.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <sys/ioctl.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace
@@ -26,137 +23,6 @@ std::string from_hex(const char *digits)
     std::string bytes(strlen(digits) / 2, '\0');
     varnok_to_array_hex(reinterpret_cast<uint8_t *>(bytes.data()), digits, static_cast<uint32_t>(bytes.size()));
     return bytes;
-}
-
-// What is wrong with a scenario; empty: nothing.
-std::string error_of(std::string text)
-{
-    std::replace(text.begin(), text.end(), '\'', '"');
-    try {
-        hostsim::host::from_text(text, "/dev/null");
-    } catch (const hostsim::scenario_error &e) {
-        return e.what();
-    }
-    return {};
-}
-
-TEST(ScenarioTest, ErrorsNameTheirPlace)
-{
-    enum level { host, port, session, lun, fault };
-    const std::pair<std::string, std::string> levels[] = {
-        {"{@}", ""},
-        {"{'ports':[{'driver':'pelt'},{@}]}", "ports[1]"},
-        {"{'ports':[{'driver':'pelt','sessions':[{@}]}]}", "ports[0].sessions[0]"},
-        {"{'ports':[{'driver':'pelt','sessions':[{'luns':[{@}]}]}]}", "ports[0].sessions[0].luns[0]"},
-        {"{'faults':[{'driver':'pelt',@}]}", "faults[0]"},
-    };
-    const std::tuple<level, const char *, std::string> cases[] = {
-        {host, "'x':1", "x: unknown field"},
-        {host, "'ports':{}", "ports: not an array"},
-        {port, "'driver':'pelt','host_no':32", ".host_no: host number 32 is another port's of the driver"},
-        {port, "", ": driver is missing"},
-        {port, "'driver':'foo'", ".driver: not one of rovani, tepli, pelt, dxo"},
-        {port, "'modelname':'x'", ".modelname: unknown field"},
-        {port, "'mac':'aa:bb:cc:dd:ee'", ".mac: not a MAC address"},
-        {port, "'mtu':4294967296", ".mtu: not a number from 0 to 4294967295"},
-        {port, "'vlan_priority':'0x100'", ".vlan_priority: not a number from 0 to 255"},
-        {port, "'driver_name':'12345678901234567'", ".driver_name: longer than 16 bytes"},
-        {port, "'ipv4addr':'1.2.3'", ".ipv4addr: not an IPv4 address"},
-        {port, "'ipv6addr':'fd00::7\\u0000x'", ".ipv6addr: not an IPv6 address"},
-        {port, "'portal':'[fd00::7]:65536'", ".portal: not host:port with a port from 1 to 65535"},
-        {port, "'portal':'fd00::7:3260'", ".portal: not host:port with a port from 1 to 65535"},
-        {port, "'portal':'[fd00::7]x'", ".portal: not host:port with a port from 1 to 65535"},
-        {port, "'portal':'host:'", ".portal: not host:port with a port from 1 to 65535"},
-        {port, "'portal':'a\\u0000b'", ".portal: not host:port with a port from 1 to 65535"},
-        {port, "'mtu':9,'sessions':[{'repeat':2}],'mtu':9", ".mtu: given twice"},
-        {port, "'sessions':[[[],0]]", ".sessions[0]: not an object"},
-        {port, "'sessions':[0]", ".sessions[0]: not an object"},
-        {port, "'mtu':[1]", ".mtu: not a number from 0 to 4294967295"},
-        {port, "'mtu':{'x':1}", ".mtu: not a number from 0 to 4294967295"},
-        {port, "'model_name':[1,256]", ".model_name[1]: not a number from 0 to 255"},
-        {port, "'model_name':[1,[2]]", ".model_name[1]: not a number from 0 to 255"},
-        {port, "'host_no':4294967295,'driver':'dxo','repeat':2", ".host_no: its copies go beyond 4294967295"},
-        {session, "'target':{'ip':1}", ".target.ip: unknown field"},
-        {session, "'target':[]", ".target: not an object"},
-        {session, "'luns':[{'lun':16383},{}]", ".luns[1]: its LUNs go beyond 16383"},
-        {session, "'luns':[{},{'lun':0}]", ".luns: a LUN is there twice"},
-        {lun, "'size':1000", ".size: not a multiple of the block size 512"},
-        {lun, "'size':'16 EiB'", ".size: more bytes than 64 bits count"},
-        {lun, "'file':'disk.img'", ".file: Not a directory"},
-        {lun, "'file':'a\\u0000b'", ".file: has a NUL byte"},
-        {lun, "'file':['/',0]", ".file[0]: not a number from 0 to 255"},
-        {lun, "'vendor':'a','vendor':'b'", ".vendor: given twice"},
-        {fault, "'request':'open'", ".request: not made to this driver"},
-        {fault, "'request':'hostno','errno':'EFOO'", ".errno: not an error such as \"EIO\""},
-        {fault, "'request':'hostno','instance':1,'status':1", ".instance: the driver has no such port"},
-        {fault, "'request':'hostno'", ": nothing fails: status, errno or sense is missing"},
-    };
-    for (const auto &[where, text, error] : cases) {
-        auto [scenario, place] = levels[where];
-        EXPECT_EQ(error_of(scenario.replace(scenario.find('@'), 1, text)), place + error);
-    }
-}
-
-TEST(ScenarioTest, DocumentsAreBounded)
-{
-    const auto times = [](size_t count, const std::string &piece) {
-        std::string text;
-        while (count-- != 0)
-            text += piece;
-        return text;
-    };
-    const std::string zero(1, '\0'), four_million(4'000'000, 'x');
-    const std::string ports = "{'ports':[{'driver':'pelt',", sessions = ports + "'sessions':[";
-    const std::string luns = sessions + "{'luns':[", faults = "{'faults':[";
-    const std::string fault = "{'driver':'pelt','request':'init','errno':1},";
-    const std::pair<std::string, std::string> cases[] = {
-        {"[]", "not an object"},
-        {"{\n 'ports': [}", "parse error at line 2, column 12: syntax error while parsing value - unexpected '}'; "
-                            "expected '[', '{', or a literal"},
-        {"{'ports':1e999}", "number overflow parsing '1e999'"},
-        {"{} {}", "parse error at line 1, column 4: syntax error while parsing value - unexpected '{'; "
-                  "expected end of input"},
-        {"{}" + zero, "parse error at line 1, column 3: a NUL byte"},
-        {"{\n'" + zero, "parse error at line 2, column 2: a NUL byte"},
-        {"{'x':1}" + zero, "x: unknown field"},
-        {"{}x" + zero, "parse error at line 1, column 3: syntax error while parsing value - invalid literal; "
-                       "last read: '{}x'; expected end of input"},
-        {"{\n// \xE2\x82", "parse error at line 2, column 4: not UTF-8"},
-        {"{\n//\xE2\x82\xAC\n'\xC0\x80'", "parse error at line 3, column 2: not UTF-8"},
-        {"{'x", "parse error at line 1, column 4: syntax error while parsing object key - invalid string: missing "
-                "closing quote; last read: '\"x'; expected string literal"},
-        {"{'\\u001b[2J\u202e':1}", "\\x1B[2J\\xE2\\x80\\xAE: unknown field"},
-        {"{'" + four_million + "':1}", four_million.substr(0, 120) + "...: unknown field"},
-        {"{\x7F" + four_million, "parse error at line 1, column 2: syntax error while parsing object key - invalid "
-                                 "literal; last read: '{\\x7F'; expected string literal"},
-        {"{'" + four_million, "parse error at line 1, column 4000003: syntax error while parsing object key - invalid "
-                              "string: missing closing quote; last read: '\"" +
-                                  four_million.substr(1, 119) + "...'; expected string literal"},
-        {"{'failures':[{'a':1,'a':{}}]}", "failures[0].a: given twice"},
-        {"{'failures':[" + times(400'000, "{},") + "[{},1,true,null,-1,'x']]}", ""},
-        {"{'failures':" + std::string(63, '[') + std::string(63, ']') + "}", ""},
-        {"{'failures':" + std::string(20 << 20, '['), "failures" + times(63, "[0]") + ": deeper than 64 levels"},
-        {ports + "'model_name':[" + times(1'000'000, "1,") + "'x']", "ports[0].model_name: longer than 32 bytes"},
-        {ports + "'repeat':65536},{'driver':'pelt'}", "ports[1]: more than 65536 ports"},
-        {sessions + "{'repeat':65536},{}]", "ports[0].sessions[1]: more than 65536 sessions on a port"},
-        {sessions + "{'luns':[],'repeat':65536}],'repeat':16}]}", ""},
-        {sessions + "{'luns':[],'repeat':65536}],'repeat':17}", "ports[0]: more than 1048576 sessions on the host"},
-        {luns + times(5, "{'lun':0,'repeat':16384},") + "{'x':1}", "ports[0].sessions[0].luns: more than 65536 LUNs"},
-        {luns + "{'repeat':16384}],'repeat':64}]}]}", ""},
-        {luns + "{'repeat':16384}],'repeat':64},{}", "ports[0].sessions[1]: more than 1048576 LUNs on the host"},
-        {luns + "{'repeat':16384}]}],'repeat':65}", "ports[0]: more than 1048576 LUNs on the host"},
-        {luns + times(64, "{'repeat':16384}]},{'luns':[") + "{},{'x':1}",
-         "ports[0].sessions[64].luns: more than 1048576 LUNs on the host"},
-        {faults + times(65'536, fault) + "{'x':1}", "faults: more than 65536 faults"},
-    };
-    for (const auto &[text, error] : cases)
-        EXPECT_EQ(error_of(text), error) << text.substr(0, 100);
-    // No file is made for a scenario with an error behind it.
-    const std::string path = testing::TempDir() + "hostsim_no_file.img";
-    EXPECT_EQ(error_of(luns + "{'file':'" + path + "'}]}]}],'x':1}"), "x: unknown field");
-    EXPECT_NE(access(path.c_str(), F_OK), 0);
-    for (const auto &[given, whole] : {std::pair("host", "host:3260"), {"[fd00::7]", "[fd00::7]:3260"}, {"h:1", "h:1"}})
-        EXPECT_EQ(hostsim::to_portal({.what = hostsim::kind::text, .text = given}, {}), whole);
 }
 
 struct place {
@@ -239,17 +105,23 @@ TEST_P(HostsimTest, RecordsCarryGivenAndDerivedValues)
 
 TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
 {
-    start(R"({"host":{"check_condition_status":6},"ports":[{"driver":"@","sessions":[
+    start(R"({"host":{"check_condition_status":6},"devices":{"tape":{"device_type":1,"serial":"T","designators":[
+        {"t10":[77,79,76,86,65,82,32,32,1]}]}},"ports":[{"driver":"@","sessions":[
         {"luns":[{"lun":5,"size":"1 MiB"},{"lun":261,"device_type":1},{"lun":"0x0001000200030004"},
                  {"lun":1,"size":0},{"device_type":161,"size":"1 KiB"}]},
         {"luns":[{"size":"2 TiB"},{"size":2199023255040},{"size":"4 TiB","block_size":4096},
-                 {"size":18446744073709551104}]}]}]})");
+                 {"size":18446744073709551104}]},
+        {"luns":[{"size":"1 MiB","physical_block_size":4096,"provisioning":"thin","serial":" S1","designators":[
+                     {"naa":"0x60000000000000010000000000000002"},{"eui64":"0x0123456789abCDEF01234567"},
+                     {"t10":"MOLVAR  X"},{"scsi_name":"iqn.a:b"}]},
+                 {"device":"tape"},{"size":"1 MiB","provisioning":"full","serial":"","designators":[]},
+                 {"size":"1 MiB","provisioning":"resource"},{"lun":9,"device":"tape"}]}]}]})");
     constexpr place disk = {0, 5}, tape = {0, 0x4105}, missing = {0, 9};
     constexpr place nested = {0, 0x00020001}; // its third and fourth level differ
-    constexpr char cap16[] = "9e1000000000000000000000000c";
+    constexpr char cap16[] = "9e1000000000000000000000000c", cap32[] = "9e10000000000000000000000020";
     // What was moved, and its beginning; or sense key, code and qualifier.
     const std::tuple<place, uint8_t, const char *, uint32_t, const char *> cases[] = {
-        {disk, 6, "12010000ff", 7, "00000003008083"},
+        {disk, 6, "12010000ff", 8, "00000004008083b0"},
         {disk, 6, "00", 0, ""},
         {disk, 6, "12018300ff", 16, "0083000c0103000830"},
         {missing, 6, "00", 0, "052500"},
@@ -262,7 +134,7 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
         {{1, 0}, 16, cap16, 12, "00000000ffffffff00000200"},
         {disk, 10, "25", 8, "000007ff00000200"},
         {{1, 1}, 16, cap16, 12, "00000000fffffffe00000200"},
-        {disk, 6, "1201b0", 0, "052400"},
+        {disk, 6, "1201b1", 0, "052400"},
         {{1, 2}, 16, cap16, 12, "000000003fffffff00001000"},
         {disk, 6, "120080", 0, "052400"},
         {{1, 3}, 16, cap16, 12, "007ffffffffffffe00000200"},
@@ -283,6 +155,32 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
         {{0, 2}, 10, "25", 8, "0000000100000200"},
         {{0, 2}, 6, "1200000001", 1, "a1"},
         {{0, 1}, 6, "1200000001", 1, "00"},
+        {{0, 1}, 6, "12010000ff", 7, "00000003008083"},
+        {{0, 1}, 6, "1201b000ff", 0, "052400"},
+        {disk, 6, "12018000ff", 20, "0080001030303030303030303030303130303030"},
+        {disk, 6, "1201b000ff", 64, "00b0003c00000001000000"},
+        {disk, 6, "1201b200ff", 0, "052400"},
+        {{2, 0}, 6, "12010000ff", 9, "00000005008083b0b2"},
+        {{2, 0}, 6, "1201800006", 6, "008000032053"},
+        {{2, 0},
+         6,
+         "12018300ff",
+         65,
+         "0083003d01030010600000000000000100000000000000020102000c0123456789abcdef012345"
+         "67020100094d4f4c5641522020580308000869716e2e613a6200"},
+        {{2, 0}, 6, "1201b000ff", 64, "00b0003c00000008000000"},
+        {{2, 0}, 6, "1201b200ff", 8, "00b2000400040200"},
+        {{2, 0}, 16, cap32, 32, "00000000000007ff000002000003c000"},
+        {{2, 1}, 6, "12010000ff", 7, "01000003008083"},
+        {{2, 1}, 6, "12018300ff", 17, "0183000d010100094d4f4c564152202001"},
+        {{2, 9}, 6, "12018000ff", 5, "0180000154"},
+        {{2, 2}, 6, "12010000ff", 7, "0000000300b0b2"},
+        {{2, 2}, 6, "12018000ff", 0, "052400"},
+        {{2, 2}, 6, "12018300ff", 0, "052400"},
+        {{2, 2}, 6, "1201b200ff", 8, "00b2000400000000"},
+        {{2, 2}, 16, cap32, 32, "00000000000007ff00000200000000"},
+        {{2, 3}, 6, "1201b200ff", 8, "00b2000400000100"},
+        {{2, 3}, 16, cap32, 32, "00000000000007ff00000200000080"},
     };
     std::string data;
     for (const auto &[at, cdb_length, cdb, size, digits] : cases) {
@@ -301,7 +199,7 @@ TEST_P(HostsimTest, ScsiCommandsAnswerDataOrSense)
                        "0002000000000000"));
     EXPECT_EQ(scsi(missing, 6, "03000000ff", data), 0U);
     EXPECT_EQ(data.substr(0, moved), from_hex("700005000000000a00000000250000000000"));
-    EXPECT_EQ(scsi({2, 0}, 6, "00", data), VARNOK_STATUS_NOT_FOUND);
+    EXPECT_EQ(scsi({3, 0}, 6, "00", data), VARNOK_STATUS_NOT_FOUND);
     data.clear(); // no room for the block
     EXPECT_EQ(scsi(disk, 10, "280000000000000001", data), 0U);
 }
@@ -311,9 +209,9 @@ TEST_P(HostsimTest, WrittenBlocksAreReadAgain)
     const std::string path = testing::TempDir() + "hostsim_" + GetParam().driver + ".img";
     remove(path.c_str());
     start(R"({"ports":[{"driver":"@","sessions":[{"luns":[{"size":18446744073709551104},{"size":"1 TiB","file":")" +
-          path + R"("}]},{}]}]})");
+          path + R"("},{"device":"both"}]},{"luns":[{},{"lun":2,"device":"both"}]}]}],"devices":{"both":{}}})");
     // Blocks 7 to 16 lie on both sides of a piece; what is sent is less than the command says.
-    for (uint32_t lun : {0U, 1U}) {
+    for (uint32_t lun : {0U, 1U, 2U}) {
         std::string sent(5000, '\0');
         for (size_t i = 0; i < sent.size(); ++i)
             sent[i] = static_cast<char>(i * 7 + i / 256);
@@ -322,9 +220,9 @@ TEST_P(HostsimTest, WrittenBlocksAreReadAgain)
         std::string data(6144, 'x');
         EXPECT_EQ(scsi({0, lun}, 10, "28000000000600000c", data), 0U);
         EXPECT_EQ(data, std::string(512, '\0') + sent + std::string(632, '\0'));
-        data.assign(512, 'x'); // the other target's disk is another
+        data.assign(512, 'x'); // the other target has a disk of its own, no disk and the same disk
         scsi({1, lun}, 10, "280000000007000001", data);
-        EXPECT_EQ(data, std::string(512, lun == 0 ? '\0' : 'x'));
+        EXPECT_EQ(data, lun == 2 ? sent.substr(0, 512) : std::string(512, lun == 0 ? '\0' : 'x'));
     }
     std::ifstream file(path, std::ios::binary);
     file.seekg(8 * 512);

@@ -5,6 +5,7 @@ tgtd serves a loopback port from user space; what the library says of it must eq
 import ctypes
 import os
 import pathlib
+import pty
 import re
 import shutil
 import socket
@@ -150,6 +151,19 @@ class LiveTest(unittest.TestCase):
             result = subprocess.run(self.on_host("pelt", BIN / "varnokctl", "luns", "--target", "1"), env=environment,
                                     capture_output=True, text=True, timeout=60, check=False)
             self.assertEqual(len(re.findall("IET", result.stdout)), luns, result)
+
+    def test_a_line_on_a_terminal_shows_what_is_waited_for(self):
+        self.kill_target()
+        host, port = self.portal.split(":")
+        ours, theirs = pty.openpty()
+        with socket.create_server((host, int(port))): # takes the connection and says nothing
+            subprocess.run(self.on_host("pelt", BIN / "varnokctl", "ports"), stderr=theirs, stdout=subprocess.DEVNULL, timeout=60,
+                           check=False, env={**os.environ, "VARNOK_HOST_TIMEOUT": "1"})
+        os.close(theirs)
+        shown = os.read(ours, 10000).decode()
+        waits, _, rest = shown.partition("\r\x1b[K")
+        self.assertIn(f"\rvarnok-host: port 0, portal {self.portal}: asking for its targets", waits)
+        self.assertTrue(rest.startswith(f"varnok-host: port 0, portal {self.portal}: timed out"), repr(shown))
 
     def test_a_portal_that_does_not_answer(self):
         self.kill_target()
