@@ -5,6 +5,7 @@
 #include "varnokctl/fields.h"
 #include "varnokctl/inventory.h"
 #include "varnokctl/scsi_command.h"
+#include "varnokctl/selection.h"
 #include "varnokctl/text.h"
 
 #include <optional>
@@ -16,6 +17,12 @@ namespace ctl
 struct tool_options {
     inventory_request request;
     output_style style;
+    std::string columns, sort; // as they were given
+    selection chosen;          // what they mean
+    std::string colour = "auto";
+    std::optional<size_t> width;
+    size_t verbose = 0; // how often it was asked for
+    bool quiet = false;
     bool ascii = false;
     bool as_json = false;
     bool as_dot = false;

@@ -14,7 +14,7 @@ json record_object(const record_kind &kind, const listed_record &record)
     const output_style style = {.utf8 = true};
     json object = json::object();
     for (const record_field &field : kind.fields)
-        if (field.key != nullptr)
+        if (field.in_document)
             object[field.key] = field.value(record, style).data;
     return object;
 }
@@ -51,11 +51,14 @@ json port_object(const port_entry &port)
 
 } // namespace
 
-std::string listing_document(const inventory &host, const record_kind &kind, bool ascii)
+std::string listing_document(const inventory &host, const record_kind &kind, bool ascii,
+                             const selection &chosen)
 {
     json document = new_document(kind.key);
     document[kind.key] = json::array();
-    for (const listed_record &record : records_of(host, kind))
+    std::vector<listed_record> records = records_of(host, kind);
+    sort_records(records, chosen);
+    for (const listed_record &record : records)
         document[kind.key].push_back(record_object(kind, record));
     return finished_text(document, host.failures, ascii);
 }

@@ -88,6 +88,8 @@ constexpr cause_words causes[] = {
      "see its sense data"},
     {failure_cause::no_such_target, "no such target", "answered, but there is no such target",
      "see the targets with 'varnokctl targets'"},
+    {failure_cause::several_targets, "several targets", "more than one target has such a name",
+     "name one of them: see 'varnokctl targets'"},
     {failure_cause::list_incomplete, "list incomplete", "the target counts more LUNs than it lists",
      "repeat the command; of more than 2047 LUNs only the first are listed"},
     {failure_cause::wrong_usage, "wrong usage", "", "see 'varnokctl --help'"},
@@ -155,7 +157,7 @@ failure_advice advice_on(const failed_call &failure)
 
 std::string_view call_text(call_name call) { return call_texts[static_cast<size_t>(call)]; }
 
-std::string failure_text(const failed_call &failure)
+std::string failure_text(const failed_call &failure, bool with_advice)
 {
     const failure_advice advice = advice_on(failure);
     std::string text(call_text(failure.call));
@@ -165,7 +167,8 @@ std::string failure_text(const failed_call &failure)
         text += fmt::format(", target {}", *failure.target);
     if (!advice.number.empty())
         text += fmt::format(": {} ({})", advice.name, advice.number);
-    return text + fmt::format(": {}; next: {}", advice.meaning, advice.next);
+    text += ": " + advice.meaning;
+    return with_advice ? text + "; next: " + advice.next : text;
 }
 
 } // namespace ctl

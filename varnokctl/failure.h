@@ -38,6 +38,7 @@ enum class failure_cause {
     // No call failed:
     refused_by_device,
     no_such_target,
+    several_targets,
     list_incomplete,
     wrong_usage,
 };
@@ -70,6 +71,6 @@ std::string_view call_text(call_name call);
 
 // "VARNOK_GetLunInfo, port 0, target 2: VARNOK_STATUS_DRIVER_6 (0x80000006): driver status 6; next:
 // look in the system log"
-std::string failure_text(const failed_call &failure);
+std::string failure_text(const failed_call &failure, bool with_advice = true);
 
 } // namespace ctl

@@ -21,6 +21,9 @@ field_value capacity(uint64_t bytes)
     return {bytes == 0 ? "" : fmt::to_string(bytes), fmt::to_string(bytes)};
 }
 
+// Records are sorted by the number.
+field_value size(uint64_t bytes) { return {size_text(bytes), bytes}; }
+
 field_value hex(unsigned value) { return {fmt::format("0x{:x}", value), value}; }
 field_value flag(unsigned value) { return {value == 0 ? "no" : "yes", value != 0}; }
 
@@ -42,6 +45,23 @@ field_value negotiated(const VARNOK_SESS_INFO &session, const field_value &value
 {
     const bool known = session.FirstBurstLength != 0 || session.MaxOutstandingR2T != 0;
     return known ? value : field_value{};
+}
+
+// A driver's number, and our reading of it.
+field_value state_of(const VARNOK_SESS_INFO &session)
+{
+    const std::string word = session_state(session.SessionState);
+    return {word.empty() ? fmt::to_string(+session.SessionState) : word,
+            coded_value(session.SessionState, word).data};
+}
+
+// The library's code, with its number in units where there is one.
+field_value speed(uint32_t code)
+{
+    field_value value = coded_value(code, port_speed(code));
+    const uint64_t bits = bits_per_second(code);
+    value.data["bits_per_second"] = bits == 0 ? json() : json(bits);
+    return value;
 }
 
 field_value id_pair(unsigned vendor, unsigned device)
@@ -84,6 +104,8 @@ ip_endpoint initiator_endpoint(const VARNOK_SESS_INFO &session)
                            session.InitIPv6PortNum);
 }
 
+constexpr bool text_only = false; // not in documents
+
 #define FIELD(expression)                                                                          \
     [](const listed_record &r, [[maybe_unused]] const output_style &s) { return expression; }
 
@@ -95,8 +117,7 @@ constexpr record_field port_fields[] = {
     {"Serial number", "serial_number", look::text, view::details,
      FIELD(text(r.info->SerialNum, s))},
     {"MAC", "mac", look::text, view::table, FIELD(octets(r.info->MAC, ":"))},
-    {"Speed", "speed", look::number, view::table,
-     FIELD(coded_value(r.info->PortSpeed, port_speed(r.info->PortSpeed)))},
+    {"Speed", "speed", look::number, view::table, FIELD(speed(r.info->PortSpeed))},
     {"State", "state", look::text, view::table,
      FIELD(coded_value(r.info->PortState, port_state(r.info->PortState)))},
     {"Sessions", "session_count", look::number, view::table, FIELD(number(r.info->SessCount))},
@@ -132,7 +153,7 @@ constexpr record_field portal_fields[] = {
 constexpr record_field session_fields[] = {
     {"Port", "port", look::number, view::table, FIELD(number(r.port))},
     {"Target", "target", look::number, view::table, FIELD(number(r.session->target))},
-    {"State", "state", look::number, view::table, FIELD(number(r.session->info.SessionState))},
+    {"State", "state", look::text, view::table, FIELD(state_of(r.session->info))},
     {"Address", "address", look::text, view::table,
      FIELD(endpoint(target_endpoint(r.session->info)))},
     {"Target name", "target_name", look::long_text, view::table,
@@ -178,12 +199,13 @@ constexpr record_field lun_fields[] = {
     {"LUN", "lun", look::number, view::table, FIELD(lun_value(levels_of(*r.lun)))},
     {"Type", "type", look::long_text, view::table,
      FIELD(coded_value(r.lun->DeviceType, device_type(r.lun->DeviceType)))},
-    {"Size", nullptr, look::number, view::table, FIELD(same(size_text(r.lun->Capacity)))},
+    {"Size", "size", look::number, view::table, FIELD(size(r.lun->Capacity)), text_only},
     {"Bytes", "bytes", look::number, view::bytes, FIELD(capacity(r.lun->Capacity))},
     {"Vendor", "vendor", look::long_text, view::table, FIELD(text(r.lun->VendorName, s))},
     {"Product", "product", look::long_text, view::table, FIELD(text(r.lun->ProductName, s))},
     {"Rev", "revision", look::text, view::table, FIELD(text(r.lun->ProductRevision, s))},
-    {"LUN bytes", nullptr, look::text, view::details, FIELD(same(lun_bytes(levels_of(*r.lun))))},
+    {"LUN bytes", "lun_bytes", look::text, view::details, FIELD(same(lun_bytes(levels_of(*r.lun)))),
+     text_only},
 };
 #undef FIELD
 
@@ -218,11 +240,19 @@ void add_luns(const port_entry &port, std::vector<listed_record> &records)
             records.push_back({.port = port.instance, .target = &target.info, .lun = &lun.info});
 }
 
+bool is_down(const listed_record &r) { return r.info->PortState == VARNOK_PORT_STATE_1; }
+
+bool is_not_logged_in(const listed_record &r)
+{
+    return r.session->info.SessionState != session_logged_in;
+}
+
 } // namespace
 
-const record_kind port_kind = {"ports", "ports", port_fields, add_port};
+const record_kind port_kind = {"ports", "ports", port_fields, add_port, is_down};
 const record_kind portal_kind = {"portals", "portals", portal_fields, add_portal};
-const record_kind session_kind = {"sessions", "sessions", session_fields, add_sessions};
+const record_kind session_kind = {"sessions", "sessions", session_fields, add_sessions,
+                                  is_not_logged_in};
 const record_kind target_kind = {"targets", "targets", target_fields, add_targets};
 const record_kind lun_kind = {"LUNs", "luns", lun_fields, add_luns};
 

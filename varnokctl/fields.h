@@ -17,6 +17,7 @@ struct field_value;
 // One record and those that it belongs to. Pointers that do not apply are null.
 struct listed_record {
     uint32_t port;
+    const char *failed = nullptr; // why there is no more than the number; null when there is
     const VARNOK_PHY_PORT_INFO *info = nullptr;
     const VARNOK_ISCSI_PORTAL *portal = nullptr;
     const session_entry *session = nullptr;
@@ -29,10 +30,11 @@ enum class view { table, details, bytes };   // always, with --details, with --b
 
 struct record_field {
     const char *title;
-    const char *key; // in a document; null where another field has the same data
+    const char *key; // in a document, and for --columns and --sort
     look shape;
     view where;
     field_value (*value)(const listed_record &, const output_style &);
+    bool in_document = true; // else another field has the same data
 };
 
 struct record_kind {
@@ -40,10 +42,12 @@ struct record_kind {
     const char *key;    // in a document
     std::span<const record_field> fields;
     void (*add_records)(const port_entry &, std::vector<listed_record> &);
+    bool (*is_bad)(const listed_record &) = nullptr; // down or failed; null: never
 };
 
 extern const record_kind port_kind, portal_kind, session_kind, target_kind, lun_kind;
 
+// The host's records, without those of ports that could not be read.
 std::vector<listed_record> records_of(const inventory &host, const record_kind &kind);
 
 // What the field shows of the record.

@@ -2,7 +2,9 @@
 
 #include "varnokctl/table.h"
 
+#include <algorithm>
 #include <fmt/format.h>
+#include <string_view>
 
 namespace ctl
 {
@@ -15,24 +17,65 @@ bool shows(const record_field &field, const output_style &style)
            (field.where == view::bytes && style.bytes);
 }
 
+std::vector<const record_field *> columns_of(const record_kind &kind, const output_style &style,
+                                             const selection &chosen)
+{
+    std::vector<const record_field *> columns = chosen.columns;
+    if (columns.empty())
+        for (const record_field &field : kind.fields)
+            if (shows(field, style))
+                columns.push_back(&field);
+    return columns;
+}
+
+// A record of what could not be read has its numbers, and says so in the first column of text.
+table_row failed_row(const std::vector<const record_field *> &columns, const listed_record &record)
+{
+    table_row row{{}, true};
+    bool said = false;
+    for (const record_field *field : columns) {
+        const std::string_view key = field->key;
+        const bool says = !said && field->shape != look::number;
+        said = said || says;
+        row.cells.push_back(key == "port" ? fmt::to_string(record.port)
+                            : says        ? record.failed
+                                          : "");
+    }
+    return row;
+}
+
 } // namespace
 
-std::string listing_text(const inventory &host, const record_kind &kind, const output_style &style)
+std::string listing_text(const inventory &host, const record_kind &kind, const output_style &style,
+                         const selection &chosen)
 {
-    const std::vector<listed_record> records = records_of(host, kind);
+    std::vector<listed_record> records = records_of(host, kind);
+    for (const port_entry &port : host.ports)
+        if (!port.info)
+            records.push_back({.port = port.instance, .failed = "not readable"});
     if (records.empty())
         return host.failures.empty() ? fmt::format("no {}\n", kind.plural) : "";
+    std::ranges::stable_sort(records, {}, &listed_record::port);
+    sort_records(records, chosen);
+
+    const auto fields = columns_of(kind, style, chosen);
     std::vector<table_column> columns;
-    std::vector<table_row> rows(records.size());
-    for (const record_field &field : kind.fields) {
-        if (!shows(field, style))
-            continue;
+    for (const record_field *field : fields)
         columns.push_back(
-            {field.title, field.shape == look::number, field.shape == look::long_text});
-        for (size_t at = 0; at < rows.size(); ++at)
-            rows[at].push_back(text_of(field, records[at], style));
+            {field->title, field->shape == look::number, field->shape == look::long_text});
+    std::vector<table_row> rows;
+    for (const listed_record &record : records) {
+        if (record.failed != nullptr) {
+            rows.push_back(failed_row(fields, record));
+            continue;
+        }
+        table_row &row = rows.emplace_back();
+        row.bad = kind.is_bad != nullptr && kind.is_bad(record);
+        for (const record_field *field : fields)
+            row.cells.push_back(text_of(*field, record, style));
     }
-    return style.details ? sheets_text(columns, rows) : table_text(columns, rows, style);
+    return style.details && chosen.columns.empty() ? sheets_text(columns, rows, style)
+                                                   : table_text(columns, rows, style);
 }
 
 } // namespace ctl

@@ -2,10 +2,12 @@
 
 #include "varnokctl/text.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <fmt/format.h>
 #include <span>
+#include <vector>
 
 namespace ctl
 {
@@ -104,22 +106,120 @@ uint32_t level_pair(uint32_t bytes) { return bytes << 16 | bytes >> 16; }
 
 } // namespace
 
+namespace
+{
+
+lun_levels levels_of_wire(uint64_t wire)
+{
+    return {level_pair(static_cast<uint32_t>(wire >> 32)), level_pair(static_cast<uint32_t>(wire))};
+}
+
+// Takes the text apart by a pattern whose '#' stand for numbers. Nothing if it is not such a text.
+std::optional<std::vector<uint64_t>> numbers_in(std::string_view text, std::string_view pattern)
+{
+    std::vector<uint64_t> numbers;
+    while (!pattern.empty()) {
+        const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+        if (pattern.front() == '#') {
+            const auto number = parse_number(text.substr(0, digits), 10);
+            if (!number)
+                return {};
+            numbers.push_back(*number);
+            text.remove_prefix(digits);
+        } else if (text.empty() || text.front() != pattern.front()) {
+            return {};
+        } else {
+            text.remove_prefix(1);
+        }
+        pattern.remove_prefix(1);
+    }
+    return text.empty() ? std::optional(numbers) : std::nullopt;
+}
+
+// One of the forms of a level, and how its numbers stand in its two bytes.
+struct level_pattern {
+    std::string_view text;
+    uint16_t method;
+    std::array<unsigned, 3> bits; // of each number, the last one in the low bits
+};
+constexpr level_pattern level_patterns[] = {
+    {"#", 0, {8}},
+    {"# flat", 0x4000, {14}},
+    {"bus # lun #", 0, {6, 8}},
+    {"target # bus # lun #", 0x8000, {6, 3, 5}},
+};
+
+std::optional<uint64_t> parse_level(std::string_view text)
+{
+    for (const level_pattern &pattern : level_patterns) {
+        const auto numbers = numbers_in(text, pattern.text);
+        if (!numbers)
+            continue;
+        uint64_t level = 0;
+        for (size_t at = 0; at < numbers->size(); ++at) {
+            if ((*numbers)[at] >> pattern.bits[at] != 0)
+                return {};
+            level = level << pattern.bits[at] | (*numbers)[at];
+        }
+        return level | pattern.method;
+    }
+    return {};
+}
+
+std::optional<uint64_t> parse_extended(std::string_view text)
+{
+    constexpr uint64_t well_known = 0xC1, flat_3 = 0xD2, flat_5 = 0xE2;
+    if (const auto role = numbers_in(text, "well-known #"); role && role->front() <= UINT8_MAX)
+        return well_known << 56 | role->front() << 48;
+    const auto flat = numbers_in(text, "# extended flat");
+    if (!flat || flat->front() >> 40 != 0)
+        return {};
+    return flat->front() >> 24 == 0 ? flat_3 << 56 | flat->front() << 32
+                                    : flat_5 << 56 | flat->front() << 16;
+}
+
+// Levels with slashes between them.
+std::optional<uint64_t> parse_levels(std::string_view text)
+{
+    constexpr size_t most_levels = 4;
+    uint64_t wire = 0;
+    for (size_t at = 0; at < most_levels; ++at) {
+        const size_t end = std::min(text.find('/'), text.size());
+        const auto level = parse_level(text.substr(0, end));
+        if (!level)
+            return {};
+        wire |= *level << (48 - 16 * at);
+        if (end == text.size())
+            return wire;
+        text.remove_prefix(end + 1);
+    }
+    return {};
+}
+
+} // namespace
+
 std::optional<lun_levels> parse_lun(std::string_view text)
 {
     constexpr uint64_t peripheral_end = 256, flat_end = 16384, flat_method = 0x4000;
-    constexpr size_t raw_length = 18;
-    if (text.starts_with("0x")) {
-        const auto raw = parse_number(text.substr(2), 16);
-        if (!raw || text.size() != raw_length)
+    constexpr size_t raw_length = 16;
+    const bool marked = text.starts_with("0x");
+    const std::string_view raw = text.substr(marked ? 2 : 0);
+    if (marked || raw.size() == raw_length) {
+        const auto wire = parse_number(raw, 16);
+        if (wire && raw.size() == raw_length)
+            return levels_of_wire(*wire);
+        if (marked)
             return {};
-        return lun_levels{level_pair(static_cast<uint32_t>(*raw >> 32)),
-                          level_pair(static_cast<uint32_t>(*raw))};
     }
-    const auto number = parse_number(text, 10);
-    if (!number || *number >= flat_end)
-        return {};
-    const uint64_t level = *number < peripheral_end ? *number : flat_method | *number;
-    return lun_levels{static_cast<uint32_t>(level), 0};
+    if (const auto number = parse_number(text, 10))
+        return *number >= flat_end
+                   ? std::nullopt
+                   : std::optional(levels_of_wire(
+                         (*number < peripheral_end ? *number : flat_method | *number) << 48));
+    auto wire = parse_extended(text);
+    if (!wire)
+        wire = parse_levels(text);
+    return wire ? std::optional(levels_of_wire(*wire)) : std::nullopt;
 }
 
 lun_form lun_form_of(const lun_levels &lun)

@@ -30,8 +30,9 @@ inline lun_levels levels_of(const VARNOK_LUN_INFO &lun)
     return {lun.ScsiLunNum, lun.ScsiLunNumExt};
 }
 
-// Takes a decimal number: up to 255 it is a peripheral address, up to 16383 a flat one. Or takes
-// the LUN's eight bytes: "0x" and 16 hexadecimal digits.
+// Takes every form in which a LUN is shown: its number, in decimal or by its addressing methods as
+// lun_number gives them, or its eight bytes in hexadecimal, with "0x" or without. A decimal number
+// is a peripheral address up to 255, and a flat one up to 16383.
 std::optional<lun_levels> parse_lun(std::string_view text);
 
 lun_form lun_form_of(const lun_levels &lun);

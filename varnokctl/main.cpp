@@ -4,10 +4,12 @@
 #include "varnokctl/ending.h"
 #include "varnokctl/render.h"
 #include "varnokctl/scsi_output.h"
+#include "varnokctl/scsi_target.h"
 #include "varnokctl/terminal.h"
 
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fmt/format.h>
 #include <langinfo.h>
@@ -29,17 +31,19 @@ void print_version(const ctl::tool_options &options)
                VARNOK_GetVersion(nullptr, 0));
 }
 
-void complain(const std::vector<ctl::failed_call> &failures)
+void complain(const std::vector<ctl::failed_call> &failures, bool quiet)
 {
     std::fflush(stdout);
     for (const ctl::failed_call &failure : failures)
-        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure));
+        fmt::print(stderr, "varnokctl: {}\n", ctl::failure_text(failure, !quiet));
 }
 
-void print_document(const ctl::tool_command &command, const ctl::inventory &host, bool ascii)
+void print_document(const ctl::tool_command &command, const ctl::inventory &host,
+                    const ctl::tool_options &options)
 {
-    print(command.kind != nullptr ? ctl::listing_document(host, *command.kind, ascii)
-                                  : command.document(host, ascii));
+    print(command.kind != nullptr
+              ? ctl::listing_document(host, *command.kind, options.ascii, options.chosen)
+              : command.document(host, options.ascii));
 }
 
 void print_text(const ctl::tool_command &command, const ctl::inventory &host,
@@ -47,38 +51,41 @@ void print_text(const ctl::tool_command &command, const ctl::inventory &host,
 {
     const bool answered = !host.ports.empty() || host.failures.empty();
     if (!command.has_text && answered)
-        print_document(command, host, options.ascii);
+        print_document(command, host, options);
     else if (options.as_dot && answered)
         print(ctl::dot_text(host, options.style));
     else if (host.ports.empty() && host.failures.empty())
         print("no adapters found\n");
     else if (command.kind != nullptr)
-        print(ctl::listing_text(host, *command.kind, options.style));
+        print(ctl::listing_text(host, *command.kind, options.style, options.chosen));
     else if (answered)
         print(ctl::tree_text(host, options.style));
-    complain(host.failures);
+    complain(host.failures, options.quiet);
 }
 
 ctl::ending show(const ctl::tool_command &command, const ctl::tool_options &options)
 {
     ctl::inventory_request request = options.request;
     request.needs = command.needs;
-    const ctl::inventory host = ctl::read_host(request);
+    const ctl::inventory host =
+        ctl::read_host(request, options.quiet ? ctl::progress::none() : ctl::progress(stderr));
     if (options.as_json)
-        print_document(command, host, options.ascii);
+        print_document(command, host, options);
     else
         print_text(command, host, options);
     return ctl::ending_of(host);
 }
 
-ctl::ending show_scsi(const ctl::scsi_options &scsi, const ctl::tool_options &options)
+ctl::ending show_scsi(ctl::scsi_options &scsi, const ctl::tool_options &options)
 {
-    const ctl::scsi_result result = ctl::run_scsi(scsi);
+    ctl::scsi_result result;
+    if (ctl::find_target(scsi, result.failures))
+        result = ctl::run_scsi(scsi);
     if (options.as_json) {
         print(ctl::scsi_document(scsi.request, result, options.ascii));
     } else {
         print(ctl::scsi_text(result));
-        complain(result.failures);
+        complain(result.failures, options.quiet);
     }
     return ctl::ending_of({.ports = {}, .failures = result.failures});
 }
@@ -99,9 +106,15 @@ ctl::ending run(int argc, char **argv)
     ctl::parsed_line line = ctl::parse_command_line(argc, argv, VARNOKCTL_VERSION);
     if (line.ended)
         return *line.ended;
+    if (line.options.verbose != 0)
+        setenv("VARNOK_API_DEBUG", line.options.verbose == 1 ? "4" : "6", 1);
     ctl::output_style &style = line.options.style;
     style.utf8 = !line.options.ascii && std::string_view(nl_langinfo(CODESET)) == "UTF-8";
-    style.width = ctl::output_width();
+    style.width = line.options.width.value_or(ctl::output_width());
+    if (style.width == 0)
+        style.width = ctl::unlimited_width;
+    style.colours = line.options.colour == "always" ||
+                    (line.options.colour == "auto" && ctl::output_has_colours());
     if (line.command != nullptr)
         return show(*line.command, line.options);
     if (line.is_scsi)

@@ -24,7 +24,7 @@ std::vector<size_t> natural_widths(const std::vector<table_column> &columns,
     for (size_t at = 0; at < columns.size(); ++at) {
         size_t width = display_width(columns[at].title);
         for (const table_row &row : rows)
-            width = std::max(width, display_width(shown(row[at])));
+            width = std::max(width, display_width(shown(row.cells[at])));
         widths.push_back(width);
     }
     return widths;
@@ -44,7 +44,8 @@ size_t widest_of(const std::vector<table_column> &columns, const std::vector<siz
     return widest;
 }
 
-void shrink(std::vector<size_t> &widths, const std::vector<table_column> &columns, size_t limit)
+// Returns whether the table fits then.
+bool shrink(std::vector<size_t> &widths, const std::vector<table_column> &columns, size_t limit)
 {
     size_t total = std::accumulate(widths.begin(), widths.end(), gap.size() * (widths.size() - 1));
     for (const bool long_texts_only : {true, false})
@@ -54,18 +55,19 @@ void shrink(std::vector<size_t> &widths, const std::vector<table_column> &column
                 break;
             --widths[widest];
         }
+    return total <= limit;
 }
 
-std::string line_of(const table_row &cells, const std::vector<table_column> &columns,
+std::string line_of(const table_row &row, const std::vector<table_column> &columns,
                     const std::vector<size_t> &widths, const output_style &style)
 {
     std::string line;
-    for (size_t at = 0; at < cells.size(); ++at) {
+    for (size_t at = 0; at < row.cells.size(); ++at) {
         line += at == 0 ? "" : gap;
-        line +=
-            padded(shortened(shown(cells[at]), widths[at], style), widths[at], columns[at].right);
+        line += padded(shortened(shown(row.cells[at]), widths[at], style), widths[at],
+                       columns[at].right);
     }
-    return trimmed(line) + '\n';
+    return coloured(trimmed(line), row.bad, style) + '\n';
 }
 
 } // namespace
@@ -74,27 +76,32 @@ std::string table_text(const std::vector<table_column> &columns, const std::vect
                        const output_style &style)
 {
     std::vector<size_t> widths = natural_widths(columns, rows);
-    shrink(widths, columns, style.width);
+    if (!shrink(widths, columns, style.width))
+        return sheets_text(columns, rows, style);
     table_row titles;
     for (const table_column &column : columns)
-        titles.push_back(column.title);
-    std::string text = line_of(titles, columns, widths, style);
+        titles.cells.push_back(column.title);
+    std::string text = style.headings ? line_of(titles, columns, widths, style) : "";
     for (const table_row &row : rows)
         text += line_of(row, columns, widths, style);
     return text;
 }
 
 std::string sheets_text(const std::vector<table_column> &columns,
-                        const std::vector<table_row> &rows)
+                        const std::vector<table_row> &rows, const output_style &style)
 {
     size_t width = 0;
     for (const table_column &column : columns)
         width = std::max(width, display_width(column.title));
+    const size_t room = std::max(style.width, width + gap.size() + least_width);
     std::string text;
     for (const table_row &row : rows) {
         text += text.empty() ? "" : "\n";
-        for (size_t at = 0; at < columns.size(); ++at)
-            text += padded(columns[at].title, width) + std::string(gap) + shown(row[at]) + '\n';
+        for (size_t at = 0; at < columns.size(); ++at) {
+            const std::string title = padded(columns[at].title, width) + std::string(gap);
+            const std::string value = shortened(shown(row.cells[at]), room - title.size(), style);
+            text += coloured(title + value, row.bad, style) + '\n';
+        }
     }
     return text;
 }

@@ -31,7 +31,15 @@ size_t output_width()
         std::from_chars(columns, columns + std::strlen(columns), width);
     if (width == 0)
         width = terminal_width(STDOUT_FILENO);
-    return width == 0 ? usual_width : width;
+    return width == 0 ? unlimited_width : width;
+}
+
+bool output_has_colours()
+{
+    const char *const none = std::getenv("NO_COLOR");
+    const char *const terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0') &&
+           (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
 }
 
 } // namespace ctl

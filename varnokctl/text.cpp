@@ -214,6 +214,11 @@ std::string shortened(const std::string &text, size_t width, const output_style 
     return head + gap + text.substr(tail);
 }
 
+std::string coloured(const std::string &text, bool bad, const output_style &style)
+{
+    return bad && style.colours ? "\x1B[31m" + text + "\x1B[0m" : text;
+}
+
 std::string trimmed(std::string line)
 {
     line.erase(line.find_last_not_of(' ') + 1);

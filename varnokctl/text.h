@@ -14,6 +14,8 @@ struct output_style {
     bool utf8 = false;    // else ASCII only
     bool bytes = false;   // sizes in bytes too
     bool details = false; // every field, not only those that fit a table
+    bool headings = true;
+    bool colours = false; // for what is down or failed
     size_t width = 80;    // in columns
 };
 
@@ -60,5 +62,8 @@ std::string shortened(const std::string &text, size_t width, const output_style 
 
 // The line without spaces at its end.
 std::string trimmed(std::string line);
+
+// The text in red if it is about something bad and the style has colours.
+std::string coloured(const std::string &text, bool bad, const output_style &style);
 
 } // namespace ctl

@@ -20,6 +20,23 @@ constexpr code_word port_speeds[] = {
     {VARNOK_PORT_SPEED_50G, "50 Gbit/s"},
 };
 
+// Our reading of the numbers that drivers report.
+constexpr code_word session_states[] = {
+    {0, "not logged in"},
+    {session_logged_in, "logged in"},
+};
+
+struct code_number {
+    uint32_t code;
+    uint64_t number;
+};
+constexpr uint64_t gigabit = 1000000000;
+constexpr code_number port_bits[] = {
+    {VARNOK_PORT_SPEED_10G, 10 * gigabit}, {VARNOK_PORT_SPEED_20G, 20 * gigabit},
+    {VARNOK_PORT_SPEED_25G, 25 * gigabit}, {VARNOK_PORT_SPEED_40G, 40 * gigabit},
+    {VARNOK_PORT_SPEED_50G, 50 * gigabit},
+};
+
 constexpr code_word pcie_speeds[] = {
     {VARNOK_PCIE_SPEED_2_5GT, " 2.5 GT/s"},
     {VARNOK_PCIE_SPEED_5_0GT, " 5.0 GT/s"},
@@ -52,6 +69,16 @@ std::string word_of(std::span<const code_word> words, uint32_t code, const char 
 std::string port_state(uint32_t code) { return word_of(port_states, code, "unknown"); }
 
 std::string port_speed(uint32_t code) { return word_of(port_speeds, code); }
+
+uint64_t bits_per_second(uint32_t port_speed)
+{
+    for (const code_number &speed : port_bits)
+        if (speed.code == port_speed)
+            return speed.number;
+    return 0;
+}
+
+std::string session_state(uint32_t state) { return word_of(session_states, state); }
 
 std::string pcie_link(uint32_t speed, uint32_t width)
 {

@@ -63,7 +63,7 @@ class JsonTest(ToolCase):
                 self.assertEqual(document["ports" if command == "tree" else command], [])
 
     def test_wrong_usage(self):
-        for arguments in ["lunes"], ["luns", "--port", "x"], ["scsi", "--in", "8", "tur"], ["luns", "\xff\x1b\n"], []:
+        for arguments in ["lunes"], ["luns", "--sort", "x"], ["scsi", "--in", "8", "tur"], ["luns", "\xff\x1b\n"], []:
             result = on_host(LAB, *arguments, "--json")
             self.assertEqual((result.returncode, result.stderr), (2, ""))
             VALIDATOR.validate(json.loads(result.stdout))
