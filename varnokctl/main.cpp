@@ -67,6 +67,9 @@ ctl::ending show(const ctl::tool_command &command, const ctl::tool_options &opti
 {
     ctl::inventory_request request = options.request;
     request.needs = command.needs;
+    if (options.style.identity || ctl::wants_identity(options.chosen) ||
+        (options.style.details && command.kind == &ctl::lun_kind))
+        request.needs |= ctl::need_identities;
     const ctl::inventory host =
         ctl::read_host(request, options.quiet ? ctl::progress::none() : ctl::progress(stderr));
     if (options.as_json)
