@@ -1,12 +1,14 @@
 #include "varnokctl/capture.h"
 
 #include "varnokctl/capture_luns.h"
+#include "varnokctl/fields.h"
 #include "varnokctl/json.h"
 #include "varnokctl/text.h"
 
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
+#include <set>
 #include <span>
 #include <string_view>
 
@@ -103,6 +105,15 @@ json target_object(const VARNOK_TGT_INFO &info)
     return object;
 }
 
+// A session that never logged in has no more than what is known of it.
+void leave_out_unknown(json &object)
+{
+    static const std::set<json> unknown = {0, "0.0.0.0", "::", "00:00:00:00:00:00", "000000000000"};
+    for (auto member = object.begin(); member != object.end();)
+        member = unknown.contains(*member) && member.key() != "sess_num" ? object.erase(member)
+                                                                         : std::next(member);
+}
+
 json session_array(const port_entry &port, const captured_luns &luns)
 {
     json array = json::array();
@@ -114,6 +125,12 @@ json session_array(const port_entry &port, const captured_luns &luns)
         if (at < port.targets.size()) {
             object["target"] = target_object(port.targets[at].info);
             object["luns"] = luns.array_of(port.targets[at]);
+        }
+        if (at < port.sessions.size() && !is_negotiated(port.sessions[at].info)) {
+            object["logged_in"] = false;
+            leave_out_unknown(object);
+            if (object.contains("target"))
+                leave_out_unknown(object["target"]);
         }
         array.push_back(object);
     }
