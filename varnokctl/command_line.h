@@ -1,6 +1,7 @@
 // What the command line asks for.
 #pragma once
 
+#include "varnokctl/diff.h"
 #include "varnokctl/ending.h"
 #include "varnokctl/fields.h"
 #include "varnokctl/inventory.h"
@@ -41,10 +42,12 @@ struct tool_command {
 
 struct parsed_line {
     std::optional<ending> ended;           // the help was shown, or the usage is wrong
-    const tool_command *command = nullptr; // null for "scsi" and "version"
+    const tool_command *command = nullptr; // null for the others
     bool is_scsi = false;
+    bool is_diff = false;
     tool_options options;
     scsi_options scsi;
+    diff_options diff;
 };
 
 parsed_line parse_command_line(int argc, char **argv, const std::string &version);

@@ -93,6 +93,16 @@ ctl::ending show_scsi(ctl::scsi_options &scsi, const ctl::tool_options &options)
     return ctl::ending_of({.ports = {}, .failures = result.failures});
 }
 
+ctl::ending show_diff(const ctl::diff_options &diff, const ctl::tool_options &options)
+{
+    const ctl::diff_output output = options.as_json ? ctl::run_diff_as_document(diff, options.ascii)
+                                                    : ctl::run_diff(diff, options.style);
+    print(output.text);
+    std::fflush(stdout);
+    fmt::print(stderr, "{}", output.notes);
+    return output.status;
+}
+
 // A command to a native driver takes two blocks of 256 KiB. By default the allocator gets them from
 // the kernel and returns them each time, which makes four fifths of the command's own time.
 void keep_memory()
@@ -122,6 +132,8 @@ ctl::ending run(int argc, char **argv)
         return show(*line.command, line.options);
     if (line.is_scsi)
         return show_scsi(line.scsi, line.options);
+    if (line.is_diff)
+        return show_diff(line.diff, line.options);
     print_version(line.options);
     return ctl::all_well;
 }
