@@ -2,6 +2,7 @@
 
 #include "varnokctl/capture.h"
 #include "varnokctl/document.h"
+#include "varnokctl/paths.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -34,6 +35,8 @@ constexpr tool_command commands[] = {
      &target_kind},
     {"luns", "List the LUNs behind the targets",
      takes_port | takes_target | takes_bytes | takes_details, need_luns, &lun_kind},
+    {"paths", "Show each device with the paths to it", takes_port, whole_host | need_identities,
+     nullptr, paths_document, true, paths_text},
     {"capture", "Write the host as a scenario for varnok-host", takes_port,
      whole_host | need_identities, nullptr, capture_document, false},
 };
@@ -95,22 +98,24 @@ CLI::App *add_scsi(CLI::App &app, scsi_options &options)
 }
 
 // Help was asked for, or the command line is wrong.
-ending end_early(const CLI::App &app, const CLI::ParseError &error, bool as_json)
+int end_early(const CLI::App &app, const CLI::ParseError &error, bool is_health, bool as_json)
 {
+    constexpr size_t longest = 300, longest_with_rules = 600;
     if (error.get_exit_code() == 0) {
         app.exit(error);
         return all_well;
     }
     const std::vector<std::string> left = app.remaining();
     const bool no_command = app.get_subcommands().empty() && !left.empty();
-    const std::string what = no_command ? "no such command: " + left.front() : error.what();
+    const std::string what =
+        safe_text(no_command ? "no such command: " + left.front() : error.what(),
+                  is_health ? longest_with_rules : longest);
     if (as_json)
         fmt::print("{}", usage_document(what, false));
     else
         fmt::print(stderr,
-                   "varnokctl: {}\nSee 'varnokctl --help' and 'varnokctl COMMAND --help'.\n",
-                   safe_text(what));
-    return usage;
+                   "varnokctl: {}\nSee 'varnokctl --help' and 'varnokctl COMMAND --help'.\n", what);
+    return is_health ? static_cast<int>(health_status::unknown) : usage;
 }
 
 } // namespace
@@ -130,15 +135,19 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
         add_options(*with_output_options(sub, line.options), command, line.options);
         sub->callback([&line, &command] { line.command = &command; });
     }
+    const CLI::App *health =
+        with_output_options(add_health(app, line.health, line.options.request), line.options);
     const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     try {
         app.parse(argc, argv);
         line.is_scsi = scsi->parsed();
+        line.is_health = health->parsed();
     } catch (const CLI::ParseError &error) {
         // Parsing may have ended before it came to the option.
         const auto is_json = [](std::string_view argument) { return argument == "--json"; };
         const std::span arguments(argv, static_cast<size_t>(argc));
-        line.ended = end_early(app, error, std::ranges::any_of(arguments, is_json));
+        line.ended =
+            end_early(app, error, health->parsed(), std::ranges::any_of(arguments, is_json));
     }
     return line;
 }

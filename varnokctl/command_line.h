@@ -3,7 +3,9 @@
 
 #include "varnokctl/ending.h"
 #include "varnokctl/fields.h"
+#include "varnokctl/health_command.h"
 #include "varnokctl/inventory.h"
+#include "varnokctl/render.h"
 #include "varnokctl/scsi_command.h"
 #include "varnokctl/text.h"
 
@@ -30,13 +32,16 @@ struct tool_command {
     const record_kind *kind; // null for the whole host
     std::string (*document)(const inventory &, bool ascii) = nullptr;
     bool has_text = true; // else its document is all that it shows
+    std::string (*text)(const inventory &, const output_style &) = tree_text;
 };
 
 struct parsed_line {
-    std::optional<ending> ended;           // the help was shown, or the usage is wrong
-    const tool_command *command = nullptr; // null for "scsi" and "version"
+    std::optional<int> ended;              // the help was shown, or the usage is wrong
+    const tool_command *command = nullptr; // null for "health", "scsi" and "version"
+    bool is_health = false;
     bool is_scsi = false;
     tool_options options;
+    health_request health;
     scsi_options scsi;
 };
 

@@ -55,7 +55,7 @@ void print_text(const ctl::tool_command &command, const ctl::inventory &host,
     else if (command.kind != nullptr)
         print(ctl::listing_text(host, *command.kind, options.style));
     else if (answered)
-        print(ctl::tree_text(host, options.style));
+        print(command.text(host, options.style));
     complain(host.failures);
 }
 
@@ -83,6 +83,19 @@ ctl::ending show_scsi(const ctl::scsi_options &scsi, const ctl::tool_options &op
     return ctl::ending_of({.ports = {}, .failures = result.failures});
 }
 
+int show_health(const ctl::health_request &health, const ctl::tool_options &options)
+{
+    ctl::inventory_request request = options.request;
+    request.needs = ctl::need_portals | ctl::need_sessions | ctl::need_identities;
+    const ctl::inventory host = ctl::read_host(request);
+    const ctl::output_style style =
+        options.as_json ? ctl::output_style{.utf8 = true} : options.style;
+    const ctl::health_report report = ctl::judge(ctl::examined_host(host, style), health);
+    print(options.as_json ? ctl::health_document(report, host.failures, options.ascii)
+                          : ctl::health_text(report, style));
+    return static_cast<int>(report.status);
+}
+
 // A command to a native driver takes two blocks of 256 KiB. By default the allocator gets them from
 // the kernel and returns them each time, which makes four fifths of the command's own time.
 void keep_memory()
@@ -92,18 +105,23 @@ void keep_memory()
     mallopt(M_TRIM_THRESHOLD, most_kept);
 }
 
-ctl::ending run(int argc, char **argv)
+// The status is what a failure of the program itself ends with.
+int run(int argc, char **argv, int &status_of_failure)
 {
     std::setlocale(LC_CTYPE, "");
     keep_memory();
     ctl::parsed_line line = ctl::parse_command_line(argc, argv, VARNOKCTL_VERSION);
     if (line.ended)
         return *line.ended;
+    if (line.is_health)
+        status_of_failure = static_cast<int>(ctl::health_status::unknown);
     ctl::output_style &style = line.options.style;
     style.utf8 = !line.options.ascii && std::string_view(nl_langinfo(CODESET)) == "UTF-8";
     style.width = ctl::output_width();
     if (line.command != nullptr)
         return show(*line.command, line.options);
+    if (line.is_health)
+        return show_health(line.health, line.options);
     if (line.is_scsi)
         return show_scsi(line.scsi, line.options);
     print_version(line.options);
@@ -113,13 +131,15 @@ ctl::ending run(int argc, char **argv)
 } // namespace
 
 int main(int argc, char **argv)
-try {
-    const ctl::ending status = run(argc, argv);
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
-        return status;
-    std::perror("varnokctl: output");
-    return ctl::refused;
-} catch (const std::exception &error) {
-    std::fprintf(stderr, "varnokctl: %s\n", ctl::safe_text(error.what()).c_str());
-    return ctl::refused;
+{
+    int status_of_failure = ctl::refused;
+    try {
+        const int status = run(argc, argv, status_of_failure);
+        if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+            return status;
+        std::perror("varnokctl: output");
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "varnokctl: %s\n", ctl::safe_text(error.what()).c_str());
+    }
+    return status_of_failure;
 }
