@@ -4,10 +4,8 @@
 #include "varnokctl/text.h"
 
 #include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <set>
-#include <string_view>
 #include <vector>
 
 namespace ctl
@@ -54,7 +52,6 @@ void put_blocks(json &object, const VARNOK_LUN_INFO &lun, const std::optional<bl
 
 void put_identity(json &object, const lun_identity &identity)
 {
-    constexpr size_t longest_serial = 255;
     const bool fits = identity.serial.size() <= longest_serial;
     object["serial"] = fits ? whole_text_or_bytes(identity.serial) : json("");
     object["designators"] = json::array();
@@ -65,7 +62,6 @@ void put_identity(json &object, const lun_identity &identity)
 // What the LUN is, wherever it is.
 json unit_object(const lun_entry &lun)
 {
-    constexpr std::array<std::string_view, 3> provisioning = {"full", "resource", "thin"};
     const VARNOK_LUN_INFO &info = lun.info;
     const lun_identity identity = lun.identity.value_or(lun_identity());
     json object = {{"size", exact_number(info.Capacity, "{} B")}};
@@ -77,8 +73,9 @@ json unit_object(const lun_entry &lun)
     object["revision"] = text_or_bytes(std::span(info.ProductRevision).first(4));
     put_identity(object, identity);
     const bool disk_with_medium = info.DeviceType == 0 && info.Capacity != 0;
-    if (disk_with_medium && identity.provisioning && *identity.provisioning < provisioning.size())
-        object["provisioning"] = provisioning[*identity.provisioning];
+    const std::string provisioning = provisioning_text(identity);
+    if (disk_with_medium && !provisioning.empty())
+        object["provisioning"] = provisioning;
     return object;
 }
 

@@ -20,13 +20,15 @@ enum command_option : unsigned {
     takes_bytes = 4,
     takes_details = 8,
     takes_dot = 16,
+    takes_identity = 32,
 };
 
 constexpr unsigned whole_host = need_portals | need_sessions | need_luns;
 
 constexpr tool_command commands[] = {
     {"tree", "Show ports, targets and LUNs as a tree",
-     takes_port | takes_target | takes_bytes | takes_dot, whole_host, nullptr, tree_document},
+     takes_port | takes_target | takes_bytes | takes_identity | takes_dot, whole_host, nullptr,
+     tree_document},
     {"ports", "List the adapter ports", takes_port | takes_details, need_ports, &port_kind},
     {"portals", "List the ports' iSCSI portals", takes_port, need_portals, &portal_kind},
     {"sessions", "List the iSCSI sessions", takes_port | takes_target | takes_details,
@@ -34,11 +36,12 @@ constexpr tool_command commands[] = {
     {"targets", "List the iSCSI targets", takes_port | takes_target | takes_details, need_targets,
      &target_kind},
     {"luns", "List the LUNs behind the targets",
-     takes_port | takes_target | takes_bytes | takes_details, need_luns, &lun_kind},
+     takes_port | takes_target | takes_bytes | takes_identity | takes_details, need_luns,
+     &lun_kind},
     {"paths", "Show each device with the paths to it", takes_port, whole_host | need_identities,
      nullptr, paths_document, true, paths_text},
     {"capture", "Write the host as a scenario for varnok-host", takes_port,
-     whole_host | need_identities, nullptr, capture_document, false},
+     whole_host | need_all_designators, nullptr, capture_document, false},
 };
 
 constexpr const char *description =
@@ -55,6 +58,9 @@ void add_options(CLI::App &app, const tool_command &command, tool_options &optio
         app.add_option("-t,--target", options.request.target, "Only targets with this number");
     if ((command.options & takes_bytes) != 0)
         app.add_flag("-b,--bytes", options.style.bytes, "Show sizes in bytes too");
+    if ((command.options & takes_identity) != 0)
+        app.add_flag("-i,--identity", options.style.identity,
+                     "Show what identifies each LUN: its WWID and more");
     if ((command.options & takes_details) != 0)
         app.add_flag("-d,--details", options.style.details, "Show every field, a block a record");
     if ((command.options & takes_dot) != 0)

@@ -14,27 +14,14 @@ namespace ctl
 namespace
 {
 
-// The best designator of a LUN, with the number of its type in front.
-std::string wwid(const lun_identity &identity)
-{
-    for (const designator_type type : {designator_type::naa, designator_type::eui64,
-                                       designator_type::t10, designator_type::scsi_name})
-        for (const lun_designator &designator : identity.designators)
-            if (designator.type == type) {
-                const bool text =
-                    type == designator_type::t10 || type == designator_type::scsi_name;
-                return fmt::to_string(static_cast<int>(type)) +
-                       (text ? field_text(designator.bytes, {}) : hex_bytes(designator.bytes));
-            }
-    return "";
-}
-
 // ---- Notes ------------------------------------------------------------------------------------
 
 using port_list_by_target = std::map<const target_entry *, std::vector<const port_entry *>>;
 
 // The others are kept by the target, because many devices share it.
-void note_single_path(device_entry &device, const port_places &places, port_list_by_target &others)
+// Ports that were not wholly read are left out: the device may be behind them.
+void note_single_path(device_entry &device, const inventory &host, const port_places &places,
+                      port_list_by_target &others)
 {
     const auto working = std::ranges::count_if(device.paths, path_works);
     if (device.paths.size() > 1) {
@@ -46,8 +33,14 @@ void note_single_path(device_entry &device, const port_places &places, port_list
     }
     const auto &[port, target, lun, session] = device.paths.front();
     const auto [found, is_new] = others.try_emplace(target);
-    if (is_new)
+    if (is_new) {
         found->second = places.others(*port, *target);
+        std::erase_if(found->second, [&](const port_entry *other) {
+            const std::optional number = other->instance;
+            return std::ranges::find(host.failures, number, &failed_call::port) !=
+                   host.failures.end();
+        });
+    }
     if (!found->second.empty())
         device.notes.push_back(
             {single_path_rule,
@@ -162,7 +155,7 @@ std::vector<device_entry> devices_of(const inventory &host, const port_places &p
     port_list_by_target others;
     for (device_entry &device : devices) {
         if (!device.name.empty())
-            note_single_path(device, places, others);
+            note_single_path(device, host, places, others);
         note_difference(device, "size", size_by);
         note_difference(device, "block size", block_size_by);
     }

@@ -13,9 +13,14 @@ json record_object(const record_kind &kind, const listed_record &record)
 {
     const output_style style = {.utf8 = true};
     json object = json::object();
+    json identity; // null when it was not read
     for (const record_field &field : kind.fields)
-        if (field.in_document)
+        if (field.of_identity && record.identity != nullptr)
+            identity[field.key] = field.value(record, style).data;
+        else if (field.in_document && !field.of_identity)
             object[field.key] = field.value(record, style).data;
+    if (record.lun != nullptr)
+        object["identity"] = identity;
     return object;
 }
 
@@ -27,8 +32,7 @@ json target_object(const target_entry &target, uint32_t port, const session_entr
                             : record_object(session_kind, {.port = port, .session = session});
     object["luns"] = json::array();
     for (const lun_entry &lun : target.luns)
-        object["luns"].push_back(
-            record_object(lun_kind, {.port = port, .target = &target.info, .lun = &lun.info}));
+        object["luns"].push_back(record_object(lun_kind, record_of(lun, target, port)));
     return object;
 }
 

@@ -100,7 +100,7 @@ std::string luns_label(const target_entry &target, const output_style &style)
     constexpr size_t size_fact = 2;
     std::string rows;
     for (const lun_entry &lun : target.luns) {
-        const std::vector<std::string> facts = lun_facts(lun.info, style);
+        const std::vector<std::string> facts = lun_facts(lun, style);
         rows += row_begins;
         for (size_t at = 0; at < facts.size(); ++at)
             rows += table_cell(at == size_fact ? "right" : "left", marked_up(facts[at]));

@@ -46,10 +46,15 @@ std::string target_address(const port_entry &port, const target_entry &target)
                                             : target_endpoint(session->info));
 }
 
-std::vector<std::string> lun_facts(const VARNOK_LUN_INFO &lun, const output_style &style)
+std::vector<std::string> lun_facts(const lun_entry &lun, const output_style &style)
 {
-    return {fmt::format("LUN {}", lun_number(levels_of(lun))), device_type(lun.DeviceType),
-            size_of(lun, style), name_of(lun, style)};
+    const VARNOK_LUN_INFO &info = lun.info;
+    std::vector<std::string> facts = {fmt::format("LUN {}", lun_number(levels_of(info))),
+                                      device_type(info.DeviceType), size_of(info, style),
+                                      name_of(info, style)};
+    if (style.identity)
+        facts.push_back(lun.identity ? wwid(*lun.identity) : "");
+    return facts;
 }
 
 } // namespace ctl

@@ -104,7 +104,39 @@ ip_endpoint initiator_endpoint(const VARNOK_SESS_INFO &session)
                            session.InitIPv6PortNum);
 }
 
+// What is not known, or was not read, is empty.
+template <class Text>
+field_value identified(const lun_identity *identity, const Text &text_of_it)
+{
+    const std::string text = identity == nullptr ? "" : text_of_it(*identity);
+    return {text, or_null(text)};
+}
+
+field_value serial(const lun_identity *identity, const output_style &style)
+{
+    return identified(identity, [&](const lun_identity &known) {
+        const auto begin = std::ranges::find_if(known.serial, [](uint8_t c) { return c != ' '; });
+        return field_text({begin, known.serial.end()}, style);
+    });
+}
+
+field_value designator(const lun_identity *identity, designator_type type,
+                       const output_style &style)
+{
+    return identified(
+        identity, [&](const lun_identity &known) { return designator_text(known, type, style); });
+}
+
+field_value block_size(const lun_identity *identity, bool physical)
+{
+    if (identity == nullptr || !identity->blocks)
+        return {};
+    const unsigned exponent = physical ? identity->blocks->physical_exponent : 0;
+    return number(uint64_t{identity->blocks->logical} << exponent);
+}
+
 constexpr bool text_only = false; // not in documents
+constexpr bool in_document = true, of_identity = true;
 
 #define FIELD(expression)                                                                          \
     [](const listed_record &r, [[maybe_unused]] const output_style &s) { return expression; }
@@ -206,6 +238,24 @@ constexpr record_field lun_fields[] = {
     {"Rev", "revision", look::text, view::table, FIELD(text(r.lun->ProductRevision, s))},
     {"LUN bytes", "lun_bytes", look::text, view::details, FIELD(same(lun_bytes(levels_of(*r.lun)))),
      text_only},
+    {"WWID", "wwid", look::text, view::identity, FIELD(identified(r.identity, wwid)), in_document,
+     of_identity},
+    {"Serial number", "serial", look::text, view::identity, FIELD(serial(r.identity, s)),
+     in_document, of_identity},
+    {"NAA", "naa", look::text, view::details,
+     FIELD(designator(r.identity, designator_type::naa, s)), in_document, of_identity},
+    {"EUI-64", "eui64", look::text, view::details,
+     FIELD(designator(r.identity, designator_type::eui64, s)), in_document, of_identity},
+    {"T10", "t10", look::text, view::details,
+     FIELD(designator(r.identity, designator_type::t10, s)), in_document, of_identity},
+    {"SCSI name", "scsi_name", look::text, view::details,
+     FIELD(designator(r.identity, designator_type::scsi_name, s)), in_document, of_identity},
+    {"Block size", "block_size", look::number, view::details, FIELD(block_size(r.identity, false)),
+     in_document, of_identity},
+    {"Physical block size", "physical_block_size", look::number, view::details,
+     FIELD(block_size(r.identity, true)), in_document, of_identity},
+    {"Provisioning", "provisioning", look::text, view::details,
+     FIELD(identified(r.identity, provisioning_text)), in_document, of_identity},
 };
 #undef FIELD
 
@@ -237,7 +287,7 @@ void add_luns(const port_entry &port, std::vector<listed_record> &records)
 {
     for (const target_entry &target : port.targets)
         for (const lun_entry &lun : target.luns)
-            records.push_back({.port = port.instance, .target = &target.info, .lun = &lun.info});
+            records.push_back(record_of(lun, target, port.instance));
 }
 
 bool is_down(const listed_record &r) { return r.info->PortState == VARNOK_PORT_STATE_1; }
@@ -255,6 +305,14 @@ const record_kind session_kind = {"sessions", "sessions", session_fields, add_se
                                   is_not_logged_in};
 const record_kind target_kind = {"targets", "targets", target_fields, add_targets};
 const record_kind lun_kind = {"LUNs", "luns", lun_fields, add_luns};
+
+listed_record record_of(const lun_entry &lun, const target_entry &target, uint32_t port)
+{
+    return {.port = port,
+            .target = &target.info,
+            .lun = &lun.info,
+            .identity = lun.identity ? &*lun.identity : nullptr};
+}
 
 std::vector<listed_record> records_of(const inventory &host, const record_kind &kind)
 {

@@ -23,10 +23,11 @@ struct listed_record {
     const session_entry *session = nullptr;
     const VARNOK_TGT_INFO *target = nullptr;
     const VARNOK_LUN_INFO *lun = nullptr;
+    const lun_identity *identity = nullptr;
 };
 
-enum class look { text, long_text, number }; // a narrow table cuts long texts first
-enum class view { table, details, bytes };   // always, with --details, with --bytes too
+enum class look { text, long_text, number };         // a narrow table cuts long texts first
+enum class view { table, details, bytes, identity }; // always, or with the option of this name
 
 struct record_field {
     const char *title;
@@ -34,7 +35,8 @@ struct record_field {
     look shape;
     view where;
     field_value (*value)(const listed_record &, const output_style &);
-    bool in_document = true; // else another field has the same data
+    bool in_document = true;  // else another field has the same data
+    bool of_identity = false; // is read from the LUN itself, and in a document's "identity"
 };
 
 struct record_kind {
@@ -46,6 +48,8 @@ struct record_kind {
 };
 
 extern const record_kind port_kind, portal_kind, session_kind, target_kind, lun_kind;
+
+listed_record record_of(const lun_entry &lun, const target_entry &target, uint32_t port);
 
 // The host's records, without those of ports that could not be read.
 std::vector<listed_record> records_of(const inventory &host, const record_kind &kind);

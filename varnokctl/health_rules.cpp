@@ -60,7 +60,7 @@ void check_luns(const examined_host &examined, findings_list &found)
                          .target = target.info.ScsiTgtNum,
                          .what = fmt::format("port {}, target {}, {}: the disk tells no size",
                                              port.instance, +target.info.ScsiTgtNum,
-                                             lun_facts(lun.info, examined.style).front())});
+                                             lun_facts(lun, examined.style).front())});
 }
 
 // ---- Ports ------------------------------------------------------------------------------------

@@ -223,7 +223,7 @@ class inventory_reader
                 {call_name::get_lun_info, failure_cause::list_incomplete, instance, number});
     }
 
-    // The first failure ends it: each of many commands might take its time to fail.
+    // The library's first failure ends it: each of many commands might take its time to fail.
     void read_identities(target_entry &target, uint32_t instance, uint32_t handle)
     {
         const open_target where = {handle, instance, target.info.ScsiTgtNum};
@@ -232,7 +232,9 @@ class inventory_reader
             line_.show(fmt::format("varnokctl: port {}, target {}, {} of {} identified", instance,
                                    where.target, done, counted(target.luns.size(), "LUN")));
             lun.identity = read_identity(where, lun.info, host_.failures);
-            if (!lun.identity)
+            if (lun.identity && !needs(need_all_designators))
+                keep_the_best(*lun.identity);
+            if (!lun.identity && host_.failures.back().cause != failure_cause::refused_by_device)
                 return;
             ++done;
         }

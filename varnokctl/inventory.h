@@ -18,7 +18,8 @@ enum need : unsigned {
     need_sessions = 2,
     need_targets = 4,
     need_luns = 8 | need_targets,
-    need_identities = 16 | need_luns, // of the LUNs
+    need_identities = 16 | need_luns, // of the LUNs, as lists show them
+    need_all_designators = 32 | need_identities,
 };
 
 struct inventory_request {

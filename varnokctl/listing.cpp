@@ -14,7 +14,8 @@ namespace
 bool shows(const record_field &field, const output_style &style)
 {
     return style.details || field.where == view::table ||
-           (field.where == view::bytes && style.bytes);
+           (field.where == view::bytes && style.bytes) ||
+           (field.where == view::identity && style.identity);
 }
 
 std::vector<const record_field *> columns_of(const record_kind &kind, const output_style &style,
@@ -70,6 +71,7 @@ std::string listing_text(const inventory &host, const record_kind &kind, const o
             continue;
         }
         table_row &row = rows.emplace_back();
+        row.cells.reserve(fields.size());
         row.bad = kind.is_bad != nullptr && kind.is_bad(record);
         for (const record_field *field : fields)
             row.cells.push_back(text_of(*field, record, style));

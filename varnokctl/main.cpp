@@ -63,6 +63,8 @@ ctl::ending show(const ctl::tool_command &command, const ctl::tool_options &opti
 {
     ctl::inventory_request request = options.request;
     request.needs = command.needs;
+    if (options.style.identity || (options.style.details && command.kind == &ctl::lun_kind))
+        request.needs |= ctl::need_identities;
     const ctl::inventory host = ctl::read_host(request);
     if (options.as_json)
         print_document(command, host, options.ascii);

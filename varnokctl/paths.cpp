@@ -22,7 +22,7 @@ std::string port_name(const port_entry &port, const output_style &style)
 
 std::string device_lines(const device_entry &device, const output_style &style)
 {
-    std::vector<std::string> facts = lun_facts(device.paths.front().lun->info, style);
+    std::vector<std::string> facts = lun_facts(*device.paths.front().lun, style);
     facts.front() = device.name.empty() ? "not identified" : device.name;
     std::string text = wrapped(facts, "  ", "", "", style);
     for (const device_note &note : device.notes) {

@@ -11,9 +11,10 @@ namespace ctl
 {
 
 struct output_style {
-    bool utf8 = false;    // else ASCII only
-    bool bytes = false;   // sizes in bytes too
-    bool details = false; // every field, not only those that fit a table
+    bool utf8 = false;     // else ASCII only
+    bool bytes = false;    // sizes in bytes too
+    bool identity = false; // what identifies LUNs
+    bool details = false;  // every field, not only those that fit a table
     bool headings = true;
     bool colours = false; // for what is down or failed
     size_t width = 80;    // in columns

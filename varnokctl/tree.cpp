@@ -87,14 +87,16 @@ class tree_printer
 std::vector<tree_node> lun_nodes(const target_entry &target, const output_style &style)
 {
     constexpr size_t size_fact = 2;
+    const size_t last_size = size_fact + (style.bytes ? 1 : 0);
     std::vector<tree_node> nodes;
     std::vector<size_t> widths;
     output_style without_bytes = style;
     without_bytes.bytes = false;
-    for (const auto &[lun, identity] : target.luns) {
+    for (const lun_entry &lun : target.luns) {
         std::vector<std::string> facts = lun_facts(lun, without_bytes);
         if (style.bytes) {
-            const std::string bytes = lun.Capacity == 0 ? "" : fmt::format("{} B", +lun.Capacity);
+            const uint64_t capacity = lun.info.Capacity;
+            const std::string bytes = capacity == 0 ? "" : fmt::format("{} B", capacity);
             facts.insert(facts.begin() + size_fact + 1, bytes);
         }
         widths.resize(facts.size());
@@ -103,8 +105,8 @@ std::vector<tree_node> lun_nodes(const target_entry &target, const output_style 
         nodes.push_back({std::move(facts), {}});
     }
     for (tree_node &node : nodes)
-        for (size_t at = 0; at + 1 < widths.size(); ++at) // nothing follows the name
-            node.facts[at] = padded(node.facts[at], widths[at], at >= size_fact);
+        for (size_t at = 0; at + 1 < widths.size(); ++at) // nothing follows the last
+            node.facts[at] = padded(node.facts[at], widths[at], at >= size_fact && at <= last_size);
     return nodes;
 }
 

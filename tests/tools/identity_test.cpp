@@ -1,4 +1,4 @@
-// What a capture keeps of a LUN's identity, whatever the device tells.
+// What a capture keeps of a LUN's identity and what a list shows, whatever the device tells.
 #include "host_test.h"
 #include "records/varnok_driver_records.h"
 #include "varnokctl/capture.h"
@@ -48,7 +48,7 @@ class Identity : public HostTest
             memcpy(data, answer->second.data(), std::min(answer->second.size(), room));
         };
         ctl::inventory_request ask;
-        ask.needs = ctl::need_identities;
+        ask.needs = ctl::need_all_designators;
         ctl::inventory seen = ctl::read_host(ask);
         EXPECT_TRUE(seen.failures.empty());
         EXPECT_NO_THROW(hostsim::host::from_text(ctl::capture_document(seen, false)));
@@ -95,6 +95,48 @@ TEST_F(Identity, IsOnlyWhatTheRulesAllow)
     EXPECT_EQ(told({{0, page(0x12, "\x80")}}).serial.size(), 0U);
     EXPECT_EQ(told({{0, list}, {0xB2, page(0xB2, "\x01\x02")}}).provisioning, std::nullopt);
     EXPECT_EQ(told({{0, list}, {0xB2, page(0xB2, "\x01\x02\x07")}}).provisioning, 7);
+}
+
+ctl::lun_designator bytes_of(ctl::designator_type type, const std::string &bytes)
+{
+    return {type, {bytes.begin(), bytes.end()}};
+}
+
+TEST(Wwid, IsChosenAndWrittenAsMultipathToolsDo)
+{
+    using enum ctl::designator_type;
+    const std::string nul(1, '\0');
+    const auto rest = std::string(7, '\xAB');
+    const std::string digits = "ababababababab";
+    // Each is better than all before it.
+    const std::pair<ctl::lun_designator, std::string> ranked[] = {
+        {bytes_of(naa, "\x10" + rest), ""},
+        {bytes_of(scsi_name, "other"), ""},
+        {bytes_of(naa, "\x31" + rest), "331" + digits},
+        {bytes_of(t10, "VENDOR    a  \x1B_ b\xE9\\" + nul + "z \0"), "1VENDOR_a_\\x1B__b\\xE9\\x5C\\x00z"},
+        {bytes_of(scsi_name, "iqn.x: \x07"), "8iqn.x: \\x07"},
+        {bytes_of(eui64, "\x60" + rest), "260" + digits},
+        {bytes_of(naa, "\x2F" + rest), "32f" + digits},
+        {bytes_of(naa, "\x51" + rest), "351" + digits},
+        {bytes_of(naa, "\x60" + rest + rest + "\x01"), "360" + digits + digits + "01"},
+    };
+    ctl::lun_identity identity;
+    for (const auto &[designator, expected] : ranked) {
+        for (const size_t place : {size_t{0}, identity.designators.size()}) {
+            ctl::lun_identity with = identity;
+            with.designators.insert(with.designators.begin() + static_cast<ptrdiff_t>(place), designator);
+            EXPECT_EQ(ctl::wwid(with), expected);
+            ctl::keep_the_best(with);
+            EXPECT_EQ(ctl::wwid(with), expected);
+        }
+        identity.designators.push_back(designator);
+    }
+    for (const auto &[name, expected] : {std::pair("naa.5AbC", "35abc"), {"eui.0F\x1B", "20f\\x1B"}})
+        EXPECT_EQ(ctl::wwid({.designators = {bytes_of(scsi_name, name)}}), expected);
+    identity.serial.resize(256);
+    ctl::keep_the_best(identity);
+    EXPECT_EQ(identity.designators.size(), 4U);
+    EXPECT_TRUE(identity.serial.empty());
 }
 
 } // namespace

@@ -96,6 +96,28 @@ class JsonTest(ToolCase):
             self.assertEqual((port["name"], port["model"]), (escaped, "x" * 32))
         self.assertTrue(on_host(path, "ports", "--json", "--ascii").stdout.isascii())
 
+    def test_identities_are_read_when_they_are_asked_for(self):
+        unit = {"serial": " S1", "provisioning": "thin", "block_size": 4096, "physical_block_size": 8192, "size": "1 MiB",
+                "designators": [{"t10": "VENDOR  a \x1b"}, {"eui64": "0x0011223344556677"}, {"naa": "0x3000000000000001"},
+                                {"naa": "0x5000000000000002"}, {"scsi_name": "iqn.a"}]}
+        host = {"ports": [{"driver": "dxo", "sessions": [{"luns": [unit, {"device_type": 5, "serial": "", "designators": []}]}]}]}
+        path = self.scenario(host)
+        known = {"wwid": "35000000000000002", "serial": "S1", "naa": "5000000000000002", "eui64": "0011223344556677",
+                 "t10": "VENDOR  a \\x1B", "scsi_name": "iqn.a", "block_size": 4096, "physical_block_size": 8192,
+                 "provisioning": "thin"}
+        nothing = dict.fromkeys(known)
+        self.assertEqual([lun["identity"] for lun in self.document(path, "luns")["luns"]], [None, None])
+        for luns in (self.document(path, "luns", "--identity")["luns"], self.document(path, "luns", "--details")["luns"],
+                     self.document(path, "tree", "--identity")["ports"][0]["targets"][0]["luns"]):
+            self.assertEqual([lun["identity"] for lun in luns], [known, nothing])
+        # A device may refuse and the others be read; when the adapter fails, nothing more is asked.
+        fault = {"driver": "dxo", "request": "scsi_cmd", "nth": 7}
+        for more, expected in ({"sense": "04/44/00"}, [None, nothing]), ({"status": 6}, [None, None]):
+            path = self.scenario({**host, "faults": [{**fault, **more}]})
+            got = self.document(path, "luns", "--identity", status=3)
+            self.assertEqual([lun["identity"] for lun in got["luns"]], expected)
+            self.assertIn("identity of LUN 0", got["failures"][0]["meaning"])
+
     def test_failures_keep_what_was_read(self):
         lab = json.loads(LAB.read_text())
         scsi = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "nth": 3, "times": 0, "status": 12}

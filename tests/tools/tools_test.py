@@ -25,7 +25,8 @@ class ToolsTest(ToolCase):
     def test_outputs(self):
         for arguments in (*([listing] for listing in LISTINGS), ["tree"], ["tree", "--ascii", "--port", "2"],
                           ["luns", "--bytes", "--port", "0", "--target", "0"], ["luns", "--bytes", "--port", "3"],
-                          ["tree", "--bytes", "--port", "0"], ["ports", "--details", "--port", "4"]):
+                          ["tree", "--bytes", "--identity", "--port", "0"], ["luns", "--identity", "--port", "0"],
+                          ["luns", "--details", "--port", "3"], ["ports", "--details", "--port", "4"]):
             with self.subTest(arguments):
                 result = on_host(LAB, *arguments)
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
@@ -146,9 +147,10 @@ class ToolsTest(ToolCase):
     def test_hostile_names_do_not_reach_the_terminal(self):
         name = "a\x1b[2J\u009b\r\u202e\x7fz"
         path = self.scenario({"ports": [{"driver": "pelt", "hba_name": name, "model_name": name,
-                                         "sessions": [{"tgt_iqn": name, "luns": [{"vendor": "\x1b[1m"}]}]}]})
-        for command in ("tree", "ports", "targets", "sessions", "luns"):
-            output = on_host(path, command).stdout
+                                         "sessions": [{"tgt_iqn": name, "luns": [
+                                             {"vendor": "\x1b[1m", "serial": name, "designators": [{"t10": "VENDOR\x1b[" + name}]}]}]}]})
+        for command in (["tree", "-i"], ["ports"], ["targets"], ["sessions"], ["luns", "-i"], ["luns", "-d"]):
+            output = on_host(path, *command).stdout
             self.assertTrue(output.replace("\n", "").isprintable(), ascii(output))
         for word in name, "w" * 100000:
             for arguments in ([word], ["luns", "--port", word], ["luns", word], ["scsi", *"-p 0 -t 0 -l 0".split(), word],
