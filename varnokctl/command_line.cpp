@@ -103,6 +103,23 @@ CLI::App *add_scsi(CLI::App &app, scsi_options &options)
     return sub;
 }
 
+CLI::App *add_diff(CLI::App &app, diff_options &options)
+{
+    CLI::App *sub = app.add_subcommand("diff", "Compare two captures, or a capture and this host");
+    sub->footer(diff_help);
+    sub->add_flag("--numbers", options.numbers,
+                  "Compare numbers that differ from start to start, too");
+    sub->add_option("BEFORE", options.before,
+                    "What 'varnokctl capture' printed; - for standard input")
+        ->required();
+    sub->add_option("AFTER", options.after, "The same of a later time; without it, this host");
+    sub->final_callback([&options] {
+        if (options.before == "-" && options.after == "-")
+            throw CLI::ValidationError("diff", "only one of the captures can be standard input");
+    });
+    return sub;
+}
+
 // Help was asked for, or the command line is wrong.
 int end_early(const CLI::App &app, const CLI::ParseError &error, bool is_health, bool as_json)
 {
@@ -144,10 +161,12 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
     const CLI::App *health =
         with_output_options(add_health(app, line.health, line.options.request), line.options);
     const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
+    const CLI::App *diff = with_output_options(add_diff(app, line.diff), line.options);
     try {
         app.parse(argc, argv);
         line.is_scsi = scsi->parsed();
         line.is_health = health->parsed();
+        line.is_diff = diff->parsed();
     } catch (const CLI::ParseError &error) {
         // Parsing may have ended before it came to the option.
         const auto is_json = [](std::string_view argument) { return argument == "--json"; };

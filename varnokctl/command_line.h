@@ -1,6 +1,7 @@
 // What the command line asks for.
 #pragma once
 
+#include "varnokctl/diff.h"
 #include "varnokctl/ending.h"
 #include "varnokctl/fields.h"
 #include "varnokctl/health_command.h"
@@ -37,12 +38,14 @@ struct tool_command {
 
 struct parsed_line {
     std::optional<int> ended;              // the help was shown, or the usage is wrong
-    const tool_command *command = nullptr; // null for "health", "scsi" and "version"
+    const tool_command *command = nullptr; // null for the others
     bool is_health = false;
     bool is_scsi = false;
+    bool is_diff = false;
     tool_options options;
     health_request health;
     scsi_options scsi;
+    diff_options diff;
 };
 
 parsed_line parse_command_line(int argc, char **argv, const std::string &version);

@@ -22,6 +22,7 @@ constexpr std::string_view call_texts[] = {
     "VARNOK_GetTgtInfo",
     "VARNOK_GetLunInfo",
     "VARNOK_SendScsiCommand",
+    "read",
     "write",
     "varnokctl",
 };
@@ -73,6 +74,7 @@ struct cause_words {
 constexpr cause_words causes[] = {
     {failure_cause::refused_by_system, "", "",
      "see that the port's device is there and free, then repeat the command"},
+    {failure_cause::file_not_read, "", "", "see that the file is there and can be read"},
     {failure_cause::file_not_written, "", "",
      "see that the file can be written; the command itself was carried out"},
     {failure_cause::not_loaded, "", "not loaded: that takes root, ESXi and an adapter driver",
@@ -90,6 +92,7 @@ constexpr cause_words causes[] = {
      "see the targets with 'varnokctl targets'"},
     {failure_cause::list_incomplete, "list incomplete", "the target counts more LUNs than it lists",
      "repeat the command; of more than 2047 LUNs only the first are listed"},
+    {failure_cause::no_capture, "no capture", "", "give what 'varnokctl capture' printed"},
     {failure_cause::wrong_usage, "wrong usage", "", "see 'varnokctl --help'"},
 };
 

@@ -100,6 +100,7 @@ health_report judge(const examined_host &examined, const health_request &request
         if (rule == nullptr || (!is_wanted(request, *rule) && !is_among(request.ignored, *rule)))
             report.unjudged.push_back(failure);
     }
+    report.not_compared = examined.lost.unknown;
     report.ports = examined.host.ports.size();
     for (const port_entry &port : examined.host.ports) {
         report.targets += port.targets.size();
@@ -131,6 +132,8 @@ std::string health_text(const health_report &report, const output_style &style)
         for (const finding &found : findings)
             text += wrapped(found.what, "  ", "    ", style);
     }
+    for (const std::string &what : report.not_compared)
+        text += wrapped("not compared with the capture: " + what, "", "  ", style);
     return text;
 }
 
@@ -149,6 +152,7 @@ std::string health_document(const health_report &report, const std::vector<faile
         for (const finding &found : findings)
             document["findings"].push_back(finding_object(*rule, found));
     }
+    document["not_compared"] = report.not_compared;
     return finished_text(document, failures, ascii);
 }
 

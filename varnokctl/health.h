@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace ctl
@@ -28,10 +29,17 @@ struct finding {
     std::string what; // it names them, too
 };
 
+// Since a capture.
+struct lost_parts {
+    std::vector<std::string> gone;    // in words
+    std::vector<std::string> unknown; // the capture does not have it
+};
+
 // What the rules look at.
 struct examined_host {
-    examined_host(const inventory &read, const output_style &shown)
-        : host(read), style(shown), places(read, shown), devices(devices_of(read, places, shown))
+    examined_host(const inventory &read, const output_style &shown, lost_parts missing)
+        : host(read), style(shown), places(read, shown), devices(devices_of(read, places, shown)),
+          lost(std::move(missing))
     {
     }
 
@@ -39,7 +47,7 @@ struct examined_host {
     output_style style;
     port_places places;
     std::vector<device_entry> devices;
-    std::vector<std::string> gone{}; // what was there before, in words
+    lost_parts lost;
 };
 
 struct health_rule {
@@ -66,6 +74,7 @@ const health_rule *rule_of(const failed_call &failure);
 
 struct health_request {
     std::vector<std::string> ignored, only; // names of rules
+    std::string against;                    // a capture; empty for none
 };
 
 struct rule_findings {
@@ -75,8 +84,9 @@ struct rule_findings {
 
 struct health_report {
     health_status status;
-    std::vector<rule_findings> judged; // the rules that were asked for
-    std::vector<failed_call> unjudged; // nothing that was asked for covers these
+    std::vector<rule_findings> judged;     // the rules that were asked for
+    std::vector<failed_call> unjudged;     // nothing that was asked for covers these
+    std::vector<std::string> not_compared; // with the capture
     size_t ports, targets, luns;
 };
 

@@ -3,6 +3,7 @@
 #include "varnokctl/words.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace ctl
@@ -44,13 +45,22 @@ CLI::App *add_health(CLI::App &app, health_request &health, inventory_request &r
     const CLI::Validator is_rule(no_such_rule, "");
     CLI::App *sub = app.add_subcommand("health", "Look for what is wrong, for a monitoring system");
     sub->footer(help_text());
-    sub->add_option("-p,--port", request.port, "Only the port with this number");
+    CLI::Option *port =
+        sub->add_option("-p,--port", request.port, "Only the port with this number");
     sub->add_option("--ignore", health.ignored, "A rule that is not to be checked; may be repeated")
         ->check(is_rule)
         ->allow_extra_args(false);
     sub->add_option("--only", health.only, "Check only this rule; may be repeated")
         ->check(is_rule)
         ->allow_extra_args(false);
+    sub->add_option("--against", health.against,
+                    "What 'varnokctl capture' printed; - for standard input")
+        ->excludes(port);
+    sub->final_callback([&health] {
+        const bool wants_gone = std::ranges::find(health.only, gone_rule) != health.only.end();
+        if (wants_gone && health.against.empty())
+            throw CLI::ValidationError("--only", fmt::format("{} requires --against", gone_rule));
+    });
     return sub;
 }
 

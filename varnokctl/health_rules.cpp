@@ -273,7 +273,7 @@ void check_devices(const examined_host &examined, findings_list &found)
 
 void check_gone(const examined_host &examined, findings_list &found)
 {
-    for (const std::string &what : examined.gone)
+    for (const std::string &what : examined.lost.gone)
         found.push_back({.what = what});
 }
 

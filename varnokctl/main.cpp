@@ -2,6 +2,7 @@
 #include "varnokctl/command_line.h"
 #include "varnokctl/document.h"
 #include "varnokctl/ending.h"
+#include "varnokctl/health_against.h"
 #include "varnokctl/render.h"
 #include "varnokctl/scsi_output.h"
 #include "varnokctl/terminal.h"
@@ -89,13 +90,26 @@ int show_health(const ctl::health_request &health, const ctl::tool_options &opti
 {
     ctl::inventory_request request = options.request;
     request.needs = ctl::need_portals | ctl::need_sessions | ctl::need_identities;
-    const ctl::inventory host = ctl::read_host(request);
+    ctl::inventory host = ctl::read_host(request);
     const ctl::output_style style =
         options.as_json ? ctl::output_style{.utf8 = true} : options.style;
-    const ctl::health_report report = ctl::judge(ctl::examined_host(host, style), health);
+    ctl::lost_parts lost;
+    if (!health.against.empty())
+        lost = ctl::lost_since(health.against, host, style);
+    const ctl::health_report report = ctl::judge({host, style, lost}, health);
     print(options.as_json ? ctl::health_document(report, host.failures, options.ascii)
                           : ctl::health_text(report, style));
     return static_cast<int>(report.status);
+}
+
+ctl::ending show_diff(const ctl::diff_options &diff, const ctl::tool_options &options)
+{
+    const ctl::diff_output output = options.as_json ? ctl::run_diff_as_document(diff, options.ascii)
+                                                    : ctl::run_diff(diff, options.style);
+    print(output.text);
+    std::fflush(stdout);
+    fmt::print(stderr, "{}", output.notes);
+    return output.status;
 }
 
 // A command to a native driver takes two blocks of 256 KiB. By default the allocator gets them from
@@ -126,6 +140,8 @@ int run(int argc, char **argv, int &status_of_failure)
         return show_health(line.health, line.options);
     if (line.is_scsi)
         return show_scsi(line.scsi, line.options);
+    if (line.is_diff)
+        return show_diff(line.diff, line.options);
     print_version(line.options);
     return ctl::all_well;
 }
