@@ -2,6 +2,7 @@
 
 #include "varnokctl/capture.h"
 #include "varnokctl/document.h"
+#include "varnokctl/paths.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -35,6 +36,8 @@ constexpr tool_command commands[] = {
     {"targets", "List the iSCSI targets", takes_port | takes_target, need_targets, &target_kind},
     {"luns", "List the LUNs behind the targets",
      takes_port | takes_target | takes_bytes | takes_identity, need_luns, &lun_kind},
+    {"paths", "Show each device with the paths to it", takes_port, whole_host | need_identities,
+     nullptr, paths_document, true, paths_text},
     {"capture", "Write the host as a scenario for varnok-host", takes_port,
      whole_host | need_all_designators, nullptr, capture_document, false},
 };
@@ -183,22 +186,24 @@ CLI::App *add_diff(CLI::App &app, diff_options &options)
 }
 
 // Help was asked for, or the command line is wrong.
-ending end_early(const CLI::App &app, const CLI::ParseError &error, bool as_json)
+int end_early(const CLI::App &app, const CLI::ParseError &error, bool is_health, bool as_json)
 {
+    constexpr size_t longest = 300, longest_with_rules = 600;
     if (error.get_exit_code() == 0) {
         app.exit(error);
         return all_well;
     }
     const std::vector<std::string> left = app.remaining();
     const bool no_command = app.get_subcommands().empty() && !left.empty();
-    const std::string what = no_command ? "no such command: " + left.front() : error.what();
+    const std::string what =
+        safe_text(no_command ? "no such command: " + left.front() : error.what(),
+                  is_health ? longest_with_rules : longest);
     if (as_json)
         fmt::print("{}", usage_document(what, false));
     else
         fmt::print(stderr,
-                   "varnokctl: {}\nSee 'varnokctl --help' and 'varnokctl COMMAND --help'.\n",
-                   safe_text(what));
-    return usage;
+                   "varnokctl: {}\nSee 'varnokctl --help' and 'varnokctl COMMAND --help'.\n", what);
+    return is_health ? static_cast<int>(health_status::unknown) : usage;
 }
 
 } // namespace
@@ -222,18 +227,22 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
                 take_columns(line.options, *command.kind);
         });
     }
+    const CLI::App *health =
+        with_output_options(add_health(app, line.health, line.options.request), line.options);
     const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     const CLI::App *diff = with_output_options(add_diff(app, line.diff), line.options);
     put_command_first(app, std::span(argv, static_cast<size_t>(argc)).subspan(argc > 0 ? 1 : 0));
     try {
         app.parse(argc, argv);
         line.is_scsi = scsi->parsed();
+        line.is_health = health->parsed();
         line.is_diff = diff->parsed();
     } catch (const CLI::ParseError &error) {
         // Parsing may have ended before it came to the option.
         const auto is_json = [](std::string_view argument) { return argument == "--json"; };
         const std::span arguments(argv, static_cast<size_t>(argc));
-        line.ended = end_early(app, error, std::ranges::any_of(arguments, is_json));
+        line.ended =
+            end_early(app, error, health->parsed(), std::ranges::any_of(arguments, is_json));
     }
     return line;
 }

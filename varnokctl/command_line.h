@@ -4,7 +4,9 @@
 #include "varnokctl/diff.h"
 #include "varnokctl/ending.h"
 #include "varnokctl/fields.h"
+#include "varnokctl/health_command.h"
 #include "varnokctl/inventory.h"
+#include "varnokctl/render.h"
 #include "varnokctl/scsi_command.h"
 #include "varnokctl/selection.h"
 #include "varnokctl/text.h"
@@ -38,14 +40,17 @@ struct tool_command {
     const record_kind *kind; // null for the whole host
     std::string (*document)(const inventory &, bool ascii) = nullptr;
     bool has_text = true; // else its document is all that it shows
+    std::string (*text)(const inventory &, const output_style &) = tree_text;
 };
 
 struct parsed_line {
-    std::optional<ending> ended;           // the help was shown, or the usage is wrong
+    std::optional<int> ended;              // the help was shown, or the usage is wrong
     const tool_command *command = nullptr; // null for the others
+    bool is_health = false;
     bool is_scsi = false;
     bool is_diff = false;
     tool_options options;
+    health_request health;
     scsi_options scsi;
     diff_options diff;
 };

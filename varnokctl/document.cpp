@@ -88,12 +88,12 @@ std::string version_document(const char *tool_version, bool ascii)
     return finished_text(document, {}, ascii);
 }
 
-std::string usage_document(std::string_view what_is_wrong, bool ascii)
+std::string usage_document(const std::string &what_is_wrong, bool ascii)
 {
     json document = new_document("usage");
     const failed_call failure = {.call = call_name::command_line,
                                  .cause = failure_cause::wrong_usage,
-                                 .detail = safe_text(what_is_wrong)};
+                                 .detail = what_is_wrong};
     return finished_text(document, {failure}, ascii);
 }
 

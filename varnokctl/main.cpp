@@ -2,6 +2,7 @@
 #include "varnokctl/command_line.h"
 #include "varnokctl/document.h"
 #include "varnokctl/ending.h"
+#include "varnokctl/health_against.h"
 #include "varnokctl/render.h"
 #include "varnokctl/scsi_output.h"
 #include "varnokctl/scsi_target.h"
@@ -59,7 +60,7 @@ void print_text(const ctl::tool_command &command, const ctl::inventory &host,
     else if (command.kind != nullptr)
         print(ctl::listing_text(host, *command.kind, options.style, options.chosen));
     else if (answered)
-        print(ctl::tree_text(host, options.style));
+        print(command.text(host, options.style));
     complain(host.failures, options.quiet);
 }
 
@@ -93,6 +94,23 @@ ctl::ending show_scsi(ctl::scsi_options &scsi, const ctl::tool_options &options)
     return ctl::ending_of({.ports = {}, .failures = result.failures});
 }
 
+int show_health(const ctl::health_request &health, const ctl::tool_options &options)
+{
+    ctl::inventory_request request = options.request;
+    request.needs = ctl::need_portals | ctl::need_sessions | ctl::need_identities;
+    ctl::inventory host =
+        ctl::read_host(request, options.quiet ? ctl::progress::none() : ctl::progress(stderr));
+    const ctl::output_style style =
+        options.as_json ? ctl::output_style{.utf8 = true} : options.style;
+    ctl::lost_parts lost;
+    if (!health.against.empty())
+        lost = ctl::lost_since(health.against, host, style);
+    const ctl::health_report report = ctl::judge({host, style, lost}, health);
+    print(options.as_json ? ctl::health_document(report, host.failures, options.ascii)
+                          : ctl::health_text(report, style));
+    return static_cast<int>(report.status);
+}
+
 ctl::ending show_diff(const ctl::diff_options &diff, const ctl::tool_options &options)
 {
     const ctl::diff_output output = options.as_json ? ctl::run_diff_as_document(diff, options.ascii)
@@ -112,7 +130,8 @@ void keep_memory()
     mallopt(M_TRIM_THRESHOLD, most_kept);
 }
 
-ctl::ending run(int argc, char **argv)
+// The status is what a failure of the program itself ends with.
+int run(int argc, char **argv, int &status_of_failure)
 {
     std::setlocale(LC_CTYPE, "");
     keep_memory();
@@ -121,6 +140,8 @@ ctl::ending run(int argc, char **argv)
         return *line.ended;
     if (line.options.verbose != 0)
         setenv("VARNOK_API_DEBUG", line.options.verbose == 1 ? "4" : "6", 1);
+    if (line.is_health)
+        status_of_failure = static_cast<int>(ctl::health_status::unknown);
     ctl::output_style &style = line.options.style;
     style.utf8 = !line.options.ascii && std::string_view(nl_langinfo(CODESET)) == "UTF-8";
     style.width = line.options.width.value_or(ctl::output_width());
@@ -130,6 +151,8 @@ ctl::ending run(int argc, char **argv)
                     (line.options.colour == "auto" && ctl::output_has_colours());
     if (line.command != nullptr)
         return show(*line.command, line.options);
+    if (line.is_health)
+        return show_health(line.health, line.options);
     if (line.is_scsi)
         return show_scsi(line.scsi, line.options);
     if (line.is_diff)
@@ -141,13 +164,15 @@ ctl::ending run(int argc, char **argv)
 } // namespace
 
 int main(int argc, char **argv)
-try {
-    const ctl::ending status = run(argc, argv);
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
-        return status;
-    std::perror("varnokctl: output");
-    return ctl::refused;
-} catch (const std::exception &error) {
-    std::fprintf(stderr, "varnokctl: %s\n", ctl::safe_text(error.what()).c_str());
-    return ctl::refused;
+{
+    int status_of_failure = ctl::refused;
+    try {
+        const int status = run(argc, argv, status_of_failure);
+        if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+            return status;
+        std::perror("varnokctl: output");
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "varnokctl: %s\n", ctl::safe_text(error.what()).c_str());
+    }
+    return status_of_failure;
 }
