@@ -115,10 +115,10 @@ void check_speed(const examined_host &examined, findings_list &found)
         const auto &[speed, twin] = fastest[model];
         const uint64_t own = bits_per_second(info.PortSpeed);
         if (info.PortState == VARNOK_PORT_STATE_0 && own != 0 && own < speed && !model.empty())
-            found.push_back(
-                on_port(examined, port,
-                        fmt::format("{}; port {}, a {} too, has {}", port_speed(info.PortSpeed),
-                                    twin->instance, model, port_speed(twin->info->PortSpeed))));
+            found.push_back(on_port(examined, port,
+                                    fmt::format("{}; port {} of the same model, {}, has {}",
+                                                port_speed(info.PortSpeed), twin->instance, model,
+                                                port_speed(twin->info->PortSpeed))));
     });
 }
 
