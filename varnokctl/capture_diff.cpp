@@ -1,6 +1,7 @@
 #include "varnokctl/capture_diff.h"
 
 #include "varnokctl/captured_fields.h"
+#include "varnokctl/difference_list.h"
 #include "varnokctl/pairing.h"
 
 #include <array>
@@ -14,11 +15,6 @@ namespace ctl
 {
 namespace
 {
-
-enum side : size_t { before_side, after_side };
-
-template <class Value>
-using both = std::array<Value, 2>;
 
 // A key out of some members of an object; empty when the first of them is.
 std::string key_of(const capture_json &object, std::initializer_list<const char *> members)
@@ -60,86 +56,27 @@ struct device {
     bool compared = false;
 };
 
-// What the two records are called, and which of their fields cannot be compared.
-struct compared_pair {
-    const char *what;
-    std::string name;
-    unsigned left_out = 0;     // traits
-    bool absence_told = false; // a failure said why a field is missing
-};
-
 class comparer
 {
   public:
     comparer(const capture_json &before, const capture_json &after, const comparison_style &style)
-        : style_(style), hosts_{view_of(before, style.output), view_of(after, style.output)}
+        : style_(style),
+          list_(style), hosts_{view_of(before, style.output), view_of(after, style.output)}
     {
     }
 
     capture_comparison compare()
     {
-        result_.unread_before = hosts_[before_side].unread;
-        result_.unread_after = hosts_[after_side].unread;
+        for (const side where : {before_side, after_side})
+            for (const unread_part &part : hosts_[where].unread)
+                list_.note_unread(where, part.name, part.why);
         reserve_places();
         compare_ports();
         compare_devices();
-        return std::move(result_);
+        return list_.take();
     }
 
   private:
-    // ---- Fields -------------------------------------------------------------------------------
-
-    void note_missing(side where, const compared_pair &pair, const char *key)
-    {
-        auto &unread = where == before_side ? result_.unread_before : result_.unread_after;
-        unread.push_back({fmt::format("{} {}", pair.what, pair.name), fmt::format("no {}", key)});
-    }
-
-    void add_change(const compared_pair &pair, const std::string &field, field_value before,
-                    field_value after)
-    {
-        if (!told_.insert({pair.what + pair.name, field, before.text, after.text}).second)
-            return; // of another path to the device
-        result_.differences.push_back(
-            {change::changed, pair.what, pair.name, field, std::move(before), std::move(after)});
-    }
-
-    void compare_fields(std::span<const captured_field> fields, const compared_pair &pair,
-                        const capture_json &before, const capture_json &after)
-    {
-        const unsigned left_out = pair.left_out | (style_.numbers ? 0U : unsigned{moves});
-        for (const captured_field &field : fields) {
-            const capture_json &was = captured_value(before, field);
-            const capture_json &is = captured_value(after, field);
-            if ((field.traits & left_out) != 0 || was == is)
-                continue;
-            const bool missing = was.is_null() || is.is_null();
-            if (!missing || (field.traits & may_be_absent) != 0)
-                add_change(pair, field.key, shown_value(field, was, style_.output),
-                           shown_value(field, is, style_.output));
-            else if (!pair.absence_told)
-                note_missing(was.is_null() ? before_side : after_side, pair, field.key);
-        }
-    }
-
-    void compare_numbers(const compared_pair &pair, const char *field, const capture_json &before,
-                         const capture_json &after)
-    {
-        if (style_.numbers && before != after)
-            add_change(pair, field, shown_value({field}, before, style_.output),
-                       shown_value({field}, after, style_.output));
-    }
-
-    void add(side where, const char *what, std::string name)
-    {
-        result_.differences.push_back({where == before_side ? change::gone : change::added,
-                                       what,
-                                       std::move(name),
-                                       "",
-                                       {},
-                                       {}});
-    }
-
     // ---- Ports --------------------------------------------------------------------------------
 
     std::string name_of(const captured_port &port) const
@@ -187,9 +124,9 @@ class comparer
         if (port.unread)
             return; // its failure says so
         if (!unknown)
-            return add(where, "port", name_of(port));
-        auto &unread = where == before_side ? result_.unread_after : result_.unread_before;
-        unread.push_back({"port " + name_of(port), "not every port could be read"});
+            return list_.add(where, "port", name_of(port));
+        list_.note_unread(where == before_side ? after_side : before_side, "port " + name_of(port),
+                          "not every port could be read");
     }
 
     void compare(const captured_port &before, const captured_port &after)
@@ -197,7 +134,7 @@ class comparer
         const compared_pair pair = {.what = "port",
                                     .name = name_of(before),
                                     .absence_told = before.fields_unread || after.fields_unread};
-        compare_fields(captured_port_fields, pair, *before.object, *after.object);
+        list_.compare_fields(captured_port_fields, pair, *before.object, *after.object);
         compare_targets(before, after);
     }
 
@@ -229,7 +166,7 @@ class comparer
     void lose(side where, const captured_port &port, const captured_target &target, bool unknown)
     {
         if (!unknown)
-            add(where, "target", target_name(port, target, style_.output));
+            list_.add(where, "target", target_name(port, target, style_.output));
         lose_luns(where, port, target, unknown);
     }
 
@@ -247,12 +184,12 @@ class comparer
         if (member_or_null(old_session, "state") != member_or_null(new_session, "state") &&
             was_negotiated(old_session) != was_negotiated(new_session))
             pair.left_out = negotiated;
-        compare_fields(captured_session_fields, pair, old_session, new_session);
+        list_.compare_fields(captured_session_fields, pair, old_session, new_session);
         const capture_json &old_record = member_or_null(old_session, "target");
         const capture_json &new_record = member_or_null(new_session, "target");
         if (!old_record.is_null() && !new_record.is_null())
             compare_records(pair, {&old_session, &new_session}, {&old_record, &new_record});
-        compare_numbers(pair, "target", before->number, after->number);
+        list_.compare_numbers(pair, "target", before->number, after->number);
         compare_luns(ports, both_targets);
     }
 
@@ -267,7 +204,8 @@ class comparer
                        member_or_null(*sessions[where], of_session.c_str());
             };
             if (!same_as_in_session(before_side) || !same_as_in_session(after_side))
-                compare_fields({&field, 1}, pair, *records[before_side], *records[after_side]);
+                list_.compare_fields({&field, 1}, pair, *records[before_side],
+                                     *records[after_side]);
         }
     }
 
@@ -370,8 +308,8 @@ class comparer
         const std::string &identity = before->identity.empty() ? after->identity : before->identity;
         const std::string name = shown_text(identity, style_.output);
         compare_units(identity, place, unread, luns);
-        compare_numbers({.what = "path", .name = name_of(place, name)}, "lun", *before->number,
-                        *after->number);
+        list_.compare_numbers({.what = "path", .name = name_of(place, name)}, "lun",
+                              *before->number, *after->number);
     }
 
     void compare_units(const std::string &identity, const lun_place &place, bool unread,
@@ -381,8 +319,8 @@ class comparer
                                     .name = identity.empty() ? name_of(place, number_of(*place.lun))
                                                              : shown_text(identity, style_.output),
                                     .left_out = unread ? unsigned{identifies} : 0U};
-        compare_fields(captured_unit_fields, pair, *luns[before_side]->unit,
-                       *luns[after_side]->unit);
+        list_.compare_fields(captured_unit_fields, pair, *luns[before_side]->unit,
+                             *luns[after_side]->unit);
     }
 
     // ---- Devices ------------------------------------------------------------------------------
@@ -395,7 +333,7 @@ class comparer
                 const bool left = place.fate == lun_place::left;
                 if (place.lun->identity.empty()) {
                     if (left)
-                        add(where, "LUN", name_of(place, number_of(*place.lun)));
+                        list_.add(where, "LUN", name_of(place, number_of(*place.lun)));
                     continue;
                 }
                 const std::string &identity = place.lun->identity;
@@ -403,11 +341,11 @@ class comparer
                 const std::string name = shown_text(identity, style_.output);
                 const bool only_here = known.first[1 - where] == nullptr;
                 if (left && !only_here)
-                    add(where, "path", name_of(place, name));
+                    list_.add(where, "path", name_of(place, name));
                 if (!done.insert(identity).second)
                     continue;
                 if (only_here && !known.hidden[where])
-                    add(where, "device", name);
+                    list_.add(where, "device", name);
                 else if (!only_here && !known.compared)
                     compare_moved(identity, known);
             }
@@ -423,11 +361,10 @@ class comparer
     }
 
     const comparison_style &style_;
+    difference_list list_;
     both<captured_host> hosts_;
     both<std::vector<lun_place>> places_{};
     std::map<std::string, device> devices_; // by what identifies them
-    std::set<std::tuple<std::string, std::string, std::string, std::string>> told_;
-    capture_comparison result_;
 };
 
 } // namespace

@@ -26,7 +26,8 @@ json record_object(const record_kind &kind, const listed_record &record)
 
 json target_object(const target_entry &target, uint32_t port, const session_entry *session)
 {
-    json object = record_object(target_kind, {.port = port, .target = &target.info});
+    json object = record_object(
+        target_kind, {.port = port, .target = &target.info, .is_counted = target.is_counted});
     object["session"] = session == nullptr
                             ? json()
                             : record_object(session_kind, {.port = port, .session = session});

@@ -132,7 +132,7 @@ std::vector<std::string> target_lines(const target_entry &target, const port_ent
                                       const output_style &style)
 {
     return {field_text(target.info.TargetName, style),
-            joined({target_address(port, target), counted(target.info.LunCount, "LUN")})};
+            joined({target_address(port, target), lun_count(target)})};
 }
 
 class drawing

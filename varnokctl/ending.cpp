@@ -30,7 +30,9 @@ bool answered(const port_entry &port, const inventory &host)
     const auto target_answered = [&](const target_entry &target) {
         return !target.luns.empty() ||
                std::ranges::none_of(host.failures, [&](const failed_call &failure) {
-                   return names_port(failure, port) && failure.target == target.info.ScsiTgtNum;
+                   // A target that was listed without its count did answer.
+                   return names_port(failure, port) && failure.target == target.info.ScsiTgtNum &&
+                          failure.call != call_name::get_tgt_info;
                });
     };
     return port.portal || !port.sessions.empty() || std::ranges::none_of(host.failures, failed) ||

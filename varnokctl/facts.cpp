@@ -11,6 +11,8 @@ namespace ctl
 namespace
 {
 
+constexpr const char *not_readable = "LUNs not readable";
+
 std::string size_of(const VARNOK_LUN_INFO &lun, const output_style &style)
 {
     const std::string size = size_text(lun.Capacity);
@@ -31,12 +33,17 @@ std::vector<std::string> host_facts(const inventory &host)
 {
     size_t targets = 0;
     size_t luns = 0;
+    bool all_listed = true;
     for (const port_entry &port : host.ports) {
         targets += port.targets.size();
-        for (const target_entry &target : port.targets)
+        for (const target_entry &target : port.targets) {
             luns += target.luns.size();
+            all_listed =
+                all_listed && target.is_counted && target.luns.size() >= target.info.LunCount;
+        }
     }
-    return {counted(host.ports.size(), "port"), counted(targets, "target"), counted(luns, "LUN")};
+    return {counted(host.ports.size(), "port"), counted(targets, "target"),
+            luns == 0 && !all_listed ? not_readable : counted(luns, "LUN")};
 }
 
 std::string target_address(const port_entry &port, const target_entry &target)
@@ -44,6 +51,11 @@ std::string target_address(const port_entry &port, const target_entry &target)
     const session_entry *session = session_of(port, target.info.ScsiTgtNum);
     return endpoint_text(session == nullptr ? target_endpoint(target.info)
                                             : target_endpoint(session->info));
+}
+
+std::string lun_count(const target_entry &target)
+{
+    return target.is_counted ? counted(target.info.LunCount, "LUN") : not_readable;
 }
 
 std::vector<std::string> lun_facts(const lun_entry &lun, const output_style &style)

@@ -16,6 +16,9 @@ std::vector<std::string> host_facts(const inventory &host);
 // "10.20.0.11:3260": the target's address by its session or, if that was not read, by itself.
 std::string target_address(const port_entry &port, const target_entry &target);
 
+// "5 LUNs" or "LUNs not readable"
+std::string lun_count(const target_entry &target);
+
 // "LUN 0", "disk", "500.0 GiB" and "MOLVAR HALCYON DISK", and the WWID where the style has the
 // identity. All but the first may be empty.
 std::vector<std::string> lun_facts(const lun_entry &lun, const output_style &style);

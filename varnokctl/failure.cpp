@@ -1,10 +1,15 @@
 #include "varnokctl/failure.h"
 
+#include "varnokctl/text.h"
+
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
 #include <iterator>
+#include <sys/utsname.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace ctl
 {
@@ -31,6 +36,17 @@ static_assert(std::size(call_texts) == static_cast<size_t>(call_name::command_li
 constexpr const char *see_log = "set VARNOK_API_DEBUG=4 and repeat the command to see why";
 constexpr const char *see_driver = "look in the system log for the adapter driver's messages, and "
                                    "repeat the command with VARNOK_API_DEBUG=4";
+constexpr const char *see_device =
+    "see that the port's device is there and free, then repeat the command";
+constexpr const char *see_target =
+    "see that the target and the LUN are ready, then repeat the command";
+constexpr const char *load_driver =
+    "load an adapter's driver; 'varnokctl ports' shows what is there";
+constexpr const char *be_root = "run the command as root";
+constexpr const char *be_there =
+    "run the command on the adapters' host, or on a simulated one by 'varnok-host run'";
+constexpr const char *find_driver =
+    "load an adapter's driver; set VARNOK_API_DEBUG=4 to see what is missing";
 constexpr const char *reopen = "repeat the command; the port was closed behind it";
 
 struct status_words {
@@ -72,22 +88,19 @@ struct cause_words {
 
 // These words replace those of the status.
 constexpr cause_words causes[] = {
-    {failure_cause::refused_by_system, "", "",
-     "see that the port's device is there and free, then repeat the command"},
+    {failure_cause::refused_by_system, "", "", see_device},
     {failure_cause::file_not_read, "", "", "see that the file is there and can be read"},
     {failure_cause::file_not_written, "", "",
      "see that the file can be written; the command itself was carried out"},
-    {failure_cause::not_loaded, "", "not loaded: that takes root, ESXi and an adapter driver",
-     "run the command as root on an ESXi host with an adapter driver loaded; set "
-     "VARNOK_API_DEBUG=4 to see what is missing"},
-    {failure_cause::no_adapters, "", "this host has no adapters",
-     "load an adapter's driver; 'varnokctl ports' shows what is there"},
+    {failure_cause::no_adapters, "", "this host has no adapters", load_driver},
     {failure_cause::no_such_port, "", "there is no such port",
      "see the ports with 'varnokctl ports'"},
     {failure_cause::too_much_data, "", "too much data for the driver, or driver status 4",
      "move less data at once: ports of native drivers carry at most 262144 bytes"},
     {failure_cause::refused_by_device, "refused by the device", "the device refused the command",
      "see its sense data"},
+    {failure_cause::not_told, "refused by the device", "the device refused the command",
+     see_target},
     {failure_cause::no_such_target, "no such target", "answered, but there is no such target",
      "see the targets with 'varnokctl targets'"},
     {failure_cause::several_targets, "several targets", "more than one target has such a name",
@@ -97,6 +110,35 @@ constexpr cause_words causes[] = {
     {failure_cause::no_capture, "no capture", "", "give what 'varnokctl capture' printed"},
     {failure_cause::wrong_usage, "wrong usage", "", "see 'varnokctl --help'"},
 };
+
+// What only a real host's own log and devices tell, a simulated or a live host tells elsewhere.
+const char *next_here(const char *next)
+{
+    constexpr const char *of_real_hosts[] = {see_driver, see_device, see_target, load_driver,
+                                             be_root,    be_there,   find_driver};
+    const bool simulated = std::getenv("VARNOK_HOST_SCENARIO") != nullptr;
+    return simulated && std::ranges::find(of_real_hosts, next) != std::end(of_real_hosts)
+               ? "see the scenario and its faults, or what varnok-host says on standard error"
+               : next;
+}
+
+// The library tells only that it is not loaded. These are its conditions, in its order.
+void explain_not_loaded(failure_advice &advice)
+{
+    utsname host{};
+    if (geteuid() != 0) {
+        advice.meaning = "not loaded: that takes root";
+        advice.next = next_here(be_root);
+    } else if (uname(&host) != 0 ||
+               std::string_view(host.sysname).find("VMkernel") == std::string_view::npos) {
+        advice.meaning =
+            fmt::format("not loaded: the host is no VMkernel, but '{}'", safe_text(host.sysname));
+        advice.next = next_here(be_there);
+    } else {
+        advice.meaning = "not loaded: no adapter driver answers";
+        advice.next = next_here(find_driver);
+    }
+}
 
 constexpr uint32_t first_status = 0x80000000; // lower ones are error numbers of the system
 
@@ -129,7 +171,7 @@ failure_advice advice_on_status(uint32_t status)
     const auto *words = std::ranges::find(statuses, status, &status_words::status);
     if (words == std::end(statuses))
         return {"unknown status", number, "no status that the library documents", see_log};
-    return {words->name, number, words->meaning, words->next};
+    return {words->name, number, words->meaning, next_here(words->next)};
 }
 
 } // namespace
@@ -151,8 +193,10 @@ failure_advice advice_on(const failed_call &failure)
             advice.name = words->name;
         if (!words->meaning.empty())
             advice.meaning = words->meaning;
-        advice.next = words->next;
+        advice.next = next_here(words->next);
     }
+    if (failure.cause == failure_cause::not_loaded)
+        explain_not_loaded(advice);
     if (!failure.detail.empty())
         advice.meaning = failure.detail;
     return advice;
@@ -168,6 +212,8 @@ std::string failure_text(const failed_call &failure, bool with_advice)
         text += fmt::format(", port {}", *failure.port);
     if (failure.target)
         text += fmt::format(", target {}", *failure.target);
+    if (failure.lun)
+        text += fmt::format(", LUN {}", lun_number(*failure.lun));
     if (!advice.number.empty())
         text += fmt::format(": {} ({})", advice.name, advice.number);
     text += ": " + advice.meaning;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "varnok_mgmt.h"
+#include "varnokctl/lun_address.h"
 
 #include <cstdint>
 #include <optional>
@@ -39,6 +40,7 @@ enum class failure_cause {
     file_not_written, // the same
     // No call failed:
     refused_by_device,
+    not_told, // the device refused what a list needs; the detail says why
     no_such_target,
     several_targets,
     list_incomplete,
@@ -54,6 +56,7 @@ struct failed_call {
     uint32_t status = VARNOK_STATUS_SUCCESS;
     std::string
         detail{}; // the meaning, where there is more to say than the status and the cause do
+    std::optional<lun_levels> lun{};
 };
 
 // Whether the status says that the call succeeded. If not, the failure is added to the others.

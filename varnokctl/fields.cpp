@@ -124,6 +124,14 @@ field_value designator(const lun_identity *identity, designator_type type,
         identity, [&](const lun_identity &known) { return designator_text(known, type, style); });
 }
 
+field_value not_readable() { return {"not readable", {}}; }
+
+field_value name(const listed_record &record, std::span<const uint8_t> field,
+                 const output_style &style)
+{
+    return record.is_known ? text(field, style) : field_value{};
+}
+
 field_value block_size(const lun_identity *identity, bool physical)
 {
     if (identity == nullptr || !identity->blocks)
@@ -215,7 +223,8 @@ constexpr record_field session_fields[] = {
 constexpr record_field target_fields[] = {
     {"Port", "port", look::number, view::table, FIELD(number(r.port))},
     {"Target", "target", look::number, view::table, FIELD(number(r.target->ScsiTgtNum))},
-    {"LUNs", "lun_count", look::number, view::table, FIELD(number(r.target->LunCount))},
+    {"LUNs", "lun_count", look::number, view::table,
+     FIELD(r.is_counted ? number(r.target->LunCount) : not_readable())},
     {"Address", "address", look::text, view::table, FIELD(endpoint(target_endpoint(*r.target)))},
     {"Name", "name", look::long_text, view::table, FIELD(text(r.target->TargetName, s))},
     {"MAC", "mac", look::text, view::details, FIELD(octets(r.target->MAC, ":"))},
@@ -227,12 +236,13 @@ constexpr record_field lun_fields[] = {
     {"Target", "target", look::number, view::table, FIELD(number(r.target->ScsiTgtNum))},
     {"LUN", "lun", look::number, view::table, FIELD(lun_value(levels_of(*r.lun)))},
     {"Type", "type", look::long_text, view::table,
-     FIELD(coded_value(r.lun->DeviceType, device_type(r.lun->DeviceType)))},
+     FIELD(r.is_known ? coded_value(r.lun->DeviceType, device_type(r.lun->DeviceType))
+                      : not_readable())},
     {"Size", "size", look::number, view::table, FIELD(size(r.lun->Capacity)), text_only},
     {"Bytes", "bytes", look::number, view::bytes, FIELD(capacity(r.lun->Capacity))},
-    {"Vendor", "vendor", look::long_text, view::table, FIELD(text(r.lun->VendorName, s))},
-    {"Product", "product", look::long_text, view::table, FIELD(text(r.lun->ProductName, s))},
-    {"Rev", "revision", look::text, view::table, FIELD(text(r.lun->ProductRevision, s))},
+    {"Vendor", "vendor", look::long_text, view::table, FIELD(name(r, r.lun->VendorName, s))},
+    {"Product", "product", look::long_text, view::table, FIELD(name(r, r.lun->ProductName, s))},
+    {"Rev", "revision", look::text, view::table, FIELD(name(r, r.lun->ProductRevision, s))},
     {"LUN bytes", "lun_bytes", look::text, view::details, FIELD(same(lun_bytes(levels_of(*r.lun)))),
      text_only},
     {"WWID", "wwid", look::text, view::identity, FIELD(identified(r.identity, wwid)), in_document,
@@ -277,7 +287,8 @@ void add_sessions(const port_entry &port, std::vector<listed_record> &records)
 void add_targets(const port_entry &port, std::vector<listed_record> &records)
 {
     for (const target_entry &target : port.targets)
-        records.push_back({.port = port.instance, .target = &target.info});
+        records.push_back(
+            {.port = port.instance, .target = &target.info, .is_counted = target.is_counted});
 }
 
 void add_luns(const port_entry &port, std::vector<listed_record> &records)
@@ -308,7 +319,8 @@ listed_record record_of(const lun_entry &lun, const target_entry &target, uint32
     return {.port = port,
             .target = &target.info,
             .lun = &lun.info,
-            .identity = lun.identity ? &*lun.identity : nullptr};
+            .identity = lun.identity ? &*lun.identity : nullptr,
+            .is_known = lun.is_known};
 }
 
 std::vector<listed_record> records_of(const inventory &host, const record_kind &kind)

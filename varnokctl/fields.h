@@ -24,6 +24,7 @@ struct listed_record {
     const VARNOK_TGT_INFO *target = nullptr;
     const VARNOK_LUN_INFO *lun = nullptr;
     const lun_identity *identity = nullptr;
+    bool is_counted = true, is_known = true; // the target's LUNs, and the LUN
 };
 
 enum class look { text, long_text, number };         // a narrow table cuts long texts first

@@ -75,6 +75,7 @@ json finding_object(const health_rule &rule, const finding &found)
             {"severity", status_word(rule.level)},
             {"ports", found.ports},
             {"target", found.target ? json(*found.target) : json()},
+            {"lun", found.lun ? lun_value(*found.lun).data : json()},
             {"device", or_null(found.device)},
             {"what", found.what},
             {"next", rule.next}};

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "varnokctl/devices.h"
+#include "varnokctl/lun_address.h"
 #include "varnokctl/model.h"
 #include "varnokctl/networks.h"
 #include "varnokctl/text.h"
@@ -25,6 +26,7 @@ std::string_view status_word(health_status status); // "critical"
 struct finding {
     std::vector<uint32_t> ports{};
     std::optional<uint32_t> target{};
+    std::optional<lun_levels> lun{};
     std::string device{};
     std::string what; // it names them, too
 };

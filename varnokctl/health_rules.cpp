@@ -1,13 +1,15 @@
 // The rules of the health check: the table, and what each of them looks at.
 #include "varnokctl/health.h"
 
-#include "varnokctl/facts.h"
+#include "varnokctl/lun_address.h"
 #include "varnokctl/words.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
 #include <set>
+#include <tuple>
+#include <utility>
 
 namespace ctl
 {
@@ -29,7 +31,7 @@ unread what_is_unread(const failed_call &failure)
         return unread::host;
     if (failure.cause == failure_cause::list_incomplete)
         return unread::list;
-    if (failure.call == call_name::send_scsi_command)
+    if (failure.lun || failure.call == call_name::send_scsi_command)
         return unread::lun;
     const bool lists_targets =
         failure.call == call_name::get_session_info || failure.call == call_name::get_tgt_info;
@@ -43,24 +45,35 @@ void check_unread(const examined_host &examined, findings_list &found)
         if (what_is_unread(failure) == What)
             found.push_back({.ports = {*failure.port},
                              .target = failure.target,
+                             .lun = failure.lun,
                              .what = failure_text(failure)});
 }
 
-// A disk that does not tell its size is not ready, or it answered nothing at all.
+// A disk that does not tell its size is not ready. Its failure may say more.
 void check_luns(const examined_host &examined, findings_list &found)
 {
     constexpr uint8_t type_bits = 0x1F;
     check_unread<unread::lun>(examined, found);
+    using place = std::tuple<uint32_t, uint32_t, lun_levels>;
+    std::set<place> known;
+    for (const finding &one : found)
+        if (one.target && one.lun)
+            known.emplace(one.ports.front(), *one.target, *one.lun);
     for (const port_entry &port : examined.host.ports)
         for (const target_entry &target : port.targets)
-            for (const auto &lun : target.luns)
-                if ((lun.info.DeviceType & type_bits) == 0 && lun.info.Capacity == 0)
-                    found.push_back(
-                        {.ports = {port.instance},
-                         .target = target.info.ScsiTgtNum,
-                         .what = fmt::format("port {}, target {}, {}: the disk tells no size",
-                                             port.instance, +target.info.ScsiTgtNum,
-                                             lun_facts(lun, examined.style).front())});
+            for (const lun_entry &lun : target.luns) {
+                const place where = {port.instance, target.info.ScsiTgtNum, levels_of(lun.info)};
+                if ((lun.info.DeviceType & type_bits) != 0 || lun.info.Capacity != 0 ||
+                    known.contains(where))
+                    continue;
+                found.push_back(
+                    {.ports = {port.instance},
+                     .target = target.info.ScsiTgtNum,
+                     .lun = levels_of(lun.info),
+                     .what = fmt::format("port {}, target {}, LUN {}: the disk tells no size",
+                                         port.instance, +target.info.ScsiTgtNum,
+                                         lun_number(levels_of(lun.info)))});
+            }
 }
 
 // ---- Ports ------------------------------------------------------------------------------------
@@ -115,10 +128,10 @@ void check_speed(const examined_host &examined, findings_list &found)
         const auto &[speed, twin] = fastest[model];
         const uint64_t own = bits_per_second(info.PortSpeed);
         if (info.PortState == VARNOK_PORT_STATE_0 && own != 0 && own < speed && !model.empty())
-            found.push_back(
-                on_port(examined, port,
-                        fmt::format("{}; port {}, a {} too, has {}", port_speed(info.PortSpeed),
-                                    twin->instance, model, port_speed(twin->info->PortSpeed))));
+            found.push_back(on_port(examined, port,
+                                    fmt::format("{}; port {} of the same model, {}, has {}",
+                                                port_speed(info.PortSpeed), twin->instance, model,
+                                                port_speed(twin->info->PortSpeed))));
     });
 }
 

@@ -1,12 +1,8 @@
 #include "varnokctl/identity.h"
 
-#include "varnokctl/lun_address.h"
-#include "varnokctl/scsi.h"
-#include "varnokctl/sense.h"
-#include "varnokctl/text.h"
-
 #include <algorithm>
 #include <fmt/format.h>
+#include <initializer_list>
 #include <span>
 #include <utility>
 
@@ -45,27 +41,17 @@ class lun_reader
         return {body.begin(), body.end()};
     }
 
-    std::vector<uint8_t> data(std::vector<uint8_t> cdb, size_t room) const
+    std::vector<uint8_t> data(std::initializer_list<uint8_t> cdb, size_t room) const
     {
-        constexpr int attempts = 3;
-        constexpr uint8_t illegal_request = 5, unit_attention = 6;
-        const scsi_request request = {.port = where_.port,
-                                      .target = where_.target,
-                                      .lun = lun_,
-                                      .cdb = std::move(cdb),
-                                      .direction = VARNOK_SCSI_DATA_IN,
-                                      .data = std::vector<uint8_t>(room)};
-        for (int left = attempts; left > 0; --left) {
-            scsi_answer answer = carry_out(where_.handle, request);
-            const auto sense = decode_sense(answer.sense);
-            if (sense && (sense->deferred || sense->key == unit_attention) && left > 1)
-                continue; // about something else
-            if (sense && !sense->deferred && sense->key == illegal_request)
-                return {};
-            note_failure(answer.status, !sense || harmless(*sense));
+        device_answer answer = ask_device(where_, lun_, cdb, room);
+        if (!answer.failure || answer.refused == refusal::illegal_request ||
+            answer.refused == refusal::unknown_command)
             return std::move(answer.data);
-        }
-        return {};
+        failed_call &failure = *answer.failure;
+        failure.detail =
+            fmt::format("it does not tell its identity: {}", advice_on(failure).meaning);
+        failures_.push_back(std::move(failure));
+        throw failed_command();
     }
 
   private:
@@ -82,21 +68,6 @@ class lun_reader
         if (data.size() < page_header || data[1] != number)
             return 0;
         return page_header + big_endian(data.subspan(2, 2));
-    }
-
-    void note_failure(uint32_t status, bool carried_out) const
-    {
-        if (succeeded(failures_, call_name::send_scsi_command, status, where_.port,
-                      where_.target)) {
-            if (carried_out)
-                return;
-            failures_.push_back({call_name::send_scsi_command, failure_cause::refused_by_device,
-                                 where_.port, where_.target});
-        }
-        failed_call &noted = failures_.back();
-        noted.detail =
-            fmt::format("identity of LUN {}: {}", lun_number(lun_), advice_on(noted).meaning);
-        throw failed_command();
     }
 
     const open_target &where_;

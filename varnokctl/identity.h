@@ -2,7 +2,7 @@
 #pragma once
 
 #include "varnok_mgmt.h"
-#include "varnokctl/failure.h"
+#include "varnokctl/device.h"
 #include "varnokctl/text.h"
 
 #include <cstdint>
@@ -33,11 +33,6 @@ struct lun_identity {
     std::vector<lun_designator> designators{}; // of the logical unit itself
     std::optional<uint8_t> provisioning{};     // the type's number in page B2h
     std::optional<block_sizes> blocks{};
-};
-
-struct open_target {
-    uint32_t handle; // of its port
-    uint32_t port, target;
 };
 
 // Nothing when a command fails. Then the failure is added to the others.

@@ -1,65 +1,17 @@
 #include "varnokctl/inventory.h"
 
 #include "varnokctl/library.h"
+#include "varnokctl/lun_checks.h"
+#include "varnokctl/record_list.h"
 #include "varnokctl/text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <new>
 
 namespace ctl
 {
 namespace
 {
-
-// The library does not tell how many entries of an array it wrote. They are fewer than there is
-// room for when a list became shorter or when an entry failed. So each entry starts with a mark, a
-// value that the library never writes there.
-constexpr uint8_t never8 = 0xFF;
-constexpr uint32_t never32 = 0xFFFFFFFF;
-
-void mark(VARNOK_ISCSI_PORTAL &entry) { entry.IsIPv4 = never8; }
-void mark(VARNOK_SESS_INFO &entry) { entry.TgtIsIPv4 = never8; }
-void mark(VARNOK_TGT_INFO &entry) { entry.ScsiTgtNum = never32; }
-void mark(VARNOK_LUN_INFO &entry) { entry.ScsiLunNum = entry.ScsiLunNumExt = never32; }
-
-bool is_marked(const VARNOK_ISCSI_PORTAL &entry) { return entry.IsIPv4 == never8; }
-bool is_marked(const VARNOK_SESS_INFO &entry) { return entry.TgtIsIPv4 == never8; }
-bool is_marked(const VARNOK_TGT_INFO &entry) { return entry.ScsiTgtNum == never32; }
-bool is_marked(const VARNOK_LUN_INFO &entry)
-{
-    return entry.ScsiLunNum == never32 && entry.ScsiLunNumExt == never32;
-}
-
-template <class Record>
-Record blank()
-{
-    Record record{};
-    record.Version = VARNOK_LUN_INFO_VERSION; // the other records ignore it
-    mark(record);
-    return record;
-}
-
-// Calls query(&count, &array) with room for count entries, and again with more room as long as the
-// library asks for it. The list keeps the entries that were written, whatever the status.
-template <class Record, class Query>
-uint32_t read_list(std::vector<Record> &list, uint32_t count, const Query &query)
-try {
-    uint32_t room = 0;
-    uint32_t status = 0;
-    do {
-        room = count;
-        list.assign(room, blank<Record>());
-        Record *array = list.data();
-        status = query(&count, &array);
-    } while (status == VARNOK_STATUS_INSUFFICIENT_BUFFER && count > room);
-    const auto unwritten = [](const Record &record) { return is_marked(record); };
-    list.erase(std::ranges::find_if(list, unwritten), list.end());
-    return status;
-} catch (const std::bad_alloc &) {
-    list.clear();
-    return VARNOK_STATUS_NO_MEMORY;
-}
 
 class inventory_reader
 {
@@ -169,7 +121,7 @@ class inventory_reader
         const auto ask = [&](uint32_t *count, Record **array) {
             return query(handle, count, array);
         };
-        good(call, read_list(list, 0, ask), port.instance);
+        good(call, read_list(list, 0, UINT32_MAX, ask), port.instance);
         return list;
     }
 
@@ -199,49 +151,83 @@ class inventory_reader
             ++place;
             if (!request_.target.fits(info.ScsiTgtNum, info.TargetName))
                 continue;
-            target_entry &target = port.targets.emplace_back(target_entry{info, {}});
-            if (!needs(need_luns))
+            target_entry &target = port.targets.emplace_back(target_entry{info});
+            const open_target where = {handle, port.instance, info.ScsiTgtNum};
+            if (!needs(need_luns)) {
+                if (info.LunCount == 0)
+                    count_again(target, where, call_name::get_tgt_info);
                 continue;
+            }
             line_.show(fmt::format("varnokctl: port {}, target {} of {}, {} read", port.instance,
                                    place, list.size(), counted(luns_, "LUN")));
-            read_luns(target, port.instance, handle);
+            read_luns(target, where);
             luns_ += target.luns.size();
             if (needs(need_identities))
-                read_identities(target, port.instance, handle);
+                read_identities(target, where);
         }
     }
 
-    void read_luns(target_entry &target, uint32_t instance, uint32_t handle)
+    bool count_again(target_entry &target, const open_target &where, call_name lists)
     {
-        const uint32_t number = target.info.ScsiTgtNum;
-        const uint32_t room = std::clamp(+target.info.LunCount, 1U, most_listed_luns);
+        const auto count = count_luns(where, lists, host_.failures);
+        target.is_counted = count.has_value();
+        target.info.LunCount = count.value_or(0);
+        return target.is_counted;
+    }
+
+    void read_luns(target_entry &target, const open_target &where)
+    {
+        if (list_again(target, where) && target.luns.size() < target.info.LunCount)
+            host_.failures.push_back({call_name::get_lun_info, failure_cause::list_incomplete,
+                                      where.port, where.target});
+        for (lun_entry &lun : target.luns)
+            if (!complete_lun(where, lun, host_.failures))
+                return;
+    }
+
+    // The library takes sense data for an empty list. So a list that is empty, or not what the
+    // target counted, is doubted. Returns whether the target listed its LUNs.
+    bool list_again(target_entry &target, const open_target &where)
+    {
+        constexpr int attempts = 3; // the list may change meanwhile
+        for (int left = attempts; left > 0; --left) {
+            if (!list_luns(target, where))
+                return false;
+            if (!target.luns.empty() && target.luns.size() == target.info.LunCount)
+                return true;
+            if (!count_again(target, where, call_name::get_lun_info))
+                return false;
+            if (target.luns.size() == std::min<size_t>(target.info.LunCount, most_listed_luns))
+                return true;
+        }
+        return true;
+    }
+
+    bool list_luns(target_entry &target, const open_target &where)
+    {
         const auto query = [&](uint32_t *count, VARNOK_LUN_INFO **array) {
-            return VARNOK_GetLunInfo(handle, number, count, array);
+            return VARNOK_GetLunInfo(where.handle, where.target, count, array);
         };
         std::vector<VARNOK_LUN_INFO> list;
-        const uint32_t status = read_list(list, room, query);
+        const uint32_t room = std::clamp(+target.info.LunCount, 1U, most_listed_luns);
+        const uint32_t status = read_list(list, room, most_listed_luns, query);
+        target.luns.clear();
         for (const VARNOK_LUN_INFO &info : list)
             target.luns.push_back({info});
-        // REPORT LUNS may count more LUNs than the library lists. It may also end with sense data,
-        // which the library does not look at.
-        if (good(call_name::get_lun_info, status, instance, number) &&
-            target.luns.size() < target.info.LunCount)
-            host_.failures.push_back(
-                {call_name::get_lun_info, failure_cause::list_incomplete, instance, number});
+        return good(call_name::get_lun_info, status, where.port, where.target);
     }
 
     // The library's first failure ends it: each of many commands might take its time to fail.
-    void read_identities(target_entry &target, uint32_t instance, uint32_t handle)
+    void read_identities(target_entry &target, const open_target &where)
     {
-        const open_target where = {handle, instance, target.info.ScsiTgtNum};
         size_t done = 0;
         for (lun_entry &lun : target.luns) {
-            line_.show(fmt::format("varnokctl: port {}, target {}, {} of {} identified", instance,
+            line_.show(fmt::format("varnokctl: port {}, target {}, {} of {} identified", where.port,
                                    where.target, done, counted(target.luns.size(), "LUN")));
             lun.identity = read_identity(where, lun.info, host_.failures);
             if (lun.identity && !needs(need_all_designators))
                 keep_the_best(*lun.identity);
-            if (!lun.identity && host_.failures.back().cause != failure_cause::refused_by_device)
+            if (!lun.identity && host_.failures.back().cause != failure_cause::not_told)
                 return;
             ++done;
         }

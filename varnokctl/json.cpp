@@ -16,6 +16,7 @@ json failure_object(const failed_call &failure)
     return {{"call", call_text(failure.call)},
             {"port", optional_number(failure.port)},
             {"target", optional_number(failure.target)},
+            {"lun", failure.lun ? lun_value(*failure.lun).data : json()},
             {"status", failure.status},
             {"name", advice.name},
             {"meaning", advice.meaning},

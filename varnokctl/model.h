@@ -23,11 +23,13 @@ struct session_entry {
 struct lun_entry {
     VARNOK_LUN_INFO info;
     std::optional<lun_identity> identity{}; // only when it was asked for and could be read
+    bool is_known = true;                   // else the device does not say what it is
 };
 
 struct target_entry {
     VARNOK_TGT_INFO info;
-    std::vector<lun_entry> luns;
+    std::vector<lun_entry> luns{};
+    bool is_counted = true; // else the target does not say how many LUNs it has
 };
 
 struct port_entry {

@@ -3,6 +3,7 @@
 #include "varnokctl/words.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace ctl
 {
@@ -88,6 +89,13 @@ bool harmless(const sense_data &sense)
 {
     constexpr uint8_t recovered = 1, completed = 15;
     return !sense.deferred && (sense.key <= recovered || sense.key == completed);
+}
+
+std::string cause_text(const sense_data &sense)
+{
+    const std::string code = code_text(sense);
+    return fmt::format("{}{}: {}", sense.deferred ? "deferred error, " : "", key_text(sense),
+                       code.empty() ? fmt::format("{:02x}/{:02x}", sense.asc, sense.ascq) : code);
 }
 
 std::string key_text(const sense_data &sense) { return keys[sense.key]; }

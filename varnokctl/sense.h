@@ -22,6 +22,9 @@ std::optional<sense_data> decode_sense(std::span<const uint8_t> buffer);
 // Whether the device carried the command out all the same.
 bool harmless(const sense_data &sense);
 
+// "not ready: becoming ready"; the numbers where there are no words.
+std::string cause_text(const sense_data &sense);
+
 std::string key_text(const sense_data &sense);  // "illegal request"
 std::string code_text(const sense_data &sense); // "logical unit not supported"; empty when unknown
 

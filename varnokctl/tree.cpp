@@ -121,7 +121,7 @@ tree_node target_node(const target_entry &target, const port_entry &port, const 
 {
     return {{fmt::format("Target {}", +target.info.ScsiTgtNum),
              field_text(target.info.TargetName, style), target_address(port, target),
-             counted(target.info.LunCount, "LUN")},
+             lun_count(target)},
             lun_nodes(target, style)};
 }
 

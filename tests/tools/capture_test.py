@@ -89,10 +89,10 @@ class CaptureTest(ToolCase):
         # What the device lacks is left out, what fails is told. The fifth command and those after it ask for the pages.
         for nth, gone in (5, {"serial": "", "designators": [], "provisioning": None}), (6, {"serial": ""}), \
                 (7, {"designators": []}), (8, {"provisioning": None}), (9, {"block_size": None, "physical_block_size": None}):
-            refused = "the device refused the command"
+            refused = "medium error: unrecovered read error"
             for fails, check_condition, why in ({"sense": "05/24/00"}, 0, None), ({"sense": "05/24/00"}, 6, None), \
                     ({"sense": "06/29/00"}, 0, ""), ({"sense": "06/29/00"}, 6, ""), ({"sense": "03/11/00"}, 0, refused), \
-                    ({"sense": "03/11/00"}, 6, "driver status 6"), ({"status": 6}, 0, "driver status 6"):
+                    ({"sense": "03/11/00"}, 6, refused), ({"status": 6}, 0, "driver status 6"):
                 with self.subTest(nth=nth, fails=fails, check_condition=check_condition):
                     path = self.scenario({"host": {"check_condition_status": check_condition},
                                           "ports": [{"driver": "dxo", "sessions": [{"luns": [disk]}]}],
@@ -103,7 +103,7 @@ class CaptureTest(ToolCase):
                     lost = gone if why is None else unknown if why else {}
                     expected = {k: v for k, v in {"lun": 0, **disk, **lost}.items() if v is not None}
                     self.assertEqual((result.returncode, lun), (3 if why else 0, expected))
-                    self.assertIn(f"identity of LUN 0: {why}; next:" if why else "", result.stderr)
+                    self.assertIn(f"it does not tell its identity: {why}; next:" if why else "", result.stderr)
                     self.assertEqual(result.stderr == "", not why)
 
     def test_failures(self):
@@ -115,7 +115,7 @@ class CaptureTest(ToolCase):
         # Of so many LUNs some are counted but never listed, and a target may not answer for its list.
         more = {"ports": [{"driver": "dxo", "sessions": [{"luns": [{"repeat": 2050, "size": 512}]}]}]}
         silent = {"ports": [{"driver": "dxo", "sessions": [{}]}],
-                  "faults": [{"driver": "dxo", "request": "scsi_cmd", "nth": 2, "sense": "03/11/00"}]}
+                  "faults": [{"driver": "dxo", "request": "scsi_cmd", "nth": 2, "times": 0, "sense": "03/11/00"}]}
         self.assertEqual(self.replayed(more, status=3)["failures"][0]["name"], "list incomplete")
         self.assertEqual(on_host(self.scenario(silent), "luns").returncode, 1)
         scsi = {"driver": "rovani", "request": "scsi_cmd", "instance": 0, "nth": 8, "status": 12}

@@ -1,6 +1,7 @@
 """varnokctl --json on simulated hosts, against its schema: json_test.py SOURCE_DIR BIN_DIR"""
 
 import json
+import resource
 
 import jsonschema
 
@@ -52,6 +53,31 @@ class JsonTest(ToolCase):
             self.assertEqual(listed, [{key: record[key] for key in listed[0]} for record in inside[command]])
         self.assertEqual(self.document(LAB, "luns", "--port", "2")["luns"],
                          [l for l in self.document(LAB, "luns")["luns"] if l["port"] == 2])
+
+    def test_devices_and_findings_hold_the_lab(self):
+        for command, key, status in ("paths", "devices", 0), ("health", "findings", 2):
+            document = self.document(LAB, command, status=status)
+            places = [document, document[key][0]]
+            if command == "paths":
+                places += [document[key][0]["paths"][0]]
+                luns = [(p["port"], p["target"], p["lun"]["raw"]) for device in document[key] for p in device["paths"]]
+                listed = [(l["port"], l["target"], l["lun"]["raw"]) for l in self.document(LAB, "luns")["luns"]]
+                self.assertEqual(sorted(luns), sorted(listed))
+            for record in places:
+                for name in list(record):
+                    value = record.pop(name)
+                    self.assertFalse(VALIDATOR.is_valid(document), name)
+                    record[name] = value
+                record["more"] = 1
+                self.assertFalse(VALIDATOR.is_valid(document))
+                del record["more"]
+        lab = json.loads(LAB.read_text())
+        lab["ports"][1] = {**lab["ports"][0], "hba_name": "a\x1b", "port_num": 2}
+        for command, status in ("paths", 3), ("health", 2):
+            path = self.scenario({**lab, "faults": [{**FAULT, "status": 6}]})
+            self.assertFalse(self.document(path, command, status=status)["complete"])
+        for host, status in ({"drivers": ["rovani"]}, 3), ({"host": {"euid": 1}}, 3):
+            self.assertEqual(self.document(self.scenario(host), "health", status=status)["status"], "unknown")
 
     def test_nothing_there_gives_empty_lists(self):
         hosts = [{"drivers": ["rovani"]}, {"ports": [{"driver": "dxo"}]},
@@ -111,12 +137,13 @@ class JsonTest(ToolCase):
                      self.document(path, "tree", "--identity")["ports"][0]["targets"][0]["luns"]):
             self.assertEqual([lun["identity"] for lun in luns], [known, nothing])
         # A device may refuse and the others be read; when the adapter fails, nothing more is asked.
-        fault = {"driver": "dxo", "request": "scsi_cmd", "nth": 7}
+        fault = {"driver": "dxo", "request": "scsi_cmd", "nth": 8}
         for more, expected in ({"sense": "04/44/00"}, [None, nothing]), ({"status": 6}, [None, None]):
             path = self.scenario({**host, "faults": [{**fault, **more}]})
             got = self.document(path, "luns", "--identity", status=3)
             self.assertEqual([lun["identity"] for lun in got["luns"]], expected)
-            self.assertIn("identity of LUN 0", got["failures"][0]["meaning"])
+            self.assertEqual(got["failures"][0]["lun"]["number"], 0)
+            self.assertIn("it does not tell its identity: ", got["failures"][0]["meaning"])
 
     def test_failures_keep_what_was_read(self):
         lab = json.loads(LAB.read_text())
@@ -139,6 +166,45 @@ class JsonTest(ToolCase):
                                  ("VARNOK_" + call, port, target))
                 self.assertFalse(document["complete"])
                 self.assertEqual(len(document["ports" if arguments[0] == "tree" else arguments[0]]), kept)
+
+    def test_devices_that_answer_with_sense_data(self):
+        fault = {"driver": "dxo", "request": "scsi_cmd", "times": 0}
+        not_ready, attention = {"sense": "02/04/01"}, {"sense": "06/29/00"}
+        becoming, listing = "not ready: .*becoming ready", "VARNOK_GetLunInfo"
+        asked = "VARNOK_SendScsiCommand"
+        cases = [  # command; faults from the nth command on; exit status, records, and each failure
+            ("luns", 1, not_ready, {}, 1, 0, [(listing, None, becoming)]),
+            ("targets", 1, not_ready, {}, 3, 1, [("VARNOK_GetTgtInfo", None, becoming)]),
+            ("tree", 1, not_ready, {}, 3, 1, [(listing, None, becoming)]),
+            ("luns", 3, not_ready, {}, 3, 2, [(asked, lun, becoming) for lun in (0, 1)]),
+            ("luns", 5, not_ready, {}, 3, 2, [(asked, 1, becoming)]),
+            ("luns", 6, not_ready, {}, 3, 2, [(asked, 1, becoming)]),
+            ("luns", 6, {"sense": "02/3a/00"}, {}, 0, 2, []),
+            ("luns", 2, {"status": 6}, {}, 1, 0, [(listing, None, "driver status 6")]),
+            *(("luns", nth, attention, {"times": 3}, 0, 2, []) for nth in range(1, 7)),
+            ("targets", 1, attention, {"times": 3}, 0, 1, []),
+            ("luns", 3, attention, {}, 3, 2, [(asked, lun, "unit attention") for lun in (0, 1)]),
+        ]
+        for command, nth, fails, more, status, records, failures in cases:
+            with self.subTest(command=command, nth=nth, fails=fails, **more):
+                host = {"ports": [{"driver": "dxo", "sessions": [{"luns": [{}, {"lun": 1}]}]}]}
+                path = self.scenario({**host, "faults": [{**fault, "nth": nth, **fails, **more}]})
+                got = self.document(path, command, status=status)
+                self.assertEqual(len(got["ports" if command == "tree" else command]), records)
+                self.assertEqual([(f["call"], f["lun"] and f["lun"]["number"]) for f in got["failures"]],
+                                 [failure[:2] for failure in failures])
+                for failure, (_, _, meaning) in zip(got["failures"], failures):
+                    self.assertRegex(failure["meaning"], meaning)
+                    self.assertNotIn("SUCCESS", str(failure))
+                if status == 0:
+                    self.assertEqual(got, {**self.document(self.scenario(host), command),
+                                           **({"luns": got["luns"]} if "3a" in str(fails) else {})})
+
+    def test_claims_take_no_memory(self):
+        path = self.scenario({"ports": [{"driver": "dxo", "session_cnt": 2**32 - 1, "sessions": [{}, {}]}]})
+        for command in "sessions", "targets", "luns":
+            self.assertEqual(len(self.document(path, command, status=3)[command]), 2)
+        self.assertLess(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss, 1 << 20)  # in KiB, of any so far
 
     def test_scsi_commands_and_their_sense_data(self):
         lun = ["scsi", "--port", "0", "--target", "0", "--lun"]

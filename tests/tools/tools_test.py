@@ -157,7 +157,7 @@ class ToolsTest(ToolCase):
         name = "iqn.2026-01.com.example:" + "x" * 180
         path = self.scenario({"ports": [{"driver": "pelt", "sessions": [{"tgt_iqn": name}]}]})
         for command in ("sessions", "targets", "tree"):
-            self.assertIn(name, on_host(path, command, columns=None).stdout)
+            self.assertIn(name, on_host(path, command, width=None).stdout)
             self.assertNotIn(name, on_host(path, command).stdout)
 
     def test_the_readme_shows_what_is_there(self):

@@ -1,0 +1,68 @@
+#include "varnokctl/device.h"
+
+#include "varnokctl/sense.h"
+
+#include <utility>
+
+namespace ctl
+{
+namespace
+{
+
+constexpr uint8_t not_ready = 2, illegal_request = 5, unit_attention = 6;
+
+bool is_about_something_else(const sense_data &sense)
+{
+    return sense.deferred || sense.key == unit_attention;
+}
+
+refusal refusal_of(const sense_data &sense)
+{
+    constexpr uint8_t no_medium = 0x3A, unknown_command = 0x20;
+    if (sense.key == not_ready && sense.asc == no_medium)
+        return refusal::no_medium;
+    if (sense.key != illegal_request)
+        return refusal::other;
+    return sense.asc == unknown_command ? refusal::unknown_command : refusal::illegal_request;
+}
+
+device_answer answer_of(scsi_answer &&answer, const std::optional<sense_data> &sense,
+                        const open_target &where, const lun_levels &lun)
+{
+    device_answer result;
+    std::vector<failed_call> failures;
+    if (sense && !harmless(*sense)) {
+        result.refused = refusal_of(*sense);
+        failures.push_back({call_name::send_scsi_command, failure_cause::not_told, where.port,
+                            where.target, answer.status, cause_text(*sense)});
+    } else if (succeeded(failures, call_name::send_scsi_command, answer.status, where.port,
+                         where.target)) {
+        result.data = std::move(answer.data);
+        return result;
+    }
+    result.failure = std::move(failures.front());
+    result.failure->lun = lun;
+    return result;
+}
+
+} // namespace
+
+device_answer ask_device(const open_target &where, const lun_levels &lun,
+                         std::initializer_list<uint8_t> cdb, size_t room)
+{
+    constexpr int attempts = 5;
+    const scsi_request request = {.port = where.port,
+                                  .target = where.target,
+                                  .lun = lun,
+                                  .cdb = cdb,
+                                  .direction = VARNOK_SCSI_DATA_IN,
+                                  .data = std::vector<uint8_t>(room)};
+    for (int left = attempts;; --left) {
+        scsi_answer answer = carry_out(where.handle, request);
+        const auto sense = decode_sense(answer.sense);
+        if (left == 1 || !sense || !is_about_something_else(*sense))
+            return answer_of(std::move(answer), sense, where, lun);
+    }
+}
+
+} // namespace ctl
