@@ -147,8 +147,8 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
         add_options(*with_output_options(sub, line.options), command, line.options);
         sub->callback([&line, &command] { line.command = &command; });
     }
-    const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     const CLI::App *diff = with_output_options(add_diff(app, line.diff), line.options);
+    const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     try {
         app.parse(argc, argv);
         line.is_scsi = scsi->parsed();
