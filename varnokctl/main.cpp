@@ -73,13 +73,13 @@ ctl::ending show(const ctl::tool_command &command, const ctl::tool_options &opti
     return ctl::ending_of(host);
 }
 
-ctl::ending show_scsi(const ctl::scsi_options &scsi, const ctl::tool_options &options)
+ctl::ending show_scsi(ctl::scsi_options &scsi, const ctl::tool_options &options)
 {
     const ctl::scsi_result result = ctl::run_scsi(scsi);
     if (options.as_json) {
         print(ctl::scsi_document(scsi.request, result, options.ascii));
     } else {
-        print(ctl::scsi_text(result));
+        print(ctl::scsi_text(scsi.request, result));
         complain(result.failures);
     }
     return ctl::ending_of({.ports = {}, .failures = result.failures});

@@ -3,6 +3,7 @@
 tgtd serves a loopback port from user space; what the library says of it must equal what libiscsi's own tools say."""
 
 import ctypes
+import json
 import os
 import pathlib
 import pty
@@ -80,6 +81,9 @@ class LiveTest(unittest.TestCase):
                     os.truncate(image, size)
                 self.assertEqual(admin("new", "--mode", "logicalunit", "--tid", str(tid), "--lun", str(lun),
                                        "-b", str(image)), 0)
+                # The first LUNs of both targets say that they are one device.
+                self.assertEqual(admin("update", "--mode", "logicalunit", "--tid", str(tid), "--lun", str(lun), "--params",
+                                       f"scsi_id=ID {lun},scsi_sn=SN-{lun}"), 0)
             self.assertEqual(admin("bind", "--mode", "target", "--tid", str(tid), "-I", "ALL"), 0)
         self.admin = admin
 
@@ -116,6 +120,23 @@ class LiveTest(unittest.TestCase):
                 tree = self.inventory(driver, "tree")
                 for name in names:
                     self.assertIn(f"{name}  {self.portal}", tree)
+
+    def test_identities_are_those_of_the_initiator_s_own_tools(self):
+        result = subprocess.run(self.on_host("pelt", BIN / "varnokctl", "luns", "--identity", "--json"), capture_output=True, text=True,
+                                timeout=60, check=True)
+        luns = [lun for lun in json.loads(result.stdout)["luns"] if lun["type"]["text"] == "disk"]
+        wwids, serials = ([lun["identity"][key] for lun in luns] for key in ("wwid", "serial"))
+        self.assertEqual((wwids[0], serials), (wwids[2], ["SN-1", "SN-2", "SN-1"]))
+        self.assertNotEqual(wwids[0], wwids[1])
+        for lun in luns:
+            identity, place = lun["identity"], f"iscsi://{self.portal}/{NAMES[lun['target']]}/{lun['lun']['number']}"
+            serial = libiscsi("iscsi-inq", "-e", "1", "-c", "0x80", place)
+            print(serial)
+            designators = libiscsi("iscsi-inq", "-e", "1", "-c", "0x83", place)
+            words = subprocess.run(self.on_host("pelt", BIN / "varnokctl", "scsi", "-p", "0", "-t", str(lun["target"]), "-l",
+                                                str(lun["lun"]["number"]), "vpd", "83", "--json"),
+                                   capture_output=True, text=True, timeout=60, check=True)
+            print(designators, words.stdout, result.stdout)
 
     def test_data_sense_and_a_target_that_goes_away(self):
         block = bytes(range(256)).hex() * 2
