@@ -130,13 +130,19 @@ class LiveTest(unittest.TestCase):
         self.assertNotEqual(wwids[0], wwids[1])
         for lun in luns:
             identity, place = lun["identity"], f"iscsi://{self.portal}/{NAMES[lun['target']]}/{lun['lun']['number']}"
-            serial = libiscsi("iscsi-inq", "-e", "1", "-c", "0x80", place)
-            print(serial)
-            designators = libiscsi("iscsi-inq", "-e", "1", "-c", "0x83", place)
-            words = subprocess.run(self.on_host("pelt", BIN / "varnokctl", "scsi", "-p", "0", "-t", str(lun["target"]), "-l",
-                                                str(lun["lun"]["number"]), "vpd", "83", "--json"),
+            serial, page = (libiscsi("iscsi-inq", "-e", "1", "-c", str(number), place) for number in (0x80, 0x83))
+            self.assertEqual(re.search(r"Serial Number:\[ *(.*?) *\]", serial)[1], identity["serial"])
+            theirs = re.findall(r"Code Set:\((\d+)\)[^(]+Association:\((\d+)\)[^(]+Type:\((\d+)\)[^[]+\[(.*?)\]", page)
+            words = subprocess.run(self.on_host("pelt", BIN / "varnokctl", *f"scsi -p 0 -t {lun['target']}".split(), "-l",
+                                                lun["lun"]["raw"], "vpd", "83", "--json"),
                                    capture_output=True, text=True, timeout=60, check=True)
-            print(designators, words.stdout, result.stdout)
+            ours = json.loads(words.stdout)["decoded"]["designators"]
+            self.assertEqual([(d["code_set"]["code"], d["association"]["code"], d["type"]["code"]) for d in ours],
+                             [tuple(map(int, codes)) for *codes, _ in reversed(theirs)])
+            # Of binary designators the other tool shows only the first byte.
+            self.assertEqual([d["value"] if d["code_set"]["code"] == 2 else chr(int(d["value"][:2], 16)) for d in ours],
+                             [text for *_, text in reversed(theirs)])
+            self.assertEqual(identity["wwid"], "3" + max(d["value"] for d in ours if d["type"]["code"] == 3))
 
     def test_data_sense_and_a_target_that_goes_away(self):
         block = bytes(range(256)).hex() * 2
