@@ -230,11 +230,10 @@ const capture_json &captured_value(const capture_json &record, const captured_fi
 field_value shown_value(const captured_field &field, const capture_json &value,
                         const output_style &style)
 {
-    const field_value none = {"none", json()};
+    field_value none = {"none", json()};
     if (value.is_null())
         return none;
-    const field_value shown =
-        field.shown != nullptr ? field.shown(value, style) : plain(value, style);
+    field_value shown = field.shown != nullptr ? field.shown(value, style) : plain(value, style);
     return shown.text.empty() ? none : shown;
 }
 
