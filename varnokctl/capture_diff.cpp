@@ -306,15 +306,19 @@ class comparer
         const bool unread = (before->identity.empty() && targets[before_side]->identities_unread) ||
                             (after->identity.empty() && targets[after_side]->identities_unread);
         const std::string &identity = before->identity.empty() ? after->identity : before->identity;
-        const std::string name = shown_text(identity, style_.output);
         compare_units(identity, place, unread, luns);
-        list_.compare_numbers({.what = "path", .name = name_of(place, name)}, "lun",
-                              *before->number, *after->number);
+        if (*before->number != *after->number)
+            list_.compare_numbers(
+                {.what = "path", .name = name_of(place, shown_text(identity, style_.output))},
+                "lun", *before->number, *after->number);
     }
 
     void compare_units(const std::string &identity, const lun_place &place, bool unread,
                        const both<const captured_lun *> &luns)
     {
+        const auto units = std::pair(luns[before_side]->unit, luns[after_side]->unit);
+        if (!identity.empty() && !unread && !compared_.insert(units).second)
+            return; // by another path
         const compared_pair pair = {.what = identity.empty() ? "LUN" : "device",
                                     .name = identity.empty() ? name_of(place, number_of(*place.lun))
                                                              : shown_text(identity, style_.output),
@@ -365,6 +369,7 @@ class comparer
     both<captured_host> hosts_;
     both<std::vector<lun_place>> places_{};
     std::map<std::string, device> devices_; // by what identifies them
+    std::set<std::pair<const capture_json *, const capture_json *>> compared_; // units
 };
 
 } // namespace

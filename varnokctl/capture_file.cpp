@@ -1,5 +1,6 @@
 #include "varnokctl/capture_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -95,10 +96,33 @@ void check_list(const capture_json &owner, const char *key, const std::string &w
     }
 }
 
+bool is_plain(const capture_json &value)
+{
+    constexpr size_t longest = 4096; // no field of a record is as long
+    const auto is_byte = [](const capture_json &element) {
+        return element.is_number_unsigned() && element <= UINT8_MAX;
+    };
+    if (value.is_string())
+        return value.get_ref<const std::string &>().size() <= longest;
+    if (value.is_array())
+        return value.size() <= longest && std::ranges::all_of(value, is_byte);
+    return value.is_number_unsigned();
+}
+
+// Checks the members of a record that are neither lists nor records themselves.
+void check_values(const capture_json &record, const std::string &where)
+{
+    constexpr std::array<std::string_view, 4> inner = {"sessions", "target", "luns", "designators"};
+    for (const auto &[key, value] : record.items())
+        if (!is_plain(value) && std::ranges::find(inner, key) == inner.end())
+            fail(where + key + ": neither a number nor a text of at most 4096 bytes");
+}
+
 void check_unit(const capture_json &unit, const std::string &where)
 {
+    check_values(unit, where);
     if (unit.contains("designators"))
-        check_list(unit, "designators", where, [](const capture_json &, const std::string &) {});
+        check_list(unit, "designators", where, check_values);
 }
 
 class form_check
@@ -116,6 +140,7 @@ class form_check
             check_devices();
         check_list(document_, "ports", "", [&](const capture_json &port, const std::string &in) {
             check_once(port, in);
+            check_values(port, in);
             check_list(port, "sessions", in,
                        [&](const auto &session, const auto &there) { check(session, there); });
         });
@@ -154,8 +179,11 @@ class form_check
     void check(const capture_json &session, const std::string &in)
     {
         check_once(session, in);
-        if (session.contains("target"))
+        check_values(session, in);
+        if (session.contains("target")) {
             require(session["target"].is_object(), in + "target", "not an object");
+            check_values(session["target"], in + "target.");
+        }
         check_list(session, "luns", in, [&](const capture_json &lun, const std::string &there) {
             const auto device = lun.find("device");
             if (device == lun.end())

@@ -23,8 +23,8 @@ class capture_error : public std::runtime_error
 std::string capture_text(const std::string &path);
 
 // What it returns has the form of a capture: ports, sessions, LUNs, devices and failures are objects
-// in lists, and each device that a LUN names is there. Other values may be anything. Throws a
-// capture_error.
+// in lists, and each device that a LUN names is there. Their values are numbers from 0, and texts
+// that may be arrays of bytes. Throws a capture_error.
 capture_json parse_capture(std::string_view text);
 
 } // namespace ctl

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
+#include <map>
 #include <optional>
 #include <set>
 #include <span>
@@ -15,11 +16,6 @@ namespace ctl
 {
 namespace
 {
-
-bool is_byte(const capture_json &value)
-{
-    return value.is_number_unsigned() && value.get<uint64_t>() <= UINT8_MAX;
-}
 
 // ---- What identifies a LUN --------------------------------------------------------------------
 
@@ -58,15 +54,28 @@ std::string identity_of(const capture_json &unit)
 
 // ---- Places -----------------------------------------------------------------------------------
 
-captured_lun lun_of(const capture_json &lun, const capture_json &devices)
+using device_map = std::map<std::string, std::pair<const capture_json *, std::string>>;
+
+// The devices by their names, with what identifies them.
+device_map devices_of(const capture_json &document)
 {
-    const capture_json &device = member_or_null(lun, "device");
-    const capture_json &unit =
-        device.is_string() ? devices[device.get_ref<const std::string &>()] : lun;
-    return {&unit, &member_or_null(lun, "lun"), identity_of(unit)};
+    device_map devices;
+    for (const auto &[name, unit] : member_or_null(document, "devices").items())
+        devices[name] = {&unit, identity_of(unit)};
+    return devices;
 }
 
-captured_port port_of(const capture_json &object, const capture_json &devices)
+captured_lun lun_of(const capture_json &lun, const device_map &devices)
+{
+    const capture_json &device = member_or_null(lun, "device");
+    const capture_json &number = member_or_null(lun, "lun");
+    if (device.is_null())
+        return {&lun, &number, identity_of(lun)};
+    const auto &[unit, identity] = devices.at(device.get_ref<const std::string &>());
+    return {unit, &number, identity};
+}
+
+captured_port port_of(const capture_json &object, const device_map &devices)
 {
     captured_port port = {.object = &object, .targets = {}};
     port.unread = !object.contains("mac");
@@ -193,7 +202,7 @@ std::string captured_text(const capture_json &value)
         return "";
     if (value.is_string())
         return value.get<std::string>();
-    if (!value.is_array() || !std::ranges::all_of(value, is_byte))
+    if (!value.is_array())
         return value.dump();
     std::string text;
     for (const capture_json &byte : value)
@@ -230,7 +239,7 @@ std::string target_name(const captured_port &port, const captured_target &target
 captured_host view_of(const capture_json &document, const output_style &style)
 {
     captured_host host;
-    const capture_json &devices = member_or_null(document, "devices");
+    const device_map devices = devices_of(document);
     for (const capture_json &port : document["ports"])
         host.ports.push_back(port_of(port, devices));
     failure_reader(document, host, style).read();

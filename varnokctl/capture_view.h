@@ -46,7 +46,7 @@ struct captured_host {
     std::vector<unread_part> unread;
 };
 
-// The value's characters: a text, or an array of its bytes. Anything else as JSON.
+// The value's characters: a text, an array of its bytes, or a number. Empty for null.
 std::string captured_text(const capture_json &value);
 
 // The same, safe to print.

@@ -230,12 +230,11 @@ const capture_json &captured_value(const capture_json &record, const captured_fi
 field_value shown_value(const captured_field &field, const capture_json &value,
                         const output_style &style)
 {
-    field_value shown;
-    if (!value.is_null())
-        shown = field.shown != nullptr ? field.shown(value, style) : plain(value, style);
-    if (shown.text.empty())
-        shown = {"none", json()};
-    return shown;
+    field_value none = {"none", json()};
+    if (value.is_null())
+        return none;
+    field_value shown = field.shown != nullptr ? field.shown(value, style) : plain(value, style);
+    return shown.text.empty() ? none : shown;
 }
 
 } // namespace ctl
