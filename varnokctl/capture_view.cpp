@@ -1,16 +1,18 @@
 #include "varnokctl/capture_view.h"
 
 #include "varnokctl/failure.h"
+#include "varnokctl/identity.h"
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <fmt/format.h>
 #include <map>
 #include <optional>
 #include <set>
-#include <span>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace ctl
 {
@@ -19,36 +21,36 @@ namespace
 
 // ---- What identifies a LUN --------------------------------------------------------------------
 
-// From the best kind of designator on, with the digit that multipath tools put before it.
-constexpr std::array<std::pair<const char *, char>, 4> designator_kinds = {
-    {{"naa", '3'}, {"eui64", '2'}, {"scsi_name", '8'}, {"t10", '1'}}};
+constexpr std::array<std::pair<const char *, designator_type>, 4> designator_kinds = {
+    {{"naa", designator_type::naa},
+     {"eui64", designator_type::eui64},
+     {"scsi_name", designator_type::scsi_name},
+     {"t10", designator_type::t10}}};
 
-// Identifiers that a registered vendor made come first, and those that are assigned locally last.
-size_t rank_of(std::string_view kind, std::string_view text)
+// A capture has numbers as "0x" and digits, and texts as they are.
+std::vector<uint8_t> designator_bytes(const std::string &text)
 {
-    const auto *const found =
-        std::ranges::find(designator_kinds, kind, &std::pair<const char *, char>::first);
-    const auto rank = static_cast<size_t>(found - designator_kinds.begin());
-    if (kind != "naa")
-        return 2 * (rank + 1);
-    return text.starts_with("0x6")   ? 0
-           : text.starts_with("0x3") ? 2 * designator_kinds.size() + 1
-                                     : 1;
+    if (!text.starts_with("0x"))
+        return {text.begin(), text.end()};
+    std::vector<uint8_t> bytes((text.size() - 2) / 2);
+    for (size_t at = 0; at < bytes.size(); ++at) {
+        const char *const digits = text.data() + 2 + 2 * at;
+        std::from_chars(digits, digits + 2, bytes[at], 16);
+    }
+    return bytes;
 }
 
 std::string identity_of(const capture_json &unit)
 {
-    size_t best = SIZE_MAX;
-    std::string identity;
+    lun_identity known;
     for (const capture_json &designator : member_or_null(unit, "designators"))
-        for (const auto &[kind, digit] : designator_kinds) {
+        for (const auto &[kind, type] : designator_kinds) {
             const std::string text = captured_text(member_or_null(designator, kind));
-            if (text.empty() || rank_of(kind, text) >= best)
-                continue;
-            best = rank_of(kind, text);
-            identity = digit + text.substr(text.starts_with("0x") ? 2 : 0);
+            if (!text.empty())
+                known.designators.push_back({type, designator_bytes(text)});
         }
     const std::string serial = captured_text(member_or_null(unit, "serial"));
+    const std::string identity = wwid(known);
     return identity.empty() && !serial.empty() ? "serial number " + serial : identity;
 }
 

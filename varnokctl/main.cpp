@@ -142,6 +142,8 @@ int run(int argc, char **argv, int &status_of_failure)
         setenv("VARNOK_API_DEBUG", line.options.verbose == 1 ? "4" : "6", 1);
     if (line.is_health)
         status_of_failure = static_cast<int>(ctl::health_status::unknown);
+    if (line.is_diff)
+        status_of_failure = ctl::usage; // trouble, as diff(1) has it
     ctl::output_style &style = line.options.style;
     style.utf8 = !line.options.ascii && std::string_view(nl_langinfo(CODESET)) == "UTF-8";
     style.width = line.options.width.value_or(ctl::output_width());

@@ -85,7 +85,7 @@ class DiffTest(ToolCase):
             ([(("ports", 4),)], ["port vmhba68 (02:1e:2b:c0:19:36): gone"], []),
             ([((*one, "mtu"),)], [], ["AFTER port vmhba64 (02:1e:2b:40:71:80): no mtu"]),
             (other_name, [f"target {A} (vmhba64): gone", "target iqn.z (vmhba64): added"], []),
-            ([((*one, "sessions", 1),)], [f"target {NAS} (vmhba64): gone", "device 1GENERIC 9f3c2ad41b7e: gone"], []),
+            ([((*one, "sessions", 1),)], [f"target {NAS} (vmhba64): gone", "device 1GENERIC_9f3c2ad41b7e: gone"], []),
             # A session that ended tells its state alone.
             ([((*session, key), 0) for key in ("state", "max_r2t", "first_burst_len", "initial_r2t")]
              + [((*session, "tgt_ipv4addr"), "0.0.0.0")], [f"target {A} (vmhba64): state logged in -> not logged in"], []),
