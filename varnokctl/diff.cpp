@@ -94,7 +94,7 @@ class diff_reader
 
     std::optional<capture_json> from_this_host()
     {
-        constexpr unsigned whole_host = need_portals | need_sessions | need_identities;
+        constexpr unsigned whole_host = need_portals | need_sessions | need_all_designators;
         const inventory host = read_host({.needs = whole_host, .port = {}, .target = {}});
         run_.failures = host.failures;
         if (host.ports.empty() && !host.failures.empty())
