@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 #include <map>
 #include <set>
-#include <tuple>
 #include <utility>
 
 namespace ctl
@@ -88,8 +87,8 @@ class comparer
 
     void compare_ports()
     {
-        const auto &[old_ports, new_ports] =
-            std::tie(hosts_[before_side].ports, hosts_[after_side].ports);
+        const auto &old_ports = hosts_[before_side].ports;
+        const auto &new_ports = hosts_[after_side].ports;
         pairing pairs(old_ports.size(), new_ports.size());
         const auto match = [&](const auto &key) {
             pairs.match([&](size_t place) { return key(*old_ports[place].object); },
@@ -142,7 +141,8 @@ class comparer
 
     void compare_targets(const captured_port &old_port, const captured_port &new_port)
     {
-        const auto &[old_targets, new_targets] = std::tie(old_port.targets, new_port.targets);
+        const auto &old_targets = old_port.targets;
+        const auto &new_targets = new_port.targets;
         pairing pairs(old_targets.size(), new_targets.size());
         const auto match = [&](const auto &key) {
             pairs.match([&](size_t place) { return key(old_targets[place]); },
@@ -246,8 +246,8 @@ class comparer
     void compare_luns(const both<const captured_port *> &ports,
                       const both<const captured_target *> &targets)
     {
-        const auto &[before, after] =
-            std::tie(targets[before_side]->luns, targets[after_side]->luns);
+        const auto &before = targets[before_side]->luns;
+        const auto &after = targets[after_side]->luns;
         const auto number_of = [](const captured_lun &lun) { return captured_text(*lun.number); };
         pairing pairs(before.size(), after.size());
         const auto match = [&](const auto &old_key, const auto &new_key) {

@@ -229,8 +229,8 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
     }
     const CLI::App *health =
         with_output_options(add_health(app, line.health, line.options.request), line.options);
-    const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     const CLI::App *diff = with_output_options(add_diff(app, line.diff), line.options);
+    const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     put_command_first(app, std::span(argv, static_cast<size_t>(argc)).subspan(argc > 0 ? 1 : 0));
     try {
         app.parse(argc, argv);

@@ -88,7 +88,7 @@ ctl::ending show_scsi(ctl::scsi_options &scsi, const ctl::tool_options &options)
     if (options.as_json) {
         print(ctl::scsi_document(scsi.request, result, options.ascii));
     } else {
-        print(ctl::scsi_text(result));
+        print(ctl::scsi_text(scsi.request, result));
         complain(result.failures, options.quiet);
     }
     return ctl::ending_of({.ports = {}, .failures = result.failures});

@@ -1,6 +1,8 @@
 #include "varnokctl/scsi_command.h"
 
+#include "varnokctl/scsi_decode.h"
 #include "varnokctl/text.h"
+#include "varnokctl/transfer_length.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,38 +11,32 @@
 #include <fstream>
 #include <iterator>
 #include <span>
+#include <string_view>
 
 namespace ctl
 {
 namespace
 {
 
-size_t inquiry_length(const std::vector<uint8_t> &data) { return 5U + data[4]; }
-
-size_t report_luns_length(const std::vector<uint8_t> &data)
-{
-    return 8 + big_endian(std::span(data).first(4));
-}
-
-size_t whole_length(const std::vector<uint8_t> &data) { return data.size(); }
-
 struct shorthand {
     const char *name;
     std::vector<uint8_t> cdb;
-    uint32_t data_in;
-    size_t (*data_length)(const std::vector<uint8_t> &);
 };
 
 const std::vector<shorthand> &shorthands()
 {
     static const std::vector<shorthand> all = {
-        {"tur", {0, 0, 0, 0, 0, 0}, 0, whole_length},
-        {"inquiry", {0x12, 0, 0, 0, 0xFF, 0}, 0xFF, inquiry_length},
-        {"readcap", {0x9E, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 32, 0, 0}, 32, whole_length},
-        {"reportluns", {0xA0, 0, 0, 0, 0, 0, 0, 0, 0x40, 0, 0, 0}, 0x4000, report_luns_length},
+        {"tur", {0, 0, 0, 0, 0, 0}},
+        {"inquiry", {0x12, 0, 0, 0, 0xFF, 0}},
+        {"vpd", {0x12, 1, 0, 0, 0xFC, 0}},
+        {"readcap", {0x9E, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 32, 0, 0}},
+        {"readcap10", {0x25, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"reportluns", {0xA0, 0, 0, 0, 0, 0, 0, 0, 0x40, 0, 0, 0}},
     };
     return all;
 }
+
+constexpr uint32_t usual_block = 512;
 
 // Operation codes that change a medium, even where no data goes out: FORMAT UNIT, SANITIZE, UNMAP,
 // EXTENDED COPY, BLANK, RESET WRITE POINTER, ATA PASS-THROUGH, and all that write, erase or mark.
@@ -51,32 +47,65 @@ constexpr uint8_t changing[] = {
 
 [[noreturn]] void wrong(const std::string &what) { throw usage_error(what); }
 
-uint8_t cdb_byte(const std::string &word)
+// "12", "0x12" or "1200": two hexadecimal digits a byte, or a single one.
+std::vector<uint8_t> bytes_of(const std::string &word)
 {
-    uint8_t byte = 0;
-    const char *end = word.data() + word.size();
-    const auto parsed = std::from_chars(word.data(), end, byte, 16);
-    if (parsed.ec != std::errc() || parsed.ptr != end || word.size() > 2)
-        wrong("the CDB has a byte '" + word + "'; give bytes as two hexadecimal digits each");
-    return byte;
+    std::string_view digits = word;
+    if (digits.starts_with("0x") || digits.starts_with("0X"))
+        digits.remove_prefix(2);
+    std::vector<uint8_t> bytes;
+    while (!digits.empty() && (digits.size() == 1 ? bytes.empty() : true)) {
+        const std::string_view pair = digits.substr(0, 2);
+        uint8_t byte = 0;
+        const auto parsed = std::from_chars(pair.data(), pair.data() + pair.size(), byte, 16);
+        if (parsed.ec != std::errc() || parsed.ptr != pair.data() + pair.size())
+            break;
+        bytes.push_back(byte);
+        digits.remove_prefix(pair.size());
+    }
+    if (bytes.empty() || !digits.empty())
+        wrong("'" + word + "' is no part of a CDB; give bytes as two hexadecimal digits each");
+    return bytes;
 }
 
 void take_command(scsi_options &options)
 {
     constexpr size_t longest_cdb = 16;
-    const auto known = std::ranges::find(shorthands(), options.words.front(), &shorthand::name);
-    if (known != shorthands().end() && options.words.size() == 1) {
-        if (options.data_in || !options.out_file.empty())
-            wrong("'" + options.words.front() + "' knows its data; leave --in and --out out");
-        options.request.cdb = known->cdb;
-        if (known->data_in != 0)
-            options.data_in = known->data_in;
-        options.data_length = known->data_length;
+    std::vector<uint8_t> &cdb = options.request.cdb;
+    const std::string &first = options.words.front();
+    const auto known = std::ranges::find(shorthands(), first, &shorthand::name);
+    if (known == shorthands().end()) {
+        for (const std::string &word : options.words)
+            std::ranges::copy(bytes_of(word), std::back_inserter(cdb));
+        if (cdb.size() > longest_cdb)
+            wrong("the CDB has more than 16 bytes");
         return;
     }
-    if (options.words.size() > longest_cdb)
-        wrong("the CDB has more than 16 bytes");
-    std::ranges::transform(options.words, std::back_inserter(options.request.cdb), cdb_byte);
+    if (options.data_in || !options.out_file.empty())
+        wrong("'" + first + "' knows its data; leave --in and --out out");
+    cdb = known->cdb;
+    if (options.words.size() == 1)
+        return;
+    const std::vector<uint8_t> page = first == "vpd" && options.words.size() == 2
+                                          ? bytes_of(options.words[1])
+                                          : std::vector<uint8_t>();
+    if (page.size() != 1)
+        wrong("only 'vpd' takes another word: the number of one page, in hexadecimal");
+    cdb[2] = page.front();
+}
+
+// A command that is known to return data gets a buffer.
+void find_data(scsi_options &options)
+{
+    const auto length = data_in_of(options.request.cdb);
+    if (options.data_in || !options.out_file.empty() || !length || length->count == 0)
+        return;
+    const uint64_t size = length->count * (length->in_blocks ? usual_block : 1);
+    if (length->in_blocks && size > most_scsi_data)
+        wrong("the command reads more than 16 MiB; read less at once");
+    options.data_in = static_cast<uint32_t>(std::min<uint64_t>(size, most_scsi_data));
+    options.blocks = length->in_blocks ? length->count : 0;
+    options.knows_data = !length->in_blocks;
 }
 
 void take_data(scsi_options &options)
@@ -116,18 +145,40 @@ int save(const std::string &path, const std::vector<uint8_t> &data)
     return written ? 0 : why;
 }
 
+// As READ CAPACITY tells it. Without an answer it is the usual one.
+uint32_t block_size(const scsi_request &reading)
+{
+    scsi_request request = reading;
+    request.cdb = {0x25, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    request.data.assign(8, 0);
+    const scsi_result result = send(request);
+    const auto size =
+        result.data.empty() ? 0 : static_cast<uint32_t>(big_endian(std::span(result.data).last(4)));
+    return size == 0 ? usual_block : size;
+}
+
+// Whether a page is longer than the room that every device takes.
+bool is_longer_page(const scsi_request &request, const std::vector<uint8_t> &data)
+{
+    const size_t length = data.empty() ? 0 : told_length(request.cdb, data);
+    return length > data.size() && length <= UINT16_MAX && data[1] == request.cdb[2];
+}
+
 } // namespace
 
 const char *const scsi_help =
-    "The CDB is 1 to 16 bytes in hexadecimal, after \"--\"; or one of these words:\n"
+    "The CDB is 1 to 16 bytes in hexadecimal (12 00, 1200 or 0x12); or one of these words:\n"
     "  tur         TEST UNIT READY\n"
     "  inquiry     INQUIRY, standard data\n"
+    "  vpd [PAGE]  INQUIRY, a page of vital product data: 00, 80, 83, b0, b2, ...\n"
     "  readcap     READ CAPACITY(16)\n"
+    "  readcap10   READ CAPACITY(10)\n"
     "  reportluns  REPORT LUNS\n"
-    "The words know the length of their data. Any other command moves data only with --in or "
-    "--out,\n"
-    "and --in shows its whole length, with zeros after what the device sent.\n\n"
-    "  varnokctl scsi --port 0 --target 0 --lun 0 --in 255 -- 12 00 00 00 ff 00";
+    "Commands that are known to return data know its length. Any other moves data only with --in "
+    "or\n"
+    "--out. --in shows its whole length, with zeros after what the device sent.\n\n"
+    "  varnokctl scsi --port 0 --target 0 --lun 0 vpd 83\n"
+    "  varnokctl scsi --port 0 --target 0 --lun 0 120000002400";
 
 void complete(scsi_options &options)
 {
@@ -136,14 +187,34 @@ void complete(scsi_options &options)
         wrong("--lun takes 0 to 16383, or 0x and the LUN's 16 hexadecimal digits");
     options.request.lun = *lun;
     take_command(options);
+    find_data(options);
     take_data(options);
 }
 
-scsi_result run_scsi(const scsi_options &options)
+scsi_result run_scsi(scsi_options &options)
 {
-    scsi_result result = send(options.request);
-    if (!result.data.empty() && options.data_length != nullptr)
-        result.data.resize(std::min(result.data.size(), options.data_length(result.data)));
+    scsi_request &request = options.request;
+    scsi_result result;
+    if (options.blocks != 0) {
+        const uint64_t size = options.blocks * block_size(request);
+        if (size > most_scsi_data) {
+            result.failures.push_back({.call = call_name::command_line,
+                                       .cause = failure_cause::wrong_usage,
+                                       .detail = "the command reads more than 16 MiB"});
+            return result;
+        }
+        request.data.resize(size);
+    }
+    result = send(request);
+    if (options.words.front() == "vpd" && is_longer_page(request, result.data)) {
+        const size_t length = told_length(request.cdb, result.data);
+        request.cdb[3] = static_cast<uint8_t>(length >> 8);
+        request.cdb[4] = static_cast<uint8_t>(length);
+        request.data.resize(length);
+        result = send(request);
+    }
+    if (!result.data.empty() && options.knows_data)
+        result.data.resize(std::min(result.data.size(), told_length(request.cdb, result.data)));
     if (!result.carried_out || options.save_file.empty())
         return result;
     const auto error = static_cast<uint32_t>(save(options.save_file, result.data));

@@ -28,8 +28,9 @@ struct scsi_options {
     std::string out_file;
     std::string save_file;
     bool yes = false;
-    // How much of a shorthand's data came from the device, as the data themselves say.
-    size_t (*data_length)(const std::vector<uint8_t> &) = nullptr;
+    // The data's length is known by the command. Then only what the device sent is kept.
+    bool knows_data = false;
+    uint64_t blocks = 0; // that a command reads whose data's length depends on the block size
 };
 
 class usage_error : public std::runtime_error
@@ -40,7 +41,8 @@ class usage_error : public std::runtime_error
 // Makes the request out of the other options. Throws a usage_error.
 void complete(scsi_options &options);
 
-// Sends the request and saves its data in the file asked for.
-scsi_result run_scsi(const scsi_options &options);
+// Sends the request and saves its data in the file asked for. The request becomes the one that was
+// sent: blocks and pages tell their size only then.
+scsi_result run_scsi(scsi_options &options);
 
 } // namespace ctl

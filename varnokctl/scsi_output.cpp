@@ -1,11 +1,13 @@
 #include "varnokctl/scsi_output.h"
 
-#include "varnokctl/json.h"
+#include "varnokctl/scsi_decode.h"
+#include "varnokctl/scsi_names.h"
 #include "varnokctl/sense.h"
 #include "varnokctl/text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <sstream>
 
 namespace ctl
 {
@@ -52,6 +54,28 @@ std::string sense_text(const sense_data &sense)
                        sense.ascq, words.empty() ? "" : ": ", words, hex_bytes(sense.raw, " "));
 }
 
+// A line for each value; those of a list stand below each other.
+std::string decoded_text(const std::vector<decoded_field> &fields)
+{
+    constexpr size_t width = 22;
+    std::string text;
+    for (const decoded_field &field : fields) {
+        std::string title = field.title;
+        std::istringstream lines(field.value.text.empty() ? "-" : field.value.text);
+        for (std::string line; std::getline(lines, line); title.clear())
+            text += padded(title, width) + line + '\n';
+    }
+    return text;
+}
+
+json decoded_object(const std::vector<decoded_field> &fields)
+{
+    json object;
+    for (const decoded_field &field : fields)
+        object[field.key] = field.value.data;
+    return object;
+}
+
 json sense_object(const sense_data &sense)
 {
     return {{"format", sense.descriptors ? "descriptor" : "fixed"},
@@ -65,9 +89,10 @@ json sense_object(const sense_data &sense)
 
 } // namespace
 
-std::string scsi_text(const scsi_result &result)
+std::string scsi_text(const scsi_request &request, const scsi_result &result)
 {
-    std::string text = result.data.empty() ? "" : dump(result.data);
+    std::string text = decoded_text(decode_data(request.cdb, result.data));
+    text += result.data.empty() ? "" : dump(result.data);
     if (const auto sense = decode_sense(result.sense))
         text += sense_text(*sense);
     else if (text.empty() && result.carried_out)
@@ -84,9 +109,11 @@ std::string scsi_document(const scsi_request &request, const scsi_result &result
     document["target"] = request.target;
     document["lun"] = lun_value(request.lun).data;
     document["cdb"] = hex_bytes(request.cdb);
+    document["operation"] = operation_name(request.cdb);
     document["direction"] = directions[request.direction];
     document["length"] = request.data.size();
     document["data"] = has_data ? json(hex_bytes(result.data)) : json();
+    document["decoded"] = decoded_object(decode_data(request.cdb, result.data));
     document["sense"] = sense ? sense_object(*sense) : json();
     return finished_text(document, result.failures, ascii);
 }

@@ -8,8 +8,8 @@
 namespace ctl
 {
 
-// Data as a dump, and sense data in words and bytes.
-std::string scsi_text(const scsi_result &result);
+// Data in words where they are known, and as a dump; sense data in words and bytes.
+std::string scsi_text(const scsi_request &request, const scsi_result &result);
 
 std::string scsi_document(const scsi_request &request, const scsi_result &result, bool ascii);
 

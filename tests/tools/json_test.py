@@ -214,7 +214,8 @@ class JsonTest(ToolCase):
         for key in list(shown):
             self.assertFalse(VALIDATOR.is_valid({k: v for k, v in shown.items() if k != key}), key)
         self.assertEqual(self.document(LAB, *lun, "0", "inquiry")["data"][16:28], b"MOLVAR".hex())
-        self.assertEqual(self.document(LAB, *lun, "0", "tur")["data"], None)
+        nothing = self.document(LAB, *lun, "0", "tur")
+        self.assertEqual([nothing[key] for key in ("data", "decoded", "operation")], [None, None, "Test Unit Ready"])
 
         lab = json.loads(LAB.read_text())
         fault = {"driver": "rovani", "request": "scsi_cmd", "times": 0}
@@ -235,6 +236,37 @@ class JsonTest(ToolCase):
             port = "0" if status == 4 else "9"
             got = self.document(self.scenario(host), "scsi", "-p", port, "-t", "0", "-l", "0", "tur", status=status)
             self.assertEqual([f["call"] for f in got["failures"]], ["VARNOK_" + call])
+
+    def test_scsi_data_in_words(self):
+        names = [{"t10": "VENDOR  \\ a"}, *({"scsi_name": f"iqn.{n}." + "x" * 200} for n in range(3)), {"naa": "0x5000000000000002"}]
+        path = self.scenario({"ports": [{"driver": "dxo", "sessions": [{"luns": [
+            {"size": "8 TiB", "block_size": 4096, "physical_block_size": 8192, "provisioning": "thin", "serial": "S\x1b",
+             "designators": names}, {"lun": 300, "size": 0}]}]}]})
+        lun = ["scsi", "-p", "0", "-t", "0", "-l", "0"]
+        cases = [
+            (["inquiry"], {"type": {"code": 0, "text": "disk"}, "vendor": "MOLVAR", "removable": False}),
+            (["vpd"], {"pages": ["00", "80", "83", "b0", "b2"]}), (["vpd", "80"], {"serial": "S\\x1B"}),
+            (["vpd", "b0"], {"optimal_granularity": 2, "maximum_transfer": None}),
+            (["vpd", "b2"], {"provisioning": {"code": 2, "text": "thin"}}),
+            (["readcap"], {"last_block": 2**31 - 1, "block_size": 4096, "bytes": str(2**43), "physical_block_size": 8192, "managed": True}),
+            (["readcap10"], {"last_block": 2**31 - 1, "bytes": str(2**43)}), (["reportluns"], {"count": 2}),
+            (["030000001200"], {"cause": "no sense: no additional sense information"}),
+        ]
+        for words, expected in cases:
+            got = self.document(path, *lun, *words)["decoded"]
+            self.assertEqual({key: got[key] for key in expected}, expected)
+        self.assertEqual([l["number"] for l in self.document(path, *lun, "reportluns")["decoded"]["luns"]], [0, 300])
+        page = self.document(path, *lun, "vpd", "83")  # longer than the first answer
+        self.assertEqual([d["value"] for d in page["decoded"]["designators"]],
+                         ["VENDOR  \\x5C a", *(name["scsi_name"] for name in names[1:4]), "5000000000000002"])
+        self.assertEqual([d["type"]["text"] for d in page["decoded"]["designators"]][::4], ["T10 vendor identification", "NAA"])
+        block = self.document(path, *lun, "28000000000000000300")
+        self.assertEqual((block["operation"], block["length"], len(block["data"]), block["decoded"]), ("Read(10)", 3 * 4096, 6 * 4096, None))
+        large = self.document(path, *lun, "28000000000000100100", status=1)  # by its block size
+        self.assertIn("16 MiB", large["failures"][0]["meaning"])
+        cut = self.document(path, *lun, "--in", "9", "120183010000")
+        self.assertEqual(cut["decoded"], {"designators": []})
+        self.assertEqual(self.document(path, *lun, "--in", "3", "120183010000")["decoded"], None)
 
 
 if __name__ == "__main__":

@@ -3,6 +3,7 @@
 tgtd serves a loopback port from user space; what the library says of it must equal what libiscsi's own tools say."""
 
 import ctypes
+import json
 import os
 import pathlib
 import pty
@@ -80,6 +81,9 @@ class LiveTest(unittest.TestCase):
                     os.truncate(image, size)
                 self.assertEqual(admin("new", "--mode", "logicalunit", "--tid", str(tid), "--lun", str(lun),
                                        "-b", str(image)), 0)
+                # The first LUNs of both targets say that they are one device.
+                self.assertEqual(admin("update", "--mode", "logicalunit", "--tid", str(tid), "--lun", str(lun), "--params",
+                                       f"scsi_id=ID {lun},scsi_sn=SN-{lun}"), 0)
             self.assertEqual(admin("bind", "--mode", "target", "--tid", str(tid), "-I", "ALL"), 0)
         self.admin = admin
 
@@ -116,6 +120,29 @@ class LiveTest(unittest.TestCase):
                 tree = self.inventory(driver, "tree")
                 for name in names:
                     self.assertIn(f"{name}  {self.portal}", tree)
+
+    def test_identities_are_those_of_the_initiator_s_own_tools(self):
+        result = subprocess.run(self.on_host("pelt", BIN / "varnokctl", "luns", "--identity", "--json"), capture_output=True, text=True,
+                                timeout=60, check=True)
+        luns = [lun for lun in json.loads(result.stdout)["luns"] if lun["type"]["text"] == "disk"]
+        wwids, serials = ([lun["identity"][key] for lun in luns] for key in ("wwid", "serial"))
+        self.assertEqual((wwids[0], serials), (wwids[2], ["SN-1", "SN-2", "SN-1"]))
+        self.assertNotEqual(wwids[0], wwids[1])
+        for lun in luns:
+            identity, place = lun["identity"], f"iscsi://{self.portal}/{NAMES[lun['target']]}/{lun['lun']['number']}"
+            serial, page = (libiscsi("iscsi-inq", "-e", "1", "-c", str(number), place) for number in (0x80, 0x83))
+            self.assertEqual(re.search(r"Serial Number:\[ *(.*?) *\]", serial)[1], identity["serial"])
+            theirs = re.findall(r"Code Set:\((\d+)\)[^(]+Association:\((\d+)\)[^(]+Type:\((\d+)\)[^[]+\[(.*?)\]", page)
+            words = subprocess.run(self.on_host("pelt", BIN / "varnokctl", *f"scsi -p 0 -t {lun['target']}".split(), "-l",
+                                                lun["lun"]["raw"], "vpd", "83", "--json"),
+                                   capture_output=True, text=True, timeout=60, check=True)
+            ours = json.loads(words.stdout)["decoded"]["designators"]
+            self.assertEqual([(d["code_set"]["code"], d["association"]["code"], d["type"]["code"]) for d in ours],
+                             [tuple(map(int, codes)) for *codes, _ in reversed(theirs)])
+            # Of binary designators the other tool shows only the first byte.
+            self.assertEqual([d["value"] if d["code_set"]["code"] == 2 else chr(int(d["value"][:2], 16)) for d in ours],
+                             [text for *_, text in reversed(theirs)])
+            self.assertEqual(identity["wwid"], "3" + max(d["value"] for d in ours if d["type"]["code"] == 3))
 
     def test_data_sense_and_a_target_that_goes_away(self):
         block = bytes(range(256)).hex() * 2

@@ -116,7 +116,12 @@ class ToolsTest(ToolCase):
         block.write_bytes(bytes(range(256)) * 2)
         path = self.scenario({"ports": [{"driver": "dxo", "sessions": [{"luns": [
             {"size": "8 TiB", "file": str(folder / "disk")}, {"lun": 300, "device_type": 5}]}]}]})
-        steps = [(0, [*disk, "inquiry"]), (0, [*disk, "readcap"]), (0, [*disk, "reportluns"]), (0, [*disk, "tur"]),
+        steps = [(0, [*disk, "inquiry"]), (0, [*disk, "readcap"]), (0, [*disk, "readcap10"]), (0, [*disk, "reportluns"]),
+                 (0, [*disk, "tur"]), *((0, [*disk, "vpd", *page]) for page in ([], ["83"], ["0x80"], ["b0"])),
+                 (1, [*disk, "vpd", "99"]), (2, [*disk, "vpd", "831"]), (2, [*disk, "vpd", "8380"]), (2, [*disk, "vpd", "8", "3"]),
+                 (2, [*disk, "tur", "1"]), (0, [*disk, "1201", "0x80", "00ff00"]), (0, [*disk, "03 00 00 00 ff 00".replace(" ", "")]),
+                 (0, [*disk, "280000000000", "00000100"]), (2, [*disk, "2800000000000080010000"]), (2, [*disk, "12345"]),
+                 (2, [*disk, "88" + "00" * 9 + "0000ffff" + "0000"]),
                  (0, [*lun, "300", "--in", "300", "--", *"12 0 0 1 2c 0".split()]),
                  (0, [*lun, "0x412c000000000000", "tur"]),
                  (1, [*lun, "1", "tur"]), (1, [*disk, "--", "ff"]), (1, [*disk, "--in", "8", "--", "88", *["ff"] * 15]),
