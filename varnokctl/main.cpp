@@ -97,7 +97,8 @@ ctl::ending show_scsi(ctl::scsi_options &scsi, const ctl::tool_options &options)
 int show_health(const ctl::health_request &health, const ctl::tool_options &options)
 {
     ctl::inventory_request request = options.request;
-    request.needs = ctl::need_portals | ctl::need_sessions | ctl::need_identities;
+    request.needs = ctl::need_portals | ctl::need_sessions |
+                    (health.against.empty() ? ctl::need_identities : ctl::need_all_designators);
     ctl::inventory host =
         ctl::read_host(request, options.quiet ? ctl::progress::none() : ctl::progress(stderr));
     const ctl::output_style style =

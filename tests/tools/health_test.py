@@ -22,7 +22,6 @@ def fault(**more):
     return {"faults": [{**FAULT, **more}]}
 
 
-COMMAND = {"request": "scsi_cmd", "times": 1}
 CASES = [  # a host, and what is found: the rule, the ports, and a part of the text
     (host(), []),
     (host(**fault(status=6)), [("port-unreadable", [1], "driver status 6")]),
@@ -34,8 +33,8 @@ CASES = [  # a host, and what is found: the rule, the ports, and a part of the t
     (host(second={"sessions": [], "ipv4addr": "10.9.9.9", "ipv6addr": "::"}), [("port-up-without-sessions", [1], "port 1")]),
     (host(session={"state": 0}), [("session-not-logged-in", [1], "iqn.a: not logged in"), ("single-path", [0, 1], "1 of 2")]),
     (host(**fault(request="scsi_cmd", status=6)), [("target-unreadable", [1], "VARNOK_GetLunInfo, port 1, target 0")]),
-    (host(**fault(**COMMAND, nth=2, sense="06/29/00")), [("list-incomplete", [1], "target 0")]),
-    (host(**fault(**COMMAND, nth=6, sense="02/04/01")), [("lun-unreadable", [1], "identity of LUN 0")]),
+    (host(session={"luns": [{"device": "disk"}, {"repeat": 2047, "designators": []}]}), [("list-incomplete", [1], "target 0")]),
+    (host(**fault(request="scsi_cmd", nth=6, times=1, sense="02/04/01")), [("lun-unreadable", [1], "does not tell its identity")]),
     (host(session={"luns": [{"device": "disk"}, {"size": 0}]}), [("lun-unreadable", [1], "LUN 1: the disk tells no size"),
                                                                 ("single-path", [1], "by port 1; port 0 leads")]),
     (host(session={"luns": [{"device_type": 5, "designators": []}, {"device": "disk"}]}), []),
