@@ -155,8 +155,8 @@ void put_command_first(const CLI::App &app, std::span<char *> arguments)
             return;
         const auto subs = app.get_subcommands({});
         if (std::ranges::find(subs, word, &CLI::App::get_name) != subs.end()) {
-            std::ranges::rotate(arguments.first(at + 1),
-                                arguments.begin() + static_cast<ptrdiff_t>(at));
+            const auto place = arguments.begin() + static_cast<ptrdiff_t>(at);
+            std::rotate(arguments.begin(), place, place + 1);
             return;
         }
         const auto takes_it = [&](const CLI::App *sub) {

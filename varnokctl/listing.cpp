@@ -64,18 +64,16 @@ std::string listing_text(const inventory &host, const record_kind &kind, const o
     for (const record_field *field : fields)
         columns.push_back(
             {field->title, field->shape == look::number, field->shape == look::long_text});
-    std::vector<table_row> rows;
-    for (const listed_record &record : records) {
-        if (record.failed != nullptr) {
-            rows.push_back(failed_row(fields, record));
-            continue;
-        }
-        table_row &row = rows.emplace_back();
-        row.cells.reserve(fields.size());
-        row.bad = kind.is_bad != nullptr && kind.is_bad(record);
-        for (const record_field *field : fields)
-            row.cells.push_back(text_of(*field, record, style));
-    }
+    const table_rows rows = {records.size(), [&](size_t number) {
+                                 const listed_record &record = records[number];
+                                 if (record.failed != nullptr)
+                                     return failed_row(fields, record);
+                                 table_row row;
+                                 row.bad = kind.is_bad != nullptr && kind.is_bad(record);
+                                 for (const record_field *field : fields)
+                                     row.cells.push_back(text_of(*field, record, style));
+                                 return row;
+                             }};
     return style.details && chosen.columns.empty() ? sheets_text(columns, rows, style)
                                                    : table_text(columns, rows, style);
 }

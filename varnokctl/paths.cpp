@@ -81,7 +81,7 @@ std::string paths_text(const inventory &host, const output_style &style)
     }
     if (rows.empty())
         return host.failures.empty() ? "no LUNs\n" : "";
-    return table_text(columns, rows, style);
+    return table_text(columns, {rows.size(), [&](size_t at) { return rows[at]; }}, style);
 }
 
 std::string paths_document(const inventory &host, bool ascii)

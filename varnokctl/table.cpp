@@ -17,15 +17,15 @@ const std::string &shown(const std::string &cell)
     return cell.empty() ? nothing : cell;
 }
 
-std::vector<size_t> natural_widths(const std::vector<table_column> &columns,
-                                   const std::vector<table_row> &rows)
+std::vector<size_t> natural_widths(const std::vector<table_column> &columns, const table_rows &rows)
 {
     std::vector<size_t> widths;
-    for (size_t at = 0; at < columns.size(); ++at) {
-        size_t width = display_width(columns[at].title);
-        for (const table_row &row : rows)
-            width = std::max(width, display_width(shown(row.cells[at])));
-        widths.push_back(width);
+    for (const table_column &column : columns)
+        widths.push_back(display_width(column.title));
+    for (size_t number = 0; number < rows.count; ++number) {
+        const table_row row = rows.row(number);
+        for (size_t at = 0; at < columns.size(); ++at)
+            widths[at] = std::max(widths[at], display_width(shown(row.cells[at])));
     }
     return widths;
 }
@@ -72,7 +72,7 @@ std::string line_of(const table_row &row, const std::vector<table_column> &colum
 
 } // namespace
 
-std::string table_text(const std::vector<table_column> &columns, const std::vector<table_row> &rows,
+std::string table_text(const std::vector<table_column> &columns, const table_rows &rows,
                        const output_style &style)
 {
     std::vector<size_t> widths = natural_widths(columns, rows);
@@ -82,22 +82,24 @@ std::string table_text(const std::vector<table_column> &columns, const std::vect
     for (const table_column &column : columns)
         titles.cells.push_back(column.title);
     std::string text = style.headings ? line_of(titles, columns, widths, style) : "";
-    for (const table_row &row : rows) {
+    for (size_t number = 0; number < rows.count; ++number) {
+        const table_row row = rows.row(number);
         text += text.empty() || row.above.empty() ? "" : "\n";
         text += row.above + line_of(row, columns, widths, style);
     }
     return text;
 }
 
-std::string sheets_text(const std::vector<table_column> &columns,
-                        const std::vector<table_row> &rows, const output_style &style)
+std::string sheets_text(const std::vector<table_column> &columns, const table_rows &rows,
+                        const output_style &style)
 {
     size_t width = 0;
     for (const table_column &column : columns)
         width = std::max(width, display_width(column.title));
     const size_t room = std::max(style.width, width + gap.size() + least_width);
     std::string text;
-    for (const table_row &row : rows) {
+    for (size_t number = 0; number < rows.count; ++number) {
+        const table_row row = rows.row(number);
         text += (text.empty() ? "" : "\n") + row.above;
         for (size_t at = 0; at < columns.size(); ++at) {
             const std::string title = padded(columns[at].title, width) + std::string(gap);

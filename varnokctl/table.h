@@ -3,6 +3,8 @@
 
 #include "varnokctl/text.h"
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,14 +23,21 @@ struct table_row {
     std::string above{}; // lines that begin a block; a blank line comes before them
 };
 
+// The rows are made when they are needed, twice for a table: many of them take more memory than the
+// records that they show.
+struct table_rows {
+    size_t count;
+    std::function<table_row(size_t)> row;
+};
+
 // A line for each row, below a heading. Empty cells show a dash. A table that cannot be made as
 // narrow as the style's width becomes a block for each row.
-std::string table_text(const std::vector<table_column> &columns, const std::vector<table_row> &rows,
+std::string table_text(const std::vector<table_column> &columns, const table_rows &rows,
                        const output_style &style);
 
 // The same as a block for each row, with a line for each cell. Only lines that are wider than the
 // width are cut.
-std::string sheets_text(const std::vector<table_column> &columns,
-                        const std::vector<table_row> &rows, const output_style &style);
+std::string sheets_text(const std::vector<table_column> &columns, const table_rows &rows,
+                        const output_style &style);
 
 } // namespace ctl
