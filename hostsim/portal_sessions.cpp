@@ -45,7 +45,7 @@ void put_endpoint(const tcp_endpoint &from, Record &r, size_t ipv4_port, size_t 
     const bool on_ipv4 = !from.ipv4.empty();
     const std::string &address = on_ipv4 ? from.ipv4 : from.ipv6;
     auto *const bytes = reinterpret_cast<uint8_t *>(&r);
-    std::memcpy(bytes + (on_ipv4 ? ipv4 : ipv6), address.data(), address.size());
+    std::ranges::copy(address, bytes + (on_ipv4 ? ipv4 : ipv6));
     std::memcpy(bytes + (on_ipv4 ? ipv4_port : ipv6_port), &from.tcp_port, sizeof from.tcp_port);
 }
 

@@ -191,11 +191,12 @@ varnok_drv_session_info session_record(const port &p, const session_description 
 
     varnok_drv_session_info r{};
     r.sess_num = number;
-    r.sess_unique = target;
     std::memcpy(r.init_iqn, owner.iqn, sizeof r.init_iqn);
-    std::memcpy(r.init_mac, owner.mac, sizeof r.init_mac);
     print(r.tgt_iqn, "iqn.2004-01.com.example:storage.%llu",
           static_cast<unsigned long long>(target));
+    const varnok_drv_session_info names = r;
+    r.sess_unique = target;
+    std::memcpy(r.init_mac, owner.mac, sizeof r.init_mac);
     put_mac(r.tgt_mac, 0x53, target);
     if (is_on_ipv6(s)) {
         std::memcpy(r.init_ipv6addr, owner.ipv6addr, sizeof r.init_ipv6addr);
@@ -222,6 +223,8 @@ varnok_drv_session_info session_record(const port &p, const session_description 
     r.tgt_prtl_grp = 1;
     r.num_active_conn = r.max_conns = 1;
     r.cid = r.iscsi_cid = number;
+    if (!s.logged_in)
+        r = names;
 
     varnok_drv_tgt_info given{};
     apply_settings(s.target_settings, &given);

@@ -30,6 +30,7 @@ inline constexpr uint32_t most_copies = 65536; // of one description
 struct session_description {
     uint32_t first = 0; // its first copy's session number
     uint32_t copies = 1;
+    bool logged_in = true; // else its record has only names and what is given
     settings session_settings;
     settings target_settings;
     std::shared_ptr<const lun_list> luns = no_luns(); // never null
@@ -38,6 +39,7 @@ struct session_description {
 
 inline constexpr member<session_description> session_members[] = {
     {"repeat", number<&session_description::copies, 1, most_copies>},
+    {"logged_in", made_by<&session_description::logged_in, to_bool>},
 };
 
 struct port_description {

@@ -1,12 +1,15 @@
 #include "varnokctl/capture.h"
 
 #include "varnokctl/capture_luns.h"
+#include "varnokctl/driver_codes.h"
+#include "varnokctl/fields.h"
 #include "varnokctl/json.h"
 #include "varnokctl/text.h"
 
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
+#include <set>
 #include <span>
 #include <string_view>
 
@@ -14,34 +17,6 @@ namespace ctl
 {
 namespace
 {
-
-// A code of the library's records, and the driver's number for the same.
-struct code_pair {
-    uint32_t reported, driver;
-};
-
-constexpr code_pair pcie_speeds[] = {
-    {VARNOK_PCIE_SPEED_2_5GT, 20}, {VARNOK_PCIE_SPEED_5_0GT, 21}, {VARNOK_PCIE_SPEED_8_0GT, 22}};
-
-constexpr code_pair pcie_widths[] = {{VARNOK_PCIE_WIDTH_X1, 1},   {VARNOK_PCIE_WIDTH_X2, 2},
-                                     {VARNOK_PCIE_WIDTH_X4, 4},   {VARNOK_PCIE_WIDTH_X8, 8},
-                                     {VARNOK_PCIE_WIDTH_X16, 16}, {VARNOK_PCIE_WIDTH_X32, 32}};
-
-constexpr code_pair port_states[] = {
-    {VARNOK_PORT_STATE_0, 0}, {VARNOK_PORT_STATE_1, 1}, {VARNOK_PORT_STATE_OTHER, 2}};
-
-constexpr code_pair port_speeds[] = {{VARNOK_PORT_SPEED_10G, 10000},
-                                     {VARNOK_PORT_SPEED_20G, 20000},
-                                     {VARNOK_PORT_SPEED_25G, 25000},
-                                     {VARNOK_PORT_SPEED_40G, 40000},
-                                     {VARNOK_PORT_SPEED_50G, 50000}};
-
-// 0 for a code that is not in the list: the library did not know the driver's number.
-uint32_t driver_code(std::span<const code_pair> codes, uint32_t reported)
-{
-    const auto found = std::ranges::find(codes, reported, &code_pair::reported);
-    return found == codes.end() ? 0 : found->driver;
-}
 
 template <size_t Size>
 std::string whole_ip(const uint8_t (&address)[Size])
@@ -103,6 +78,15 @@ json target_object(const VARNOK_TGT_INFO &info)
     return object;
 }
 
+// A session that never logged in has no more than what is known of it.
+void leave_out_unknown(json &object)
+{
+    static const std::set<json> unknown = {0, "0.0.0.0", "::", "00:00:00:00:00:00", "000000000000"};
+    for (auto member = object.begin(); member != object.end();)
+        member = unknown.contains(*member) && member.key() != "sess_num" ? object.erase(member)
+                                                                         : std::next(member);
+}
+
 json session_array(const port_entry &port, const captured_luns &luns)
 {
     json array = json::array();
@@ -114,6 +98,12 @@ json session_array(const port_entry &port, const captured_luns &luns)
         if (at < port.targets.size()) {
             object["target"] = target_object(port.targets[at].info);
             object["luns"] = luns.array_of(port.targets[at]);
+        }
+        if (at < port.sessions.size() && !is_negotiated(port.sessions[at].info)) {
+            object["logged_in"] = false;
+            leave_out_unknown(object);
+            if (object.contains("target"))
+                leave_out_unknown(object["target"]);
         }
         array.push_back(object);
     }
@@ -134,8 +124,8 @@ void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
         object["mfw_version"] = version_number(info.MFWVersion);
     object["mac"] = hex_bytes(info.MAC, ":");
     object["mtu"] = +info.MTU;
-    object["port_state"] = driver_code(port_states, info.PortState);
-    object["port_speed"] = driver_code(port_speeds, info.PortSpeed);
+    object["port_state"] = driver_code(port_state_codes, info.PortState);
+    object["port_speed"] = driver_code(port_speed_codes, info.PortSpeed);
     object["session_cnt"] = +info.SessCount;
     object["vendor_id"] = pci_id(info.VendorID);
     object["device_id"] = pci_id(info.DeviceID);
@@ -147,8 +137,8 @@ void put_port(json &object, const VARNOK_PHY_PORT_INFO &info)
     object["function_num"] = +info.PciFunctionNum;
     object["revision"] = +info.PciRevision;
     object["port_num"] = +info.PhyPortNum;
-    object["pcie_speed"] = driver_code(pcie_speeds, info.PCIESpeed);
-    object["pcie_width"] = driver_code(pcie_widths, info.PCIEWidth);
+    object["pcie_speed"] = driver_code(pcie_speed_codes, info.PCIESpeed);
+    object["pcie_width"] = driver_code(pcie_width_codes, info.PCIEWidth);
     object["chip_rev_id"] = +info.ChipRevId;
 }
 

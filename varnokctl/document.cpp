@@ -56,11 +56,14 @@ json port_object(const port_entry &port)
 
 } // namespace
 
-std::string listing_document(const inventory &host, const record_kind &kind, bool ascii)
+std::string listing_document(const inventory &host, const record_kind &kind, bool ascii,
+                             const selection &chosen)
 {
     json document = new_document(kind.key);
     document[kind.key] = json::array();
-    for (const listed_record &record : records_of(host, kind))
+    std::vector<listed_record> records = records_of(host, kind);
+    sort_records(records, chosen);
+    for (const listed_record &record : records)
         document[kind.key].push_back(record_object(kind, record));
     return finished_text(document, host.failures, ascii);
 }
@@ -86,12 +89,12 @@ std::string version_document(const char *tool_version, bool ascii)
     return finished_text(document, {}, ascii);
 }
 
-std::string usage_document(std::string_view what_is_wrong, bool ascii)
+std::string usage_document(const std::string &what_is_wrong, bool ascii)
 {
     json document = new_document("usage");
     const failed_call failure = {.call = call_name::command_line,
                                  .cause = failure_cause::wrong_usage,
-                                 .detail = safe_text(what_is_wrong)};
+                                 .detail = what_is_wrong};
     return finished_text(document, {failure}, ascii);
 }
 

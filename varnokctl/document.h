@@ -3,16 +3,19 @@
 #pragma once
 
 #include "varnokctl/fields.h"
+#include "varnokctl/selection.h"
 
 #include <string>
-#include <string_view>
 
 namespace ctl
 {
 
-std::string listing_document(const inventory &host, const record_kind &kind, bool ascii);
+std::string listing_document(const inventory &host, const record_kind &kind, bool ascii,
+                             const selection &chosen = {});
 std::string tree_document(const inventory &host, bool ascii);
 std::string version_document(const char *tool_version, bool ascii);
-std::string usage_document(std::string_view what_is_wrong, bool ascii);
+
+// The text is safe already.
+std::string usage_document(const std::string &what_is_wrong, bool ascii);
 
 } // namespace ctl

@@ -27,6 +27,7 @@ constexpr std::string_view call_texts[] = {
     "VARNOK_GetTgtInfo",
     "VARNOK_GetLunInfo",
     "VARNOK_SendScsiCommand",
+    "read",
     "write",
     "varnokctl",
 };
@@ -88,6 +89,7 @@ struct cause_words {
 // These words replace those of the status.
 constexpr cause_words causes[] = {
     {failure_cause::refused_by_system, "", "", see_device},
+    {failure_cause::file_not_read, "", "", "see that the file is there and can be read"},
     {failure_cause::file_not_written, "", "",
      "see that the file can be written; the command itself was carried out"},
     {failure_cause::no_adapters, "", "this host has no adapters", load_driver},
@@ -101,8 +103,11 @@ constexpr cause_words causes[] = {
      see_target},
     {failure_cause::no_such_target, "no such target", "answered, but there is no such target",
      "see the targets with 'varnokctl targets'"},
+    {failure_cause::several_targets, "several targets", "more than one target has such a name",
+     "name one of them: see 'varnokctl targets'"},
     {failure_cause::list_incomplete, "list incomplete", "the target counts more LUNs than it lists",
      "repeat the command; of more than 2047 LUNs only the first are listed"},
+    {failure_cause::no_capture, "no capture", "", "give what 'varnokctl capture' printed"},
     {failure_cause::wrong_usage, "wrong usage", "", "see 'varnokctl --help'"},
 };
 
@@ -199,7 +204,7 @@ failure_advice advice_on(const failed_call &failure)
 
 std::string_view call_text(call_name call) { return call_texts[static_cast<size_t>(call)]; }
 
-std::string failure_text(const failed_call &failure)
+std::string failure_text(const failed_call &failure, bool with_advice)
 {
     const failure_advice advice = advice_on(failure);
     std::string text(call_text(failure.call));
@@ -211,7 +216,8 @@ std::string failure_text(const failed_call &failure)
         text += fmt::format(", LUN {}", lun_number(*failure.lun));
     if (!advice.number.empty())
         text += fmt::format(": {} ({})", advice.name, advice.number);
-    return text + fmt::format(": {}; next: {}", advice.meaning, advice.next);
+    text += ": " + advice.meaning;
+    return with_advice ? text + "; next: " + advice.next : text;
 }
 
 } // namespace ctl

@@ -24,6 +24,7 @@ enum class call_name {
     get_tgt_info,
     get_lun_info,
     send_scsi_command,
+    read_file,
     write_file,
     command_line,
 };
@@ -35,12 +36,15 @@ enum class failure_cause {
     no_adapters,
     no_such_port,
     too_much_data,
-    file_not_written, // the status is an error number
+    file_not_read,    // the status is an error number
+    file_not_written, // the same
     // No call failed:
     refused_by_device,
     not_told, // the device refused what a list needs; the detail says why
     no_such_target,
+    several_targets,
     list_incomplete,
+    no_capture,
     wrong_usage,
 };
 
@@ -68,11 +72,11 @@ struct failure_advice {
 
 failure_advice advice_on(const failed_call &failure);
 
-// "VARNOK_GetLunInfo"; "write" for a file and "varnokctl" for the command line.
+// "VARNOK_GetLunInfo"; "read" or "write" for a file and "varnokctl" for the command line.
 std::string_view call_text(call_name call);
 
 // "VARNOK_GetLunInfo, port 0, target 2: VARNOK_STATUS_DRIVER_6 (0x80000006): driver status 6; next:
 // look in the system log"
-std::string failure_text(const failed_call &failure);
+std::string failure_text(const failed_call &failure, bool with_advice = true);
 
 } // namespace ctl

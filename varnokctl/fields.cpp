@@ -39,12 +39,9 @@ field_value octets(std::span<const uint8_t> bytes, std::string_view separator = 
     return known ? same(hex_bytes(bytes, separator)) : field_value{};
 }
 
-// The protocol has no bursts of length 0 and no limit of 0 requests, so both together stand for a
-// session that never logged in. Then its other values are not known either.
 field_value negotiated(const VARNOK_SESS_INFO &session, const field_value &value)
 {
-    const bool known = session.FirstBurstLength != 0 || session.MaxOutstandingR2T != 0;
-    return known ? value : field_value{};
+    return is_negotiated(session) ? value : field_value{};
 }
 
 // A driver's number, and our reading of it.
@@ -344,6 +341,11 @@ const session_entry *session_of(const port_entry &port, uint32_t target)
 {
     const auto found = std::ranges::lower_bound(port.sessions, target, {}, &session_entry::target);
     return found != port.sessions.end() && found->target == target ? &*found : nullptr;
+}
+
+bool is_negotiated(const VARNOK_SESS_INFO &session)
+{
+    return session.FirstBurstLength != 0 || session.MaxOutstandingR2T != 0;
 }
 
 ip_endpoint target_endpoint(const VARNOK_SESS_INFO &session)

@@ -62,6 +62,10 @@ std::string text_of(const record_field &field, const listed_record &record,
 // The session that leads to a port's target; null when it was not read.
 const session_entry *session_of(const port_entry &port, uint32_t target);
 
+// False for a session that never logged in: the protocol has no bursts of length 0 and no limit of 0
+// requests. Then its other values are not known either.
+bool is_negotiated(const VARNOK_SESS_INFO &session);
+
 // Where a target is reached: by what its session says, and by what the target itself says.
 ip_endpoint target_endpoint(const VARNOK_SESS_INFO &session);
 ip_endpoint target_endpoint(const VARNOK_TGT_INFO &target);

@@ -33,11 +33,15 @@ class inventory_reader
             return note_missing_port();
         if (!good(call_name::get_port_count, status))
             return;
-        if (request_.port)
-            read_port(*request_.port); // the library knows best whether there is one
+        if (const auto number = request_.port.number())
+            read_port(*number); // the library knows best whether there is one
         else
             for (uint32_t instance = 0; instance < count; ++instance)
                 read_port(instance);
+        if (host_.ports.empty() && !request_.port.any() && host_.failures.empty())
+            host_.failures.push_back({.call = call_name::get_phy_port_info,
+                                      .cause = failure_cause::no_such_port,
+                                      .status = VARNOK_STATUS_NOT_FOUND});
         note_missing_target();
     }
 
@@ -49,15 +53,14 @@ class inventory_reader
     }
 
     bool needs(unsigned what) const { return (request_.needs & what) == what; }
-    bool wants_target(uint32_t number) const { return request_.target.value_or(number) == number; }
 
     // Without adapters there is no such port. Opening it gets the library's own answer.
     void note_missing_port()
     {
         uint32_t handle = 0;
-        if (request_.port)
-            good(call_name::open_adapter, VARNOK_OpenAdapter(*request_.port, &handle),
-                 request_.port);
+        const std::optional<uint32_t> number = request_.port.number();
+        if (!request_.port.any())
+            good(call_name::open_adapter, VARNOK_OpenAdapter(number.value_or(0), &handle), number);
     }
 
     // All ports were read, but none has the target that was asked for.
@@ -66,12 +69,12 @@ class inventory_reader
         size_t found = 0;
         for (const port_entry &port : host_.ports)
             found += port.targets.size() + port.sessions.size();
-        if (!request_.target || found != 0 || host_.ports.empty() || !host_.failures.empty())
+        if (request_.target.any() || found != 0 || host_.ports.empty() || !host_.failures.empty())
             return;
         const call_name call =
             needs(need_targets) ? call_name::get_tgt_info : call_name::get_session_info;
-        host_.failures.push_back(
-            {call, failure_cause::no_such_target, request_.port, request_.target});
+        host_.failures.push_back({call, failure_cause::no_such_target, request_.port.number(),
+                                  request_.target.number()});
     }
 
     void read_port(uint32_t instance)
@@ -83,7 +86,9 @@ class inventory_reader
         if (!good(call_name::open_adapter, status, instance))
             return;
         port_entry &port = host_.ports.back();
-        if (read_info(port, handle)) {
+        const bool known = read_info(port, handle);
+        const bool wanted = !known || request_.port.fits(instance, *port.info);
+        if (known && wanted) {
             if (needs(need_portals))
                 read_portal(port, handle);
             if (needs(need_sessions))
@@ -92,6 +97,8 @@ class inventory_reader
                 read_targets(port, handle);
         }
         good(call_name::close_adapter, VARNOK_CloseAdapter(handle), instance);
+        if (!wanted)
+            host_.ports.pop_back();
     }
 
     // This comes first: it also refreshes the session count, which the other queries go by.
@@ -130,7 +137,7 @@ class inventory_reader
         uint32_t target = 0; // a port lists its targets in the order of its sessions
         for (const VARNOK_SESS_INFO &info :
              list_of(port, call_name::get_session_info, handle, VARNOK_GetSessionInfo)) {
-            if (wants_target(target))
+            if (request_.target.fits(target, info.TargetName))
                 port.sessions.push_back({target, info});
             ++target;
         }
@@ -142,7 +149,7 @@ class inventory_reader
         size_t place = 0;
         for (const VARNOK_TGT_INFO &info : list) {
             ++place;
-            if (!wants_target(info.ScsiTgtNum))
+            if (!request_.target.fits(info.ScsiTgtNum, info.TargetName))
                 continue;
             target_entry &target = port.targets.emplace_back(target_entry{info});
             const open_target where = {handle, port.instance, info.ScsiTgtNum};

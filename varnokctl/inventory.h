@@ -1,6 +1,7 @@
 // Reads a host's adapters through the library.
 #pragma once
 
+#include "varnokctl/choice.h"
 #include "varnokctl/model.h"
 #include "varnokctl/progress.h"
 
@@ -24,8 +25,8 @@ enum need : unsigned {
 
 struct inventory_request {
     unsigned needs = need_ports;
-    std::optional<uint32_t> port; // only this one
-    std::optional<uint32_t> target;
+    port_choice port;
+    target_choice target;
 };
 
 // Loads the library, reads what is asked for and frees the library again. Calls that fail go to the

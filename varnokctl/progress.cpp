@@ -27,7 +27,7 @@ bool terminal_is_dumb()
 // The library's log goes to standard error too, so the line is not shown together with it.
 progress::progress(std::FILE *stream, time (*clock)())
     : stream_(stream), clock_(clock), next_(clock() + delay),
-      silent_(terminal_is_dumb() || std::getenv("VARNOK_API_DEBUG") != nullptr)
+      silent_(stream == nullptr || terminal_is_dumb() || std::getenv("VARNOK_API_DEBUG") != nullptr)
 {
 }
 

@@ -15,8 +15,9 @@ class progress
 
     static time steady_time() { return std::chrono::steady_clock::now(); }
 
-    // Nothing is shown on a stream that leads to no terminal.
+    // Nothing is shown on a stream that leads to no terminal, or on none.
     explicit progress(std::FILE *stream, time (*clock)() = steady_time);
+    static progress none() { return progress(nullptr); }
     ~progress(); // wipes the line
     progress(const progress &) = delete;
     progress &operator=(const progress &) = delete;

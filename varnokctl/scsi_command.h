@@ -1,6 +1,7 @@
 // The command "scsi": what it takes and what it does.
 #pragma once
 
+#include "varnokctl/choice.h"
 #include "varnokctl/scsi.h"
 
 #include <cstddef>
@@ -18,7 +19,9 @@ constexpr uint32_t most_scsi_data = 16U << 20;
 extern const char *const scsi_help;
 
 struct scsi_options {
-    scsi_request request;
+    scsi_request request; // but for the port and the target, which are looked for
+    port_choice port;
+    target_choice target;
     std::string lun;
     std::vector<std::string> words; // the bytes of a CDB, or a shorthand for one
     std::optional<uint32_t> data_in;

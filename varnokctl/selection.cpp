@@ -83,6 +83,12 @@ selection select(const record_kind &kind, const std::string &columns, const std:
     return chosen;
 }
 
+bool wants_identity(const selection &chosen)
+{
+    return std::ranges::any_of(chosen.columns, &record_field::of_identity) ||
+           std::ranges::any_of(chosen.order, [](const auto &by) { return by.first->of_identity; });
+}
+
 void sort_records(std::vector<listed_record> &records, const selection &chosen)
 {
     using keyed_record = std::pair<std::vector<sort_value>, listed_record>;

@@ -23,6 +23,10 @@ selection select(const record_kind &kind, const std::string &columns, const std:
 // decides.
 void sort_records(std::vector<listed_record> &records, const selection &chosen);
 
+// Whether one of the columns, also of those that are only sorted by, is read from the LUNs
+// themselves.
+bool wants_identity(const selection &chosen);
+
 // "port, name, model"
 std::string column_names(const record_kind &kind);
 

@@ -82,8 +82,10 @@ std::string table_text(const std::vector<table_column> &columns, const std::vect
     for (const table_column &column : columns)
         titles.cells.push_back(column.title);
     std::string text = style.headings ? line_of(titles, columns, widths, style) : "";
-    for (const table_row &row : rows)
-        text += line_of(row, columns, widths, style);
+    for (const table_row &row : rows) {
+        text += text.empty() || row.above.empty() ? "" : "\n";
+        text += row.above + line_of(row, columns, widths, style);
+    }
     return text;
 }
 
@@ -96,7 +98,7 @@ std::string sheets_text(const std::vector<table_column> &columns,
     const size_t room = std::max(style.width, width + gap.size() + least_width);
     std::string text;
     for (const table_row &row : rows) {
-        text += text.empty() ? "" : "\n";
+        text += (text.empty() ? "" : "\n") + row.above;
         for (size_t at = 0; at < columns.size(); ++at) {
             const std::string title = padded(columns[at].title, width) + std::string(gap);
             const std::string value = shortened(shown(row.cells[at]), room - title.size(), style);

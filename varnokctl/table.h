@@ -17,7 +17,8 @@ struct table_column {
 
 struct table_row {
     std::vector<std::string> cells;
-    bool bad = false; // coloured, if colours are wanted
+    bool bad = false;    // coloured, if colours are wanted
+    std::string above{}; // lines that begin a block; a blank line comes before them
 };
 
 // A line for each row, below a heading. Empty cells show a dash. A table that cannot be made as

@@ -34,4 +34,12 @@ size_t output_width()
     return width == 0 ? unlimited_width : width;
 }
 
+bool output_has_colours()
+{
+    const char *const none = std::getenv("NO_COLOR");
+    const char *const terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0') &&
+           (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+}
+
 } // namespace ctl

@@ -15,4 +15,7 @@ constexpr size_t unlimited_width = SIZE_MAX;
 // COLUMNS, else the width of standard output. Off a terminal it is unlimited.
 size_t output_width();
 
+// Whether standard output is a terminal that shows colours, and NO_COLOR does not forbid them.
+bool output_has_colours();
+
 } // namespace ctl

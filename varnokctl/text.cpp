@@ -122,9 +122,8 @@ std::string field_text(std::span<const uint8_t> field, const output_style &style
     return text;
 }
 
-std::string safe_text(std::string_view typed)
+std::string safe_text(std::string_view typed, size_t longest)
 {
-    constexpr size_t longest = 300;
     const auto *bytes = reinterpret_cast<const uint8_t *>(typed.data());
     return shortened(field_text({bytes, typed.size()}, {}), longest, {});
 }

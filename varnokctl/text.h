@@ -30,7 +30,7 @@ struct ip_endpoint {
 std::string field_text(std::span<const uint8_t> field, const output_style &style);
 
 // What a user typed, with escapes as in field_text. A long text lacks its middle.
-std::string safe_text(std::string_view typed);
+std::string safe_text(std::string_view typed, size_t longest = 300);
 
 // Bytes as hexadecimal digits in lower case, with a separator between two bytes.
 std::string hex_bytes(std::span<const uint8_t> bytes, std::string_view separator = "");

@@ -16,6 +16,7 @@ namespace
 struct tree_node {
     std::vector<std::string> facts; // empty ones are not shown
     std::vector<tree_node> children;
+    bool bad = false; // down or failed
 };
 
 constexpr std::string_view gap = "  "; // between two facts
@@ -42,7 +43,7 @@ class tree_printer
     {
         const std::string below = rest + (node.children.empty() ? "" : lines_.trunk);
         const size_t indent = display_width(first) + display_width(node.facts.front()) + gap.size();
-        print_facts(node.facts, first, padded(below, indent));
+        print_facts(node, first, padded(below, indent));
         for (const auto &child : node.children) {
             const bool last = &child == &node.children.back();
             print(child, rest + (last ? lines_.last_branch : lines_.branch),
@@ -54,19 +55,25 @@ class tree_printer
 
   private:
     // Facts that do not fit on a line begin another one.
-    void print_facts(const std::vector<std::string> &facts, const std::string &first,
-                     const std::string &rest)
+    void print_facts(const tree_node &node, const std::string &first, const std::string &rest)
     {
         std::string line = first;
+        size_t begin = first.size(); // of the facts
         bool begun = false;
-        for (const std::string &fact : facts) {
+        const auto end_line = [&] {
+            line = trimmed(line);
+            const size_t lines = std::min(begin, line.size());
+            text_ += line.substr(0, lines) + coloured(line.substr(lines), node.bad, style_) + '\n';
+        };
+        for (const std::string &fact : node.facts) {
             const bool fits =
                 display_width(line) + gap.size() + display_width(fact) <= style_.width;
             if (fact.empty() || (is_blank(fact) && !fits))
                 continue;
             if (begun && !fits) {
-                text_ += trimmed(line) + '\n';
+                end_line();
                 line = rest;
+                begin = rest.size();
                 begun = false;
             }
             line += begun ? gap : "";
@@ -74,7 +81,7 @@ class tree_printer
             line += shortened(fact, std::max(style_.width - used, least_width), style_);
             begun = true;
         }
-        text_ += trimmed(line) + '\n';
+        end_line();
     }
 
     const output_style &style_;
@@ -121,6 +128,7 @@ tree_node target_node(const target_entry &target, const port_entry &port, const 
 tree_node port_node(const port_entry &port, const output_style &style)
 {
     tree_node node{{fmt::format("Port {}", port.instance)}, {}};
+    node.bad = !port.info || port.info->PortState == VARNOK_PORT_STATE_1;
     if (!port.info) {
         node.facts.emplace_back("not readable");
         return node;

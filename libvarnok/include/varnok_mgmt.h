@@ -116,7 +116,10 @@ extern "C" {
 #define VARNOK_PCIE_WIDTH_X16 8u
 #define VARNOK_PCIE_WIDTH_X32 9u
 
-/* PortState. The driver defines what its link states mean; the library only renumbers them. */
+/*
+ * PortState. The driver defines what its link states mean; the library only renumbers them. To read
+ * state 0 as online and state 1 as offline, as varnokctl does, is our interpretation.
+ */
 #define VARNOK_PORT_STATE_0 4u              /* the driver reports state 0 */
 #define VARNOK_PORT_STATE_1 8u              /* the driver reports state 1 */
 #define VARNOK_PORT_STATE_OTHER 0x80000000u /* the driver reports any other state */
@@ -193,7 +196,7 @@ typedef struct VARNOK_SESS_INFO {
     uint32_t Version;            /* ignored */
     uint32_t SessionNum;         /* session number, from the driver */
     uint64_t SessionUnique;      /* unique session identifier, from the driver */
-    uint8_t SessionState;        /* from the driver, low 8 bits */
+    uint8_t SessionState;        /* from the driver, low 8 bits; varnokctl reads 1 as logged in */
     uint8_t InitiatorName[256];  /* text: initiator iSCSI name */
     uint16_t InitIsIPv4;         /* 1 when any byte of InitIPv4Addr is not zero, else 0 */
     uint8_t InitIPv4Addr[4];     /* all zero when the session does not use IPv4 */

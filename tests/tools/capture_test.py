@@ -20,7 +20,8 @@ SESSIONS = [{"sess_num": 77, "sess_unique": MOST, "cid": 2**32 - 1, "state": 255
              "max_r2t": 9, "first_burst_len": 2**32 - 1, "pdu_inorder": 0, "dataseq_inorder": 0, "tgt_iqn": BROKEN,
              "init_iqn": "i" * 256, "target": {"iqn": ESCAPES, "isid": "no digits", "ipv4_port": 1}, "luns": LUNS},
             {"tgt_ipv6addr": "fe80::7", "isid": "00023d0a0b0c", "luns": []},
-            {"tgt_ipv4addr": "0.0.0.0", "luns": [{"repeat": 3, "size": 512}]}]
+            {"tgt_ipv4addr": "0.0.0.0", "luns": [{"repeat": 3, "size": 512}]},
+            {"logged_in": False, "state": 7, "tgt_iqn": "iqn.x:never", "target": {"mac": "02:00:00:00:00:01"}, "luns": []}]
 ODD = {"hba_name": ESCAPES, "model_name": "m" * 32, "model_desc": BROKEN, "serial_num": "", "fw_version": "é\u0000z",
        "mac": "ff:00:ff:00:ff:00", "mtu": 2**32 - 1, "port_state": 7, "port_speed": 1, "pcie_speed": 99, "pcie_width": 12,
        "mfw_version": "0xff630a00", "chip_rev_id": 2**32 - 1, "domain_num": 65535, "function_num": 7, "port_num": 300,
@@ -28,6 +29,13 @@ ODD = {"hba_name": ESCAPES, "model_name": "m" * 32, "model_desc": BROKEN, "seria
 
 
 class CaptureTest(ToolCase):
+    def test_what_never_logged_in_has_names_only(self):
+        path = self.scenario({"ports": [{"driver": driver, "sessions": [{"logged_in": False, "luns": []}]} for driver in ("pelt", "tepli")]})
+        for port in json.loads(on_host(path, "capture").stdout)["ports"]:
+            session = port["sessions"][0]
+            self.assertEqual(set(session), {"sess_num", "init_iqn", "tgt_iqn", "luns", "target", "logged_in"})
+            self.assertEqual(set(session["target"]), {"iqn"})
+
     def replayed(self, host, status=0):
         """Captures the host, and compares what the commands show of the two."""
         first = self.scenario(host)

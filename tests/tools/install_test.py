@@ -101,7 +101,7 @@ class InstallTest(unittest.TestCase):
             self.assertEqual(self.complete(*command.split(), ""), expected + "\n", command)
 
     def test_manuals_and_completion_have_what_help_has(self):
-        options_of = re.compile(r"(?<![\w-])--?[a-z]+").findall
+        options_of = re.compile(r"(?<![\w-])--?[a-z]+(?:-[a-z]+)*").findall
         for tool, statuses in [("varnokctl", 5), ("varnok-host", 0)]:
             manual = " ".join((SOURCE / f"man/{tool}.1").read_text().replace("\\-", "-").split())
             text = run(self.prefix / "bin" / tool, "--help")

@@ -54,6 +54,31 @@ class JsonTest(ToolCase):
         self.assertEqual(self.document(LAB, "luns", "--port", "2")["luns"],
                          [l for l in self.document(LAB, "luns")["luns"] if l["port"] == 2])
 
+    def test_devices_and_findings_hold_the_lab(self):
+        for command, key, status in ("paths", "devices", 0), ("health", "findings", 2):
+            document = self.document(LAB, command, status=status)
+            places = [document, document[key][0]]
+            if command == "paths":
+                places += [document[key][0]["paths"][0]]
+                luns = [(p["port"], p["target"], p["lun"]["raw"]) for device in document[key] for p in device["paths"]]
+                listed = [(l["port"], l["target"], l["lun"]["raw"]) for l in self.document(LAB, "luns")["luns"]]
+                self.assertEqual(sorted(luns), sorted(listed))
+            for record in places:
+                for name in list(record):
+                    value = record.pop(name)
+                    self.assertFalse(VALIDATOR.is_valid(document), name)
+                    record[name] = value
+                record["more"] = 1
+                self.assertFalse(VALIDATOR.is_valid(document))
+                del record["more"]
+        lab = json.loads(LAB.read_text())
+        lab["ports"][1] = {**lab["ports"][0], "hba_name": "a\x1b", "port_num": 2}
+        for command, status in ("paths", 3), ("health", 2):
+            path = self.scenario({**lab, "faults": [{**FAULT, "status": 6}]})
+            self.assertFalse(self.document(path, command, status=status)["complete"])
+        for host, status in ({"drivers": ["rovani"]}, 3), ({"host": {"euid": 1}}, 3):
+            self.assertEqual(self.document(self.scenario(host), "health", status=status)["status"], "unknown")
+
     def test_nothing_there_gives_empty_lists(self):
         hosts = [{"drivers": ["rovani"]}, {"ports": [{"driver": "dxo"}]},
                  {"ports": [{"driver": "pelt", "sessions": [{"luns": []}]}]}]
@@ -64,7 +89,7 @@ class JsonTest(ToolCase):
                 self.assertEqual(document["ports" if command == "tree" else command], [])
 
     def test_wrong_usage(self):
-        for arguments in ["lunes"], ["luns", "--port", "x"], ["scsi", "--in", "8", "tur"], ["luns", "\xff\x1b\n"], []:
+        for arguments in ["lunes"], ["luns", "--sort", "x"], ["scsi", "--in", "8", "tur"], ["luns", "\xff\x1b\n"], []:
             result = on_host(LAB, *arguments, "--json")
             self.assertEqual((result.returncode, result.stderr), (2, ""))
             VALIDATOR.validate(json.loads(result.stdout))

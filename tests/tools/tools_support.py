@@ -18,9 +18,11 @@ LISTINGS = re.findall("^  ([a-z]+) +List ", HELP, re.M)
 FAULT = {"driver": "dxo", "request": "port_info", "instance": 1, "nth": 2, "times": 0}
 
 
-def on_host(scenario, *arguments, locale="C.UTF-8"):
+def on_host(scenario, *arguments, locale="C.UTF-8", width=80):
     # A sanitized tool cannot come after the preloaded host that it runs on.
-    environment = {**os.environ, "LC_ALL": locale, "COLUMNS": "80", "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    environment = {**os.environ, "LC_ALL": locale, "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    environment.pop("COLUMNS", None)
+    environment.update({"COLUMNS": str(width)} if width else {})
     return subprocess.run([BIN / "varnok-host", "run", scenario, "--", BIN / "varnokctl", *arguments],
                           capture_output=True, text=True, env=environment, check=False)
 

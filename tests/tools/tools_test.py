@@ -140,6 +140,31 @@ class ToolsTest(ToolCase):
         self.assertEqual(saved.read_bytes(), block.read_bytes())
         self.compare("scsi.txt", text.replace(str(folder), "FOLDER"))
 
+    def test_choices(self):
+        path = self.scenario({**json.loads(LAB.read_text()), "faults": [{**FAULT, "status": 6}]})
+        text = ""
+        for status, words in [
+                (3, "-p vmhba66 luns -t *flash-7*"), (3, "ports -p 02-1E-2B-40-71-82 -q"), (1, "luns -p vmhba99"),
+                (3, "-o port,size,lun,lun_bytes --sort -size,port luns"), (0, "luns -p 0 --no-headings --sort vendor,-lun"),
+                (0, "luns -p 2 --width 40 --bytes"), (1, "targets -p 3 --width 0"), (3, "ports --color always --quiet"),
+                (0, "tree -p 4 --color always"), (2, "luns -o port,nonsense"), (2, "luns --json -o port"), (0, "sessions --help"),
+                (0, "scsi -p vmhba66 -t iqn.2016-11.com.example:flash-7.spa.p0 -l 300_flat tur"), (1, "scsi -p 0 -t * -l 0 tur"),
+                (1, "scsi -p 0 -t nobody -l 0 tur")]:
+            result = on_host(path, *(word.replace("_flat", " flat") for word in words.split()))
+            self.assertEqual(result.returncode, status, result.stderr)
+            text += f"$ {words}\n{result.stdout}{result.stderr}-> {status}\n"
+        self.compare("choices.txt", text)
+        order = [(lun["port"], lun["lun"]["number"]) for lun in
+                 json.loads(on_host(LAB, "luns", "--json", "--sort", "-lun,-port", "-t", "0").stdout)["luns"]]
+        self.assertEqual(order, sorted(order, key=lambda pair: (-pair[1], -pair[0])))
+
+    def test_off_a_terminal_nothing_is_cut(self):
+        name = "iqn.2026-01.com.example:" + "x" * 180
+        path = self.scenario({"ports": [{"driver": "pelt", "sessions": [{"tgt_iqn": name}]}]})
+        for command in ("sessions", "targets", "tree"):
+            self.assertIn(name, on_host(path, command, width=None).stdout)
+            self.assertNotIn(name, on_host(path, command).stdout)
+
     def test_the_readme_shows_what_is_there(self):
         readme = (SOURCE / "README.md").read_text()
         self.assertIn((GOLDEN / "tree.txt").read_text(), readme)
