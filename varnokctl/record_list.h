@@ -98,9 +98,9 @@ class record_room
     size_t marked_ = 0; // the entries that start with a mark; others start as zeros
 };
 
-// Calls query(&count, &array) with room for count entries, and again with more room when the library
-// asks for it. The library writes at most so many entries. The list keeps those that were written,
-// whatever the status.
+// Calls query(&count, &array) with room for count entries, and again with more room when the
+// library asks for it. The library writes at most so many entries. The list keeps those that were
+// written, whatever the status.
 template <class Record, class Query>
 uint32_t read_list(std::vector<Record> &list, uint32_t count, uint32_t most, const Query &query)
 try {

@@ -113,7 +113,7 @@ TEST(Wwid, IsChosenAndWrittenAsMultipathToolsDo)
         {bytes_of(naa, "\x10" + rest), ""},
         {bytes_of(scsi_name, "other"), ""},
         {bytes_of(naa, "\x31" + rest), "331" + digits},
-        {bytes_of(t10, "VENDOR    a  \x1B_ b\xE9\\" + nul + "z \0"), "1VENDOR_a_\\x1B__b\\xE9\\x5C\\x00z"},
+        {bytes_of(t10, "VENDOR    a  \x1B_ b\xE9\\" + nul + "z "), "1VENDOR_a_\\x1B__b\\xE9\\x5C\\x00z"},
         {bytes_of(scsi_name, "iqn.x: \x07"), "8iqn.x: \\x07"},
         {bytes_of(eui64, "\x60" + rest), "260" + digits},
         {bytes_of(naa, "\x2F" + rest), "32f" + digits},
