@@ -61,6 +61,7 @@ std::string listing_text(const inventory &host, const record_kind &kind, const o
 
     const auto fields = columns_of(kind, style, chosen);
     std::vector<table_column> columns;
+    columns.reserve(fields.size());
     for (const record_field *field : fields)
         columns.push_back(
             {field->title, field->shape == look::number, field->shape == look::long_text});

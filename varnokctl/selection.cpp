@@ -38,6 +38,7 @@ struct sort_value {
     uint64_t number = 0;
     std::string text{};
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): a false alarm of this version
     auto operator<=>(const sort_value &) const = default;
 };
 
