@@ -20,6 +20,7 @@ const std::string &shown(const std::string &cell)
 std::vector<size_t> natural_widths(const std::vector<table_column> &columns, const table_rows &rows)
 {
     std::vector<size_t> widths;
+    widths.reserve(columns.size());
     for (const table_column &column : columns)
         widths.push_back(display_width(column.title));
     for (size_t number = 0; number < rows.count; ++number) {
