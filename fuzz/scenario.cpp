@@ -48,8 +48,8 @@ void show(const ctl::inventory &seen)
 std::string capture(hostsim::host &host, bool &complete)
 {
     hostsim::install(&host);
-    const ctl::inventory seen =
-        ctl::read_host({.needs = ctl::need_portals | ctl::need_sessions | ctl::need_all_designators});
+    const ctl::inventory seen = ctl::read_host(
+        {.needs = ctl::need_portals | ctl::need_sessions | ctl::need_all_designators});
     platform::free_library();
     hostsim::install(nullptr);
     complete = seen.failures.empty();
