@@ -121,6 +121,12 @@ int calls::mgmt_init(vmk_MgmtApiSignature *signature, vmk_MgmtUserHandle *handle
         errno = simulated != nullptr ? EFAULT : ENOSYS;
         return -1;
     }
+    const auto records = std::as_writable_bytes(std::span(signature, 1));
+    if (!is_readable(records) || !is_writable(std::as_writable_bytes(std::span(handle, 1))) ||
+        !is_readable(std::as_bytes(std::span(signature->callbacks, signature->numCallbacks)))) {
+        errno = EFAULT;
+        return -1;
+    }
     return simulated->init(*signature, *handle);
 }
 

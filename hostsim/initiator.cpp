@@ -4,11 +4,12 @@
 #include "scenario_source.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <netinet/in.h>
+#include <optional>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@ namespace hostsim
 namespace
 {
 
+constexpr auto pause_after_failure = std::chrono::seconds(30);
 constexpr size_t most_targets = 256; // of a portal; each keeps a descriptor of the program
 
 tcp_endpoint endpoint_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
@@ -41,6 +43,20 @@ tcp_endpoint endpoint_of(int fd, int (*ask)(int, sockaddr *, socklen_t *))
     return endpoint;
 }
 
+// "host:port" in numbers. None of a link-local address, which needs its network as well.
+std::optional<std::string> address_of(int fd)
+{
+    const tcp_endpoint peer = endpoint_of(fd, getpeername);
+    const bool on_ipv4 = !peer.ipv4.empty();
+    const std::string &bytes = on_ipv4 ? peer.ipv4 : peer.ipv6;
+    char text[INET6_ADDRSTRLEN] = "";
+    if (bytes.empty() || bytes.starts_with("\xFE\x80") ||
+        inet_ntop(on_ipv4 ? AF_INET : AF_INET6, bytes.data(), text, sizeof text) == nullptr)
+        return std::nullopt;
+    const std::string port = ':' + std::to_string(peer.tcp_port);
+    return on_ipv4 ? text + port : '[' + std::string(text) + ']' + port;
+}
+
 // A target ends the older one of two sessions with the same ISID. So each session of each process
 // has its own: a random one.
 std::array<uint8_t, 6> make_isid()
@@ -58,10 +74,11 @@ std::array<uint8_t, 6> make_isid()
     return isid;
 }
 
-bool is_unit_attention(const std::vector<uint8_t> &sense)
+bool is_unit_attention(const iscsi::command_result &result)
 {
-    constexpr uint8_t descriptor_format = 0x72, unit_attention = 6;
-    if (sense.size() < 3)
+    constexpr uint8_t check_condition = 2, descriptor_format = 0x72, unit_attention = 6;
+    const std::vector<uint8_t> &sense = result.sense;
+    if (result.scsi_status != check_condition || sense.size() < 3)
         return false;
     const uint8_t key = (sense[0] & 0x7F) >= descriptor_format ? sense[1] : sense[2];
     return (key & 0xF) == unit_attention;
@@ -81,6 +98,14 @@ bool is_usable(std::span<const uint8_t> sense)
         return false;
     return form < descriptor_form ? (sense[2] & key_and_mark_bits) != 0
                                   : (sense[1] & key_bits) != 0;
+}
+
+// Three commands are answered without regard to a UNIT ATTENTION, which stays pending.
+bool reports_attention(const scsi_command &command)
+{
+    constexpr uint8_t request_sense = 0x03, inquiry = 0x12, report_luns = 0xA0;
+    const uint8_t operation = command.cdb.empty() ? uint8_t{0} : command.cdb[0];
+    return operation != request_sense && operation != inquiry && operation != report_luns;
 }
 
 struct status_name {
@@ -124,8 +149,7 @@ std::chrono::seconds longest_wait()
     return std::chrono::seconds(seconds > 0 && seconds <= longest ? seconds : usual);
 }
 
-int discover_targets(const portal_access &access, iscsi::deadline until,
-                     std::vector<std::string> &names)
+int discover_targets(const portal_access &access, iscsi::deadline until, offered_targets &offered)
 {
     const std::string where = access.port_text + ", portal " + shown(access.portal) + ": ";
     const progress line(where + "asking for its targets");
@@ -137,8 +161,9 @@ int discover_targets(const portal_access &access, iscsi::deadline until,
                           " targets, and the others are left out");
         if (found.not_names != 0)
             complain_once(where + "it offers targets without a proper name, which are left out");
-        names = std::move(found.names);
-        std::ranges::sort(names);
+        offered.names = std::move(found.names);
+        std::ranges::sort(offered.names);
+        offered.address = address_of(discovery.fd()).value_or(access.portal);
         return 0;
     } catch (const iscsi::failure &f) {
         complain_once(where + f.what());
@@ -164,6 +189,7 @@ void real_target::log_in(iscsi::deadline until)
     if (session_ != nullptr)
         return;
     isid_ = make_isid();
+    answered_.clear();
     session_ = std::make_unique<iscsi::session>(
         access_.portal, iscsi::login_names{access_.initiator, name_, isid_}, until);
     owner_ = getpid();
@@ -175,30 +201,30 @@ void real_target::log_in(iscsi::deadline until)
 // time. To be told that nobody listens costs no time.
 void real_target::note_failure(const iscsi::failure &f, iscsi::deadline began)
 {
-    constexpr auto pause = std::chrono::seconds(30);
     const bool logged_in = session_ != nullptr;
     session_.reset();
     lost_time_ += iscsi::clock::now() - began;
     if ((!logged_in && f.error != ECONNREFUSED) || lost_time_ >= longest_wait()) {
         last_error_ = f.error;
-        tried_again_ = iscsi::clock::now() + pause;
+        tried_again_ = iscsi::clock::now() + pause_after_failure;
     }
     complain_once(text() + f.what());
 }
 
-bool real_target::begin_query(uint32_t number, iscsi::deadline until)
+bool real_target::begin_query(uint32_t number, const std::string &address, iscsi::deadline until)
 {
     const iscsi::deadline now = iscsi::clock::now();
     number_ = number;
+    access_.portal = address;
     lost_time_ = {};
     tried_again_ = {};
     if (session_ == nullptr && now >= until) { // the query's time is up
         last_error_ = ETIMEDOUT;
-        tried_again_ = iscsi::deadline::max();
+        tried_again_ = now + pause_after_failure;
         return false;
     }
     try {
-        if (session_ != nullptr)
+        if (session_ != nullptr && owner_ == getpid())
             session_->catch_up(std::min(until, now + longest_wait()));
     } catch (const iscsi::failure &) { // it ended in the meantime
         session_.reset();
@@ -211,8 +237,8 @@ bool real_target::begin_query(uint32_t number, iscsi::deadline until)
     return session_ != nullptr;
 }
 
-// A new session answers its first commands with UNIT ATTENTION, which an initiator does not pass
-// on.
+// A new session answers its first command to each LUN with UNIT ATTENTION, which an initiator does
+// not pass on. Any later one is news for the caller.
 scsi_reply real_target::run(uint64_t lun, const scsi_command &command)
 {
     constexpr int most_attentions = 4;
@@ -231,9 +257,11 @@ scsi_reply real_target::run(uint64_t lun, const scsi_command &command)
         log_in(until);
         for (int i = 0; i < most_attentions; ++i) {
             reply.result = session_->run(lun, command, until);
-            if (!is_unit_attention(reply.result.sense))
+            if (!is_unit_attention(reply.result) || answered_.contains(lun))
                 break;
         }
+        if (reports_attention(command))
+            answered_.insert(lun);
         const std::string wrong = wrong_end(reply.result);
         if (!wrong.empty()) {
             complain_once(text() + wrong);

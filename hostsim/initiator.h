@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -50,8 +51,8 @@ class real_target
     const tcp_endpoint &target_endpoint() const { return target_; }
 
     // A new query of the port begins: what failed before is tried again. The target has this number
-    // from now on. Returns whether it is logged in by the end.
-    bool begin_query(uint32_t number, iscsi::deadline until);
+    // from now on, and logs in at this address. Returns whether it is logged in by the end.
+    bool begin_query(uint32_t number, const std::string &address, iscsi::deadline until);
     scsi_reply run(uint64_t lun, const scsi_command &command);
 
   private:
@@ -59,12 +60,13 @@ class real_target
     void log_in(iscsi::deadline until);
     void note_failure(const iscsi::failure &f, iscsi::deadline began);
 
-    const portal_access access_;
+    portal_access access_;
     const std::string name_;
     uint32_t number_ = 0;
     std::array<uint8_t, 6> isid_{};
     std::unique_ptr<iscsi::session> session_;
-    pid_t owner_ = 0; // the process that logged in
+    pid_t owner_ = 0;             // the process that logged in
+    std::set<uint64_t> answered_; // LUNs that said more than UNIT ATTENTION in this session
     tcp_endpoint own_;
     tcp_endpoint target_;
 
@@ -73,8 +75,12 @@ class real_target
     iscsi::clock::duration lost_time_{}; // by failures in this query
 };
 
-// Reads the names of the portal's targets, sorted. Returns 0, or an errno.
-int discover_targets(const portal_access &access, iscsi::deadline until,
-                     std::vector<std::string> &names);
+struct offered_targets {
+    std::vector<std::string> names; // sorted
+    std::string address;            // where the portal was reached: its name is looked up once
+};
+
+// Asks the portal for its targets. Returns 0, or an errno.
+int discover_targets(const portal_access &access, iscsi::deadline until, offered_targets &offered);
 
 } // namespace hostsim

@@ -5,14 +5,19 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <condition_variable>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace hostsim::iscsi
@@ -21,6 +26,7 @@ namespace
 {
 
 constexpr size_t padding_unit = 4;
+constexpr auto unnoticed = std::chrono::milliseconds(700); // then a line says what is waited for
 
 size_t padding_of(size_t length) { return (padding_unit - length % padding_unit) % padding_unit; }
 
@@ -53,21 +59,93 @@ std::array<uint8_t, 4> digest_bytes(uint32_t crc)
             static_cast<uint8_t>(crc >> 16), static_cast<uint8_t>(crc >> 24)};
 }
 
-using address_list = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
-
-address_list find_addresses(const std::string &portal)
+// The addresses of a portal. The system's resolver knows no deadline, so a thread of its own asks
+// it, and may be left behind.
+class name_lookup
 {
-    const size_t colon = portal.rfind(':');
-    std::string host = portal.substr(0, colon);
-    if (host.starts_with('['))
-        host = host.substr(1, host.size() - 2);
-    addrinfo wanted{};
-    wanted.ai_socktype = SOCK_STREAM;
-    addrinfo *found = nullptr;
-    const int failed = getaddrinfo(host.c_str(), portal.c_str() + colon + 1, &wanted, &found);
-    if (failed != 0)
-        throw failure(EHOSTUNREACH, gai_strerror(failed));
-    return {found, freeaddrinfo};
+  public:
+    explicit name_lookup(const std::string &portal)
+    {
+        const size_t colon = portal.rfind(':');
+        host_ = portal.substr(0, colon);
+        service_ = portal.substr(colon + 1);
+        if (host_.starts_with('['))
+            host_ = host_.substr(1, host_.size() - 2);
+    }
+    ~name_lookup()
+    {
+        if (found_ != nullptr)
+            freeaddrinfo(found_);
+    }
+    name_lookup(const name_lookup &) = delete;
+    name_lookup &operator=(const name_lookup &) = delete;
+
+    // An address in numbers needs no resolver.
+    bool ask(int flags)
+    {
+        addrinfo wanted{};
+        wanted.ai_socktype = SOCK_STREAM;
+        wanted.ai_flags = flags;
+        addrinfo *found = nullptr;
+        const int failed = getaddrinfo(host_.c_str(), service_.c_str(), &wanted, &found);
+        const int error = errno;
+        const std::lock_guard guard(lock_);
+        failed_ = failed;
+        error_ = error;
+        found_ = found;
+        answered_ = true;
+        changed_.notify_all();
+        return failed == 0;
+    }
+
+    bool wait(deadline until)
+    {
+        std::unique_lock guard(lock_);
+        return changed_.wait_until(guard, until, [&] { return answered_; });
+    }
+
+    void forget_answer() { answered_ = false; }
+
+    const addrinfo *result() const
+    {
+        if (failed_ == EAI_SYSTEM)
+            fail_by_errno(error_);
+        if (failed_ != 0)
+            throw failure(EHOSTUNREACH, gai_strerror(failed_));
+        return found_;
+    }
+
+  private:
+    std::string host_, service_;
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool answered_ = false;
+    int failed_ = 0, error_ = 0;
+    addrinfo *found_ = nullptr;
+};
+
+std::shared_ptr<const name_lookup> find_addresses(const std::string &portal, deadline until)
+{
+    auto lookup = std::make_shared<name_lookup>(portal);
+    if (lookup->ask(AI_NUMERICHOST))
+        return lookup;
+    lookup->forget_answer();
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before); // the program's handlers are for its own threads
+    try {
+        std::thread([lookup] { lookup->ask(0); }).detach();
+    } catch (const std::system_error &) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        fail_by_errno(EAGAIN);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (!lookup->wait(std::min(until, clock::now() + unnoticed))) {
+        progress::waited();
+        if (!lookup->wait(until))
+            throw failure(ETIMEDOUT, "the look-up of its name timed out");
+    }
+    return lookup;
 }
 
 } // namespace
@@ -86,9 +164,12 @@ connection::connection(int fd) : fd_(fd), buffer_(8192) {}
 
 connection::connection(const std::string &portal, deadline until) : connection(-1)
 {
-    const address_list addresses = find_addresses(portal);
+    const auto addresses = find_addresses(portal, until);
     int error = EHOSTUNREACH;
-    for (const addrinfo *a = addresses.get(); a != nullptr; a = a->ai_next) {
+    for (const addrinfo *a = addresses->result(); a != nullptr; a = a->ai_next) {
+        // An address that does not answer leaves time for the next one.
+        const auto left = until - clock::now();
+        const deadline share = a->ai_next == nullptr ? until : clock::now() + left / 2;
         fd_ = socket(a->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         if (fd_ < 0) {
             error = errno;
@@ -100,7 +181,7 @@ connection::connection(const std::string &portal, deadline until) : connection(-
         error = ::connect(fd_, a->ai_addr, a->ai_addrlen) == 0 ? 0 : errno;
         try {
             if (error == EINPROGRESS) {
-                wait(POLLOUT, until);
+                wait(POLLOUT, share);
                 getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size);
             }
         } catch (const failure &f) {
@@ -128,7 +209,6 @@ bool connection::has_input() const
 
 void connection::wait(short events, deadline until) const
 {
-    constexpr auto unnoticed = std::chrono::milliseconds(700);
     for (auto patience = std::min(until, clock::now() + unnoticed);; patience = until) {
         using std::chrono::milliseconds;
         const auto left = std::chrono::ceil<milliseconds>(patience - clock::now());

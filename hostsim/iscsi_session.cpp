@@ -100,6 +100,8 @@ class session::transfer
         if (reads && (moved != expected || moved == 0))
             fail_incomplete("the target sent " + std::to_string(moved) + " bytes of " +
                             std::to_string(expected) + " and calls it done");
+        if (reads && moved < std::min(fewest_bytes(), length))
+            fail_incomplete("the target sent too little data and calls it done");
     }
 
     const bool reads;
@@ -107,6 +109,33 @@ class session::transfer
     size_t moved = 0;
 
   private:
+    // The data that these commands always have. A caller would take zeros for what is missing.
+    size_t fewest_bytes() const
+    {
+        constexpr uint8_t inquiry = 0x12, capacity_10 = 0x25, service_action = 0x9E, luns = 0xA0;
+        constexpr size_t header = 8, standard_inquiry = 36, page_header = 4, capacity = 12;
+        switch (command_.cdb[0]) {
+        case inquiry:
+            return (command_.cdb[1] & 1) == 0 ? standard_inquiry : page_header;
+        case capacity_10:
+            return header;
+        case service_action:
+            return (command_.cdb[1] & 0x1F) == 0x10 ? capacity : 1;
+        case luns:
+            return moved < header ? header : header + list_length();
+        default:
+            return 1;
+        }
+    }
+
+    size_t list_length() const
+    {
+        size_t count = 0;
+        for (const std::byte byte : command_.in.first(4))
+            count = count << 8 | std::to_integer<size_t>(byte);
+        return count;
+    }
+
     const scsi_command &command_;
     uint32_t units_ = 0;
 };
@@ -213,7 +242,7 @@ void session::send_data(transfer &t, const pdu &request, deadline until)
 command_result session::run(uint64_t lun, const scsi_command &command, deadline until)
 {
     constexpr uint8_t read_bit = 0x40, write_bit = 0x20, simple = 0x01, status_bit = 0x01;
-    constexpr uint8_t good = 0;
+    constexpr uint8_t good = 0, condition_met = 4;
 
     while (before(login_.most_command_number, login_.command_number)) // the target takes none yet
         serve(to_.receive(until), until);
@@ -259,7 +288,7 @@ command_result session::run(uint64_t lun, const scsi_command &command, deadline 
             throw failure(EIO, "the target failed to carry out a command (response " +
                                    std::to_string(unit.header[at::response]) + ")");
         command_result result{unit.header[at::status], {}, t.moved};
-        if (result.scsi_status == good)
+        if (result.scsi_status == good || result.scsi_status == condition_met)
             t.check_whole(residual_count(unit));
         if (operation == scsi_response && unit.data.size() > 2) {
             const size_t length = size_t{unit.data[0]} << 8 | unit.data[1];

@@ -47,10 +47,13 @@ void complain(const std::string &line)
 
 void complain_once(const std::string &line)
 {
-    constexpr size_t most = 1000; // a program may run for long
-    static std::set<std::string> written;
-    if (written.size() < most && written.insert(line).second)
-        complain(line);
+    constexpr size_t most = 1000;                      // a program may run for long
+    static auto &written = *new std::set<std::string>; // a program may use a host when it ends
+    if (written.size() >= most || !written.insert(line).second)
+        return;
+    complain(line);
+    if (written.size() == most)
+        complain("there is more of this kind, which is not told any more");
 }
 
 progress::progress(std::string text) { awaited = std::move(text); }

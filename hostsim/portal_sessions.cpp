@@ -59,9 +59,10 @@ int refresh_sessions_from_portal(const port &p)
     const std::string port_text = "port " + std::to_string(p.index);
     const portal_access access = {described.portal, initiator_name(p), port_text};
     const auto began = iscsi::clock::now();
-    std::vector<std::string> names;
-    if (const int failed = discover_targets(access, began + longest_wait(), names))
+    offered_targets offered;
+    if (const int failed = discover_targets(access, began + longest_wait(), offered))
         return first ? 0 : failed;
+    const std::vector<std::string> &names = offered.names;
 
     std::vector<session_description> sessions;
     size_t unreached = 0;
@@ -74,7 +75,7 @@ int refresh_sessions_from_portal(const port &p)
         const progress line(port_text + ": logging in to target " + std::to_string(s.first) +
                             " of " + std::to_string(names.size()));
         const iscsi::deadline until = began + 2 * longest_wait();
-        if (!s.real->begin_query(s.first, until) && iscsi::clock::now() >= until)
+        if (!s.real->begin_query(s.first, offered.address, until) && iscsi::clock::now() >= until)
             ++unreached;
         sessions.push_back(std::move(s));
     }

@@ -71,9 +71,9 @@ int run_program(const scenario_source &source, const run_settings &settings,
     const std::string object = preload_object();
     if (object.empty())
         return refuse(object_name, "not found beside varnok-host");
-    if (object.find_first_of(" \t\n:;$") != std::string::npos)
-        return refuse(object, "the loader does not take a path with a blank, a colon, a semicolon "
-                              "or a dollar sign: move the build or the install elsewhere");
+    if (object.find_first_of(" \t\n:$") != std::string::npos)
+        return refuse(object, "the loader does not take a path with a blank, a colon or a dollar "
+                              "sign: move the build or the install elsewhere");
     if (const std::string obstacle = load_obstacle(object); !obstacle.empty())
         return refuse(object, obstacle);
     const std::string file = find_program(program[0]);

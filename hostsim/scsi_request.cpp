@@ -75,7 +75,13 @@ uint32_t answer_of_real_target(exchange &e, const scsi_reply &reply,
         return 0;
     store_moved(e, reply.result.moved);
     store_sense_bytes(e, reply.result.sense);
-    return reply.result.sense.empty() ? 0 : check_condition_status;
+    if (reply.result.sense.empty())
+        return 0;
+    // A caller without room for sense data has only the status to go by.
+    constexpr size_t shortest_sense = 3;
+    const bool is_seen =
+        get_field<uint16_t>(e.record, offsetof(command_head, sense_len)) >= shortest_sense;
+    return is_seen || check_condition_status != 0 ? check_condition_status : status_failed;
 }
 
 } // namespace

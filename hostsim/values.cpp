@@ -190,9 +190,10 @@ std::string portal_error(std::string_view portal)
     const std::string_view host = portal.substr(0, host_length(portal));
     const std::string_view port = portal.substr(host.size());
     const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    const bool printable = std::ranges::all_of(portal, [](char c) { return c > ' ' && c <= '~'; });
     const bool plain = !host.empty() && host.find_first_of("[]") == std::string_view::npos;
     const auto number = parse(port.substr(std::min<size_t>(port.size(), 1)), 10);
-    if ((!bracketed && !plain) || host.find('\0') != std::string_view::npos ||
+    if ((!bracketed && !plain) || !printable ||
         (!port.empty() && (!number || *number == 0 || *number > UINT16_MAX)))
         return "not host:port with a port from 1 to 65535";
     return {};

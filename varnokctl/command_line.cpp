@@ -48,6 +48,10 @@ constexpr const char *description =
 constexpr const char *footer =
     "Every error line says what to do next; VARNOK_API_DEBUG=4 shows why the library refuses.";
 
+// As an unset variable of a shell.
+const CLI::Validator
+    not_empty([](const std::string &value) { return value.empty() ? "empty" : ""; }, "");
+
 constexpr const char *port_help = "The port: its number, its name or its MAC address";
 constexpr const char *target_help = "The targets: a number, or a name where * stands for anything";
 
@@ -72,9 +76,13 @@ void add_list_options(CLI::App &app, const record_kind &kind, tool_options &opti
         app.add_flag("-d,--details", options.style.details, "Show every field, a block a record");
     app.add_option("-o,--columns", options.columns, "Only these columns, with commas between them")
         ->excludes(app.get_option("--json"))
-        ->excludes(details);
-    app.add_option("--sort", options.sort, "Sort by these columns; a minus before one: descending");
-    app.add_flag("!--no-headings", options.style.headings, "Show no line of headings");
+        ->excludes(details)
+        ->check(not_empty);
+    app.add_option("--sort", options.sort, "Sort by these columns; a minus before one: descending")
+        ->check(not_empty);
+    app.add_flag_callback(
+        "--no-headings", [&options] { options.style.headings = false; },
+        "Show no line of headings");
     app.footer("Columns:" + folded(column_names(kind)));
 }
 
@@ -90,9 +98,9 @@ void take_columns(tool_options &options, const record_kind &kind)
 void add_options(CLI::App &app, const tool_command &command, tool_options &options)
 {
     if ((command.options & takes_port) != 0)
-        app.add_option("-p,--port", options.request.port.text, port_help);
+        app.add_option("-p,--port", options.request.port.text, port_help)->check(not_empty);
     if ((command.options & takes_target) != 0)
-        app.add_option("-t,--target", options.request.target.text, target_help);
+        app.add_option("-t,--target", options.request.target.text, target_help)->check(not_empty);
     if ((command.options & takes_bytes) != 0)
         app.add_flag("-b,--bytes", options.style.bytes, "Show sizes in bytes too");
     if ((command.options & takes_identity) != 0)
@@ -124,8 +132,8 @@ CLI::App *add_scsi(CLI::App &app, scsi_options &options)
 {
     CLI::App *sub = app.add_subcommand("scsi", "Send a SCSI command to a LUN");
     sub->footer(scsi_help);
-    sub->add_option("-p,--port", options.port.text, port_help)->required();
-    sub->add_option("-t,--target", options.target.text, target_help)->required();
+    sub->add_option("-p,--port", options.port.text, port_help)->required()->check(not_empty);
+    sub->add_option("-t,--target", options.target.text, target_help)->required()->check(not_empty);
     sub->add_option("-l,--lun", options.lun, "The LUN, as any output shows it")->required();
     CLI::Option *in = sub->add_option("--in", options.data_in, "Bytes that come from the device");
     in->check(CLI::Range(1U, most_scsi_data));
@@ -161,7 +169,7 @@ void put_command_first(const CLI::App &app, std::span<char *> arguments)
         }
         const auto takes_it = [&](const CLI::App *sub) {
             const CLI::Option *const option = sub->get_option_no_throw(word);
-            return option != nullptr && option->get_type_size_max() > 0;
+            return option != nullptr && option->get_expected_max() > 0;
         };
         if (word.starts_with('-') && std::ranges::any_of(subs, takes_it))
             ++at;

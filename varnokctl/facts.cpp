@@ -33,17 +33,19 @@ std::vector<std::string> host_facts(const inventory &host)
 {
     size_t targets = 0;
     size_t luns = 0;
-    bool all_listed = true;
+    bool all_listed = true, all_targets = true;
     for (const port_entry &port : host.ports) {
         targets += port.targets.size();
+        all_targets = all_targets && !port.targets_unread;
         for (const target_entry &target : port.targets) {
             luns += target.luns.size();
             all_listed =
                 all_listed && target.is_counted && target.luns.size() >= target.info.LunCount;
         }
     }
-    return {counted(host.ports.size(), "port"), counted(targets, "target"),
-            luns == 0 && !all_listed ? not_readable : counted(luns, "LUN")};
+    return {counted(host.ports.size(), "port"),
+            targets == 0 && !all_targets ? targets_not_readable : counted(targets, "target"),
+            luns == 0 && !(all_listed && all_targets) ? not_readable : counted(luns, "LUN")};
 }
 
 std::string target_address(const port_entry &port, const target_entry &target)
@@ -62,8 +64,8 @@ std::vector<std::string> lun_facts(const lun_entry &lun, const output_style &sty
 {
     const VARNOK_LUN_INFO &info = lun.info;
     std::vector<std::string> facts = {fmt::format("LUN {}", lun_number(levels_of(info))),
-                                      device_type(info.DeviceType), size_of(info, style),
-                                      name_of(info, style)};
+                                      lun.is_known ? device_type(info.DeviceType) : "not readable",
+                                      size_of(info, style), name_of(info, style)};
     if (style.identity)
         facts.push_back(lun.identity ? wwid(*lun.identity) : "");
     return facts;

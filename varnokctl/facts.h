@@ -10,6 +10,8 @@
 namespace ctl
 {
 
+constexpr const char *targets_not_readable = "targets not readable";
+
 // "5 ports", "5 targets", "13 LUNs"
 std::vector<std::string> host_facts(const inventory &host);
 

@@ -195,10 +195,10 @@ failure_advice advice_on(const failed_call &failure)
             advice.meaning = words->meaning;
         advice.next = next_here(words->next);
     }
-    if (failure.cause == failure_cause::not_loaded)
-        explain_not_loaded(advice);
     if (!failure.detail.empty())
         advice.meaning = failure.detail;
+    if (failure.cause == failure_cause::not_loaded)
+        explain_not_loaded(advice);
     return advice;
 }
 

@@ -18,7 +18,8 @@ field_value large_number(uint64_t value) { return same(fmt::to_string(value)); }
 // A capacity of 0 is unknown.
 field_value capacity(uint64_t bytes)
 {
-    return {bytes == 0 ? "" : fmt::to_string(bytes), fmt::to_string(bytes)};
+    const std::string text = bytes == 0 ? "" : fmt::to_string(bytes);
+    return {text, or_null(text)};
 }
 
 // Records are sorted by the number.
@@ -311,8 +312,10 @@ const record_kind port_kind = {"ports", "ports", port_fields, add_port, is_down}
 const record_kind portal_kind = {"portals", "portals", portal_fields, add_portal};
 const record_kind session_kind = {"sessions", "sessions", session_fields, add_sessions,
                                   is_not_logged_in};
-const record_kind target_kind = {"targets", "targets", target_fields, add_targets};
-const record_kind lun_kind = {"LUNs", "luns", lun_fields, add_luns};
+const record_kind target_kind = {"targets", "targets", target_fields, add_targets,
+                                 [](const listed_record &r) { return !r.is_counted; }};
+const record_kind lun_kind = {"LUNs", "luns", lun_fields, add_luns,
+                              [](const listed_record &r) { return !r.is_known; }};
 
 listed_record record_of(const lun_entry &lun, const target_entry &target, uint32_t port)
 {

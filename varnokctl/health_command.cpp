@@ -60,6 +60,14 @@ CLI::App *add_health(CLI::App &app, health_request &health, inventory_request &r
         const bool wants_gone = std::ranges::find(health.only, gone_rule) != health.only.end();
         if (wants_gone && health.against.empty())
             throw CLI::ValidationError("--only", fmt::format("{} requires --against", gone_rule));
+        const auto is_checked = [&health](const health_rule &rule) {
+            const auto names = [&rule](const std::vector<std::string> &list) {
+                return std::ranges::find(list, rule.name) != list.end();
+            };
+            return (health.only.empty() || names(health.only)) && !names(health.ignored);
+        };
+        if (std::ranges::none_of(health_rules(), is_checked))
+            throw CLI::ValidationError("--ignore", "no rule is left to be checked");
     });
     return sub;
 }

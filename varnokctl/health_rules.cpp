@@ -46,7 +46,7 @@ void check_unread(const examined_host &examined, findings_list &found)
             found.push_back({.ports = {*failure.port},
                              .target = failure.target,
                              .lun = failure.lun,
-                             .what = failure_text(failure)});
+                             .what = failure_text(failure, false)});
 }
 
 // A disk that does not tell its size is not ready. Its failure may say more.

@@ -39,9 +39,10 @@ class inventory_reader
             for (uint32_t instance = 0; instance < count; ++instance)
                 read_port(instance);
         if (host_.ports.empty() && !request_.port.any() && host_.failures.empty())
-            host_.failures.push_back({.call = call_name::get_phy_port_info,
-                                      .cause = failure_cause::no_such_port,
-                                      .status = VARNOK_STATUS_NOT_FOUND});
+            host_.failures.push_back(
+                {.call = call_name::command_line,
+                 .cause = failure_cause::no_such_port,
+                 .detail = fmt::format("there is no port '{}'", safe_text(request_.port.text))});
         note_missing_target();
     }
 
@@ -135,8 +136,10 @@ class inventory_reader
     void read_sessions(port_entry &port, uint32_t handle)
     {
         uint32_t target = 0; // a port lists its targets in the order of its sessions
-        for (const VARNOK_SESS_INFO &info :
-             list_of(port, call_name::get_session_info, handle, VARNOK_GetSessionInfo)) {
+        const size_t failures = host_.failures.size();
+        const auto list = list_of(port, call_name::get_session_info, handle, VARNOK_GetSessionInfo);
+        port.sessions_unread = list.empty() && host_.failures.size() != failures;
+        for (const VARNOK_SESS_INFO &info : list) {
             if (request_.target.fits(target, info.TargetName))
                 port.sessions.push_back({target, info});
             ++target;
@@ -145,7 +148,9 @@ class inventory_reader
 
     void read_targets(port_entry &port, uint32_t handle)
     {
+        const size_t failures = host_.failures.size();
         const auto list = list_of(port, call_name::get_tgt_info, handle, VARNOK_GetTgtInfo);
+        port.targets_unread = list.empty() && host_.failures.size() != failures;
         size_t place = 0;
         for (const VARNOK_TGT_INFO &info : list) {
             ++place;
@@ -191,8 +196,10 @@ class inventory_reader
     {
         constexpr int attempts = 3; // the list may change meanwhile
         for (int left = attempts; left > 0; --left) {
-            if (!list_luns(target, where))
+            if (!list_luns(target, where)) {
+                target.is_counted = !target.luns.empty() || target.info.LunCount != 0;
                 return false;
+            }
             if (!target.luns.empty() && target.luns.size() == target.info.LunCount)
                 return true;
             if (!count_again(target, where, call_name::get_lun_info))
@@ -222,6 +229,8 @@ class inventory_reader
     {
         size_t done = 0;
         for (lun_entry &lun : target.luns) {
+            if (!lun.is_known)
+                continue; // it has its failure already
             line_.show(fmt::format("varnokctl: port {}, target {}, {} of {} identified", where.port,
                                    where.target, done, counted(target.luns.size(), "LUN")));
             lun.identity = read_identity(where, lun.info, host_.failures);

@@ -38,11 +38,29 @@ table_row failed_row(const std::vector<const record_field *> &columns, const lis
         const std::string_view key = field->key;
         const bool says = !said && field->shape != look::number;
         said = said || says;
+        const bool is_target = key == "target" && record.target != nullptr;
         row.cells.push_back(key == "port" ? fmt::to_string(record.port)
+                            : is_target   ? fmt::to_string(+record.target->ScsiTgtNum)
                             : says        ? record.failed
                                           : "");
     }
     return row;
+}
+
+// Ports and targets whose records of this kind could not be read.
+void add_failed(const inventory &host, const record_kind &kind, std::vector<listed_record> &records)
+{
+    for (const port_entry &port : host.ports) {
+        const bool lists_targets = &kind == &target_kind || &kind == &lun_kind;
+        if (!port.info || (lists_targets && port.targets_unread) ||
+            (&kind == &session_kind && port.sessions_unread))
+            records.push_back({.port = port.instance, .failed = "not readable"});
+        for (const target_entry &target : port.targets)
+            if (&kind == &lun_kind && target.luns.empty() &&
+                (!target.is_counted || target.info.LunCount != 0))
+                records.push_back(
+                    {.port = port.instance, .failed = "not readable", .target = &target.info});
+    }
 }
 
 } // namespace
@@ -51,12 +69,13 @@ std::string listing_text(const inventory &host, const record_kind &kind, const o
                          const selection &chosen)
 {
     std::vector<listed_record> records = records_of(host, kind);
-    for (const port_entry &port : host.ports)
-        if (!port.info)
-            records.push_back({.port = port.instance, .failed = "not readable"});
+    add_failed(host, kind, records);
     if (records.empty())
         return host.failures.empty() ? fmt::format("no {}\n", kind.plural) : "";
-    std::ranges::stable_sort(records, {}, &listed_record::port);
+    std::ranges::stable_sort(records, {}, [](const listed_record &record) {
+        const uint32_t target = record.target != nullptr ? +record.target->ScsiTgtNum : 0;
+        return std::pair(record.port, target);
+    });
     sort_records(records, chosen);
 
     const auto fields = columns_of(kind, style, chosen);

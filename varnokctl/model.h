@@ -38,6 +38,8 @@ struct port_entry {
     std::optional<VARNOK_ISCSI_PORTAL> portal{};
     std::vector<session_entry> sessions{};
     std::vector<target_entry> targets{};
+    bool sessions_unread = false; // none could be listed
+    bool targets_unread = false;
 };
 
 struct inventory {

@@ -69,6 +69,8 @@ scsi_result send(const scsi_request &request)
         !good(call_name::open_adapter, VARNOK_OpenAdapter(request.port, &handle), request, result))
         return result;
     send_to(handle, request, result);
+    for (failed_call &failure : result.failures)
+        failure.lun = request.lun;
     good(call_name::close_adapter, VARNOK_CloseAdapter(handle), request, result);
     return result;
 }

@@ -184,7 +184,7 @@ void complete(scsi_options &options)
 {
     const auto lun = parse_lun(options.lun);
     if (!lun)
-        wrong("--lun takes 0 to 16383, or 0x and the LUN's 16 hexadecimal digits");
+        wrong("--lun takes a number from 0 to 16383, or any other form in which a LUN is shown");
     options.request.lun = *lun;
     take_command(options);
     find_data(options);

@@ -122,7 +122,8 @@ tree_node target_node(const target_entry &target, const port_entry &port, const 
     return {{fmt::format("Target {}", +target.info.ScsiTgtNum),
              field_text(target.info.TargetName, style), target_address(port, target),
              lun_count(target)},
-            lun_nodes(target, style)};
+            lun_nodes(target, style),
+            !target.is_counted};
 }
 
 tree_node port_node(const port_entry &port, const output_style &style)
@@ -141,6 +142,10 @@ tree_node port_node(const port_entry &port, const output_style &style)
     if (port.portal) {
         node.facts.push_back(ip_address(port.portal->IPv4Addr));
         node.facts.push_back(ip_address(port.portal->IPv6Addr));
+    }
+    if (port.targets_unread) {
+        node.facts.emplace_back(targets_not_readable);
+        node.bad = true;
     }
     for (const target_entry &target : port.targets)
         node.children.push_back(target_node(target, port, style));

@@ -156,6 +156,10 @@ ROWS = [
     *(row(f"truth, {name}", READ, 0, see=data_is(sent[:1024]), do_read=give(sent), **how) for name, sent, how in [
         ("half", b"x" * 512, {}), ("half, status in it", b"x" * 512, {"collapse": True}), ("more than asked", b"x" * 4096, {})]),
     row("truth, CONDITION MET", READY, 0, do_ready=response(status=4)),
+    row("read, CONDITION MET", READ, 1, "done", do_read=response(status=4)),
+    row("LUNs, a list that is cut", "luns --json", 1, "too little data", do_luns=give(b"\0\0\0\x20" + bytes(9))),
+    row("LUNs, a size that is cut", "luns --json", 1, "too little data", do_capacity=give(b"\0\0\0\x10")),
+    row("LUNs, names that are cut", "luns --json", 1, "too little data", do_inquiry=give(b"\0")),
 
     *(row(f"connect, {name}", TREE, 1, f"portal .*{said}", portal=portal) for name, said, portal in [
         ("refused", "refused", "127.0.0.1:1"), ("no such name", "not known", "a..b:3260"), ("never accepted", LATE, "FULL")]),

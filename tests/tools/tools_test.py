@@ -147,7 +147,7 @@ class ToolsTest(ToolCase):
                 (3, "-p vmhba66 luns -t *flash-7*"), (3, "ports -p 02-1E-2B-40-71-82 -q"), (1, "luns -p vmhba99"),
                 (3, "-o port,size,lun,lun_bytes --sort -size,port luns"), (0, "luns -p 0 --no-headings --sort vendor,-lun"),
                 (0, "luns -p 2 --width 40 --bytes"), (1, "targets -p 3 --width 0"), (3, "ports --color always --quiet"),
-                (0, "tree -p 4 --color always"), (2, "luns -o port,nonsense"), (2, "luns --json -o port"), (0, "sessions --help"),
+                (0, "tree -p 4 --color always"), (0, "-q -b tree -p 4"), (2, "ports --port="), (3, "health --only single-path --ignore single-path"), (2, "luns -o port,nonsense"), (2, "luns --json -o port"), (0, "sessions --help"),
                 (0, "scsi -p vmhba66 -t iqn.2016-11.com.example:flash-7.spa.p0 -l 300_flat tur"), (1, "scsi -p 0 -t * -l 0 tur"),
                 (1, "scsi -p 0 -t nobody -l 0 tur")]:
             result = on_host(path, *(word.replace("_flat", " flat") for word in words.split()))
@@ -211,7 +211,8 @@ class ToolsTest(ToolCase):
         self.assertEqual(sorted(nodes), sorted(["host", "port1"] + [
             f"port{i}{of}" for i in whole for of in ("", "_target0", "_target0_luns", "_target1")]))
         self.assertEqual([text for text in texts if text in shown], [shown[i] for i in whole if shown[i]] * 2)
-        self.assertEqual([text for text in texts if "readable" in text], ["not readable", "not all readable"])
+        self.assertEqual([text for text in texts if "readable" in text],
+                         ["not readable", "192.168.128.11:3260, LUNs not readable", "not all readable"])
         self.assertTrue("".join(texts).isprintable())
         self.assertIn("100.0 GiB (107374182400 B)", self.picture(path, "--bytes", status=3)[1])
         self.assertTrue("".join(self.picture(path, "--ascii", status=3)[1]).isascii())
