@@ -79,15 +79,6 @@ json unit_object(const lun_entry &lun)
     return object;
 }
 
-json lun_number_of(const VARNOK_LUN_INFO &lun)
-{
-    const lun_levels levels = levels_of(lun);
-    const lun_form form = lun_form_of(levels);
-    if (form.number && parse_lun(fmt::to_string(*form.number)) == levels)
-        return *form.number;
-    return "0x" + lun_bytes(levels);
-}
-
 } // namespace
 
 json text_or_bytes(std::span<const uint8_t> field)
@@ -96,6 +87,14 @@ json text_or_bytes(std::span<const uint8_t> field)
     if (shown.find('\\') == std::string::npos)
         return shown;
     return json(std::vector<uint8_t>(field.begin(), std::ranges::find(field, 0)));
+}
+
+json lun_number_of(const lun_levels &lun)
+{
+    const lun_form form = lun_form_of(lun);
+    if (form.number && parse_lun(fmt::to_string(*form.number)) == lun)
+        return *form.number;
+    return "0x" + lun_bytes(lun);
 }
 
 json exact_number(uint64_t value, const char *large_format)
@@ -135,10 +134,13 @@ json captured_luns::array_of(const target_entry &target) const
 {
     json array = json::array();
     std::set<lun_levels> seen;
+    uint32_t next_number = 0;
     for (const lun_entry &lun : target.luns) {
         if (!seen.insert(levels_of(lun.info)).second)
             continue;
-        json object = {{"lun", lun_number_of(lun.info)}};
+        json object = {{"lun", lun_number_of(levels_of(lun.info))}};
+        if (object["lun"].is_number())
+            next_number = std::max(next_number, object["lun"].get<uint32_t>() + 1);
         const json unit = unit_object(lun);
         const auto device = names_.find(unit.dump());
         if (device != names_.end())
@@ -147,8 +149,13 @@ json captured_luns::array_of(const target_entry &target) const
             object.update(unit);
         array.push_back(object);
     }
-    if (array.size() == most_listed_luns && target.info.LunCount > most_listed_luns)
-        array.push_back({{"repeat", target.info.LunCount - most_listed_luns},
+    // Their numbers are not known. They stand behind those that are.
+    constexpr uint32_t numbers = 0x4000;
+    const auto listed = static_cast<uint32_t>(target.luns.size());
+    const uint32_t room = numbers - std::min(next_number, numbers);
+    if (target.info.LunCount > listed && room != 0)
+        array.push_back({{"lun", next_number},
+                         {"repeat", std::min(target.info.LunCount - listed, room)},
                          {"serial", ""},
                          {"designators", json::array()}});
     return array;

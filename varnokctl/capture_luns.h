@@ -15,6 +15,8 @@ namespace ctl
 // A text when it needs no escapes, else its bytes. It ends at its first NUL byte.
 json text_or_bytes(std::span<const uint8_t> field);
 
+json lun_number_of(const lun_levels &lun);
+
 json exact_number(uint64_t value, const char *large_format);
 
 class captured_luns
