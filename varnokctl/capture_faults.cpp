@@ -37,9 +37,13 @@ json failing_target(const port_entry &port, const failed_call &failure)
     const auto target = std::ranges::find(port.targets, *failure.target, number);
     const bool has_luns =
         target != port.targets.end() && (target->info.LunCount != 0 || !target->luns.empty());
-    // A target that counts its LUNs, but does not list them, fails when it is asked what they are.
-    if (has_luns)
-        members["cdb"] = failure.cdb.empty() ? "0x12" : failure.cdb;
+    // A target that counts its LUNs, but does not list them, fails when it is asked what the
+    // first unlisted one is.
+    if (!has_luns)
+        return members;
+    members["cdb"] = failure.cdb.empty() ? "0x12" : failure.cdb;
+    if (const auto next = first_unlisted(*target); next && failure.cdb.empty())
+        members["lun"] = *next;
     return members;
 }
 

@@ -13,6 +13,8 @@ namespace ctl
 namespace
 {
 
+constexpr uint32_t lun_numbers = 0x4000; // that a scenario counts
+
 // As text_or_bytes, but it keeps the spaces at the end.
 json whole_text_or_bytes(std::span<const uint8_t> bytes)
 {
@@ -97,6 +99,18 @@ json lun_number_of(const lun_levels &lun)
     return "0x" + lun_bytes(lun);
 }
 
+std::optional<uint32_t> first_unlisted(const target_entry &target)
+{
+    uint32_t next = 0;
+    for (const lun_entry &lun : target.luns) {
+        const json number = lun_number_of(levels_of(lun.info));
+        if (number.is_number())
+            next = std::max(next, number.get<uint32_t>() + 1);
+    }
+    const bool more = target.info.LunCount > target.luns.size() && next < lun_numbers;
+    return more ? std::optional(next) : std::nullopt;
+}
+
 json exact_number(uint64_t value, const char *large_format)
 {
     return value <= largest_exact_number ? json(value)
@@ -134,13 +148,10 @@ json captured_luns::array_of(const target_entry &target) const
 {
     json array = json::array();
     std::set<lun_levels> seen;
-    uint32_t next_number = 0;
     for (const lun_entry &lun : target.luns) {
         if (!seen.insert(levels_of(lun.info)).second)
             continue;
         json object = {{"lun", lun_number_of(levels_of(lun.info))}};
-        if (object["lun"].is_number())
-            next_number = std::max(next_number, object["lun"].get<uint32_t>() + 1);
         const json unit = unit_object(lun);
         const auto device = names_.find(unit.dump());
         if (device != names_.end())
@@ -149,15 +160,13 @@ json captured_luns::array_of(const target_entry &target) const
             object.update(unit);
         array.push_back(object);
     }
-    // Their numbers are not known. They stand behind those that are.
-    constexpr uint32_t numbers = 0x4000;
-    const auto listed = static_cast<uint32_t>(target.luns.size());
-    const uint32_t room = numbers - std::min(next_number, numbers);
-    if (target.info.LunCount > listed && room != 0)
-        array.push_back({{"lun", next_number},
-                         {"repeat", std::min(target.info.LunCount - listed, room)},
+    if (const auto next = first_unlisted(target)) {
+        const auto listed = static_cast<uint32_t>(target.luns.size());
+        array.push_back({{"lun", *next},
+                         {"repeat", std::min(target.info.LunCount - listed, lun_numbers - *next)},
                          {"serial", ""},
                          {"designators", json::array()}});
+    }
     return array;
 }
 

@@ -130,6 +130,7 @@ class CaptureTest(ToolCase):
         for fault in {**below, "sense": "02/04/01"}, {**below, "errno": "EIO"}, {**below, "nth": 3, "sense": "03/11/00"}, \
                 {**below, **lun, **inquiry}, {**below, **lun, "cdb": "0x1201", "status": 6}, \
                 {**below, **lun, "cdb": "0x25", "sense": "03/11/00"}, {**below, "driver": "rovani", "target": 1, "cdb": "0x12", "status": 6}, \
+                {**below, "driver": "rovani", "nth": 8, "status": 12}, \
                 {"driver": "rovani", "request": "tgt_info", "instance": 0, "times": 0, "target": 1, "status": 5}, \
                 {"driver": "rovani", "request": "sess_info", "instance": 0, "times": 0, "errno": "EIO"}:
             with self.subTest(fault):
