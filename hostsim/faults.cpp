@@ -3,6 +3,8 @@
 #include "requests.h"
 #include "scsi_request.h"
 
+#include <algorithm>
+
 namespace hostsim
 {
 
@@ -23,6 +25,13 @@ class fault_reader : public object_reader<fault>
             place{&at, "request"}.fail("not made to this driver");
         if (f.instance && whom != asked_of::one_port)
             place{&at, "instance"}.fail("the request is not made to a port");
+        if (f.target && f.what != request::sess_info && f.what != request::tgt_info &&
+            f.what != request::scsi_cmd)
+            place{&at, "target"}.fail("only for sess_info, tgt_info and scsi_cmd");
+        if (f.lun && (f.what != request::scsi_cmd || !f.target))
+            place{&at, "lun"}.fail("only for scsi_cmd with a target");
+        if (!f.cdb.empty() && f.what != request::scsi_cmd)
+            place{&at, "cdb"}.fail("only for scsi_cmd");
         if (f.sense && f.what != request::scsi_cmd)
             place{&at, "sense"}.fail("only for scsi_cmd");
         if (f.status && f.what == request::open)
@@ -32,16 +41,37 @@ class fault_reader : public object_reader<fault>
     }
 };
 
+bool is_about(const fault &f, const fault_subject &subject)
+{
+    const auto starts = [&] {
+        return f.cdb.size() <= subject.cdb.size() &&
+               std::equal(f.cdb.begin(), f.cdb.end(), subject.cdb.begin(),
+                          [](char c, uint8_t byte) { return static_cast<uint8_t>(c) == byte; });
+    };
+    return (!f.instance || f.instance == subject.instance) &&
+           (!f.target || f.target == subject.target) && (!f.lun || f.lun->wire == subject.lun) &&
+           starts();
+}
+
 } // namespace
+
+std::string to_cdb_start(const value &v, const place &at)
+{
+    constexpr size_t longest = 16;
+    std::string bytes = hex_bytes(to_text(v, at, 2 + 2 * longest));
+    if (bytes.empty())
+        at.fail("not the first bytes of a CDB such as \"0x1201\"");
+    return bytes;
+}
 
 std::unique_ptr<container> open_fault(fault &into) { return std::make_unique<fault_reader>(into); }
 
 const fault *next_fault(std::vector<fault> &faults, driver_id driver, request what,
-                        std::optional<uint32_t> instance)
+                        const fault_subject &subject)
 {
     const fault *fires = nullptr;
     for (fault &f : faults) {
-        if (f.driver != driver || f.what != what || (f.instance && f.instance != instance))
+        if (f.driver != driver || f.what != what || !is_about(f, subject))
             continue;
         ++f.seen;
         if (fires == nullptr && f.seen >= f.nth && (f.times == 0 || f.seen - f.nth < f.times))

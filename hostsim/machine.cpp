@@ -54,6 +54,23 @@ bool is_signature(const vmk_MgmtApiSignature &s, std::string_view name)
                       });
 }
 
+constexpr size_t session_number_at = offsetof(varnok_drv_session_info, sess_num);
+constexpr size_t target_number_at = offsetof(varnok_drv_tgt_info, scsi_tgt_num);
+
+fault_subject subject_of(const exchange &e)
+{
+    switch (e.what) {
+    case request::sess_info:
+        return {.target = get_field<uint32_t>(e.record, session_number_at)};
+    case request::tgt_info:
+        return {.target = get_field<uint32_t>(e.record, target_number_at)};
+    case request::scsi_cmd:
+        return subject_of_scsi(e);
+    default:
+        return {};
+    }
+}
+
 } // namespace
 
 int machine::open_device(driver_id driver)
@@ -61,7 +78,7 @@ int machine::open_device(driver_id driver)
     std::lock_guard lock(lock_);
     if (!scenario_.of(driver).present)
         return fail(ENOENT);
-    if (const fault *f = next_fault(scenario_.faults, driver, request::open, std::nullopt))
+    if (const fault *f = next_fault(scenario_.faults, driver, request::open, {}))
         return fail(f->error.value_or(ENOENT));
     return 0;
 }
@@ -72,7 +89,7 @@ int machine::init(const vmk_MgmtApiSignature &signature, vmk_MgmtUserHandle &han
     for (const driver_facts &d : drivers) {
         if (!is_native(d) || !scenario_.of(d.id).present || !is_signature(signature, d.name))
             continue;
-        if (const fault *f = next_fault(scenario_.faults, d.id, request::init, std::nullopt))
+        if (const fault *f = next_fault(scenario_.faults, d.id, request::init, {}))
             return fail(f->error.value_or(ENODEV),
                         static_cast<int>(f->status.value_or(UINT32_MAX)));
         handle = first_handle + static_cast<uint64_t>(d.id);
@@ -179,11 +196,11 @@ const port *machine::find_port(const exchange &e) const
 uint32_t machine::answer(exchange &e)
 {
     const port *p = facts(e.what).whom == asked_of::one_port ? find_port(e) : nullptr;
-    std::optional<uint32_t> instance;
+    fault_subject subject = subject_of(e);
     if (p != nullptr)
-        instance = p->instance;
+        subject.instance = p->instance;
 
-    if (const fault *f = next_fault(scenario_.faults, e.driver, e.what, instance))
+    if (const fault *f = next_fault(scenario_.faults, e.driver, e.what, subject))
         return apply_fault(*f, e, scenario_.check_condition_status);
     if (e.what == request::hba_cnt) {
         const driver_ports &ports = scenario_.of(e.driver);
@@ -224,9 +241,9 @@ uint32_t machine::answer_for_port(exchange &e, const port &p)
             set_field(e.record, port_record(p));
         return 0;
     case request::sess_info:
-        return answer_for_session(offsetof(varnok_drv_session_info, sess_num), session_record);
+        return answer_for_session(session_number_at, session_record);
     case request::tgt_info:
-        return answer_for_session(offsetof(varnok_drv_tgt_info, scsi_tgt_num), target_record);
+        return answer_for_session(target_number_at, target_record);
     default:
         return answer_scsi(e, p, disks_, scenario_.check_condition_status);
     }

@@ -92,6 +92,18 @@ void store_sense(const exchange &e, const sense_code &sense)
     store_sense_bytes(e, std::span<const uint8_t>(bytes).first(is_good(sense) ? 0 : bytes.size()));
 }
 
+fault_subject subject_of_scsi(const exchange &e)
+{
+    const std::span<const std::byte> cdb =
+        e.record.subspan(offsetof(command_head, cdb), sizeof command_head::cdb);
+    command_head h;
+    std::memcpy(&h, e.record.data(), head_size);
+    const auto *bytes = reinterpret_cast<const uint8_t *>(cdb.data());
+    return {.target = uint32_t{h.tgt},
+            .lun = wire_lun(h),
+            .cdb = {bytes, std::min<size_t>(h.cdb_len, cdb.size())}};
+}
+
 uint32_t answer_scsi(exchange &e, const port &p, disk_contents &disks,
                      uint32_t check_condition_status)
 {

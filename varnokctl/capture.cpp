@@ -1,5 +1,6 @@
 #include "varnokctl/capture.h"
 
+#include "varnokctl/capture_faults.h"
 #include "varnokctl/capture_luns.h"
 #include "varnokctl/driver_codes.h"
 #include "varnokctl/fields.h"
@@ -186,23 +187,6 @@ class driver_finder
     std::array<size_t, newer + 1> driver_ = {older, older, newer};
 };
 
-// Makes a port fail as it did: with its driver's status, or with none.
-json fault_of(const failed_call &failure, size_t driver, uint32_t instance)
-{
-    constexpr uint32_t asked_after_loading = 2, for_ever = 0;
-    json fault = {{"driver", drivers[driver]},
-                  {"request", "port_info"},
-                  {"instance", instance},
-                  {"nth", asked_after_loading},
-                  {"times", for_ever}};
-    if (failure.status >= VARNOK_STATUS_FAILED && failure.status <= VARNOK_STATUS_DRIVER_13 &&
-        failure.status != VARNOK_STATUS_DRIVER_FAILED)
-        fault["status"] = failure.status - VARNOK_STATUS_FAILED + 1;
-    else
-        fault["errno"] = "EIO";
-    return fault;
-}
-
 } // namespace
 
 std::string capture_document(const inventory &host, bool ascii)
@@ -216,13 +200,9 @@ std::string capture_document(const inventory &host, bool ascii)
     for (const port_entry &port : host.ports) {
         const size_t driver = finder.next(port);
         json object = {{"driver", drivers[driver]}};
-        const uint32_t instance = instances[driver]++;
-        const auto failure =
-            std::ranges::find(host.failures, std::optional(port.instance), &failed_call::port);
+        add_faults(faults, port, host.failures, drivers[driver], instances[driver]++);
         if (port.info)
             put_port(object, *port.info);
-        else if (failure != host.failures.end())
-            faults.push_back(fault_of(*failure, driver, instance));
         if (port.portal)
             put_addresses(object, "", port.portal->IPv4Addr, port.portal->IPv4PortNum,
                           port.portal->IPv6Addr, port.portal->IPv6PortNum);

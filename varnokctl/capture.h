@@ -8,8 +8,8 @@
 namespace ctl
 {
 
-// Ports, sessions and LUNs keep their order. A port that could not be read gets a fault that makes
-// it fail the same way.
+// Ports, sessions and LUNs keep their order. What could not be read gets a fault that makes it
+// fail the same way.
 std::string capture_document(const inventory &host, bool ascii);
 
 } // namespace ctl

@@ -13,6 +13,8 @@ namespace ctl
 namespace
 {
 
+constexpr uint32_t lun_numbers = 0x4000; // that a scenario counts
+
 // As text_or_bytes, but it keeps the spaces at the end.
 json whole_text_or_bytes(std::span<const uint8_t> bytes)
 {
@@ -79,15 +81,6 @@ json unit_object(const lun_entry &lun)
     return object;
 }
 
-json lun_number_of(const VARNOK_LUN_INFO &lun)
-{
-    const lun_levels levels = levels_of(lun);
-    const lun_form form = lun_form_of(levels);
-    if (form.number && parse_lun(fmt::to_string(*form.number)) == levels)
-        return *form.number;
-    return "0x" + lun_bytes(levels);
-}
-
 } // namespace
 
 json text_or_bytes(std::span<const uint8_t> field)
@@ -96,6 +89,26 @@ json text_or_bytes(std::span<const uint8_t> field)
     if (shown.find('\\') == std::string::npos)
         return shown;
     return json(std::vector<uint8_t>(field.begin(), std::ranges::find(field, 0)));
+}
+
+json lun_number_of(const lun_levels &lun)
+{
+    const lun_form form = lun_form_of(lun);
+    if (form.number && parse_lun(fmt::to_string(*form.number)) == lun)
+        return *form.number;
+    return "0x" + lun_bytes(lun);
+}
+
+std::optional<uint32_t> first_unlisted(const target_entry &target)
+{
+    uint32_t next = 0;
+    for (const lun_entry &lun : target.luns) {
+        const json number = lun_number_of(levels_of(lun.info));
+        if (number.is_number())
+            next = std::max(next, number.get<uint32_t>() + 1);
+    }
+    const bool more = target.info.LunCount > target.luns.size() && next < lun_numbers;
+    return more ? std::optional(next) : std::nullopt;
 }
 
 json exact_number(uint64_t value, const char *large_format)
@@ -138,7 +151,7 @@ json captured_luns::array_of(const target_entry &target) const
     for (const lun_entry &lun : target.luns) {
         if (!seen.insert(levels_of(lun.info)).second)
             continue;
-        json object = {{"lun", lun_number_of(lun.info)}};
+        json object = {{"lun", lun_number_of(levels_of(lun.info))}};
         const json unit = unit_object(lun);
         const auto device = names_.find(unit.dump());
         if (device != names_.end())
@@ -147,10 +160,13 @@ json captured_luns::array_of(const target_entry &target) const
             object.update(unit);
         array.push_back(object);
     }
-    if (array.size() == most_listed_luns && target.info.LunCount > most_listed_luns)
-        array.push_back({{"repeat", target.info.LunCount - most_listed_luns},
+    if (const auto next = first_unlisted(target)) {
+        const auto listed = static_cast<uint32_t>(target.luns.size());
+        array.push_back({{"lun", *next},
+                         {"repeat", std::min(target.info.LunCount - listed, lun_numbers - *next)},
                          {"serial", ""},
                          {"designators", json::array()}});
+    }
     return array;
 }
 

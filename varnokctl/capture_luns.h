@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -14,6 +15,12 @@ namespace ctl
 
 // A text when it needs no escapes, else its bytes. It ends at its first NUL byte.
 json text_or_bytes(std::span<const uint8_t> field);
+
+json lun_number_of(const lun_levels &lun);
+
+// The number that a capture gives the first LUN that the target counts but does not list. It stands
+// behind those that are listed. Nothing when there is none.
+std::optional<uint32_t> first_unlisted(const target_entry &target);
 
 json exact_number(uint64_t value, const char *large_format);
 

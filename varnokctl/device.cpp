@@ -1,7 +1,10 @@
 #include "varnokctl/device.h"
 
 #include "varnokctl/sense.h"
+#include "varnokctl/text.h"
 
+#include <fmt/format.h>
+#include <span>
 #include <utility>
 
 namespace ctl
@@ -27,8 +30,9 @@ refusal refusal_of(const sense_data &sense)
 }
 
 device_answer answer_of(scsi_answer &&answer, const std::optional<sense_data> &sense,
-                        const open_target &where, const lun_levels &lun)
+                        const open_target &where, const scsi_request &request)
 {
+    constexpr size_t telling = 3; // bytes of a CDB, up to an INQUIRY's page
     device_answer result;
     std::vector<failed_call> failures;
     if (sense && !harmless(*sense)) {
@@ -41,7 +45,11 @@ device_answer answer_of(scsi_answer &&answer, const std::optional<sense_data> &s
         return result;
     }
     result.failure = std::move(failures.front());
-    result.failure->lun = lun;
+    result.failure->lun = request.lun;
+    result.failure->cdb = "0x" + hex_bytes(std::span(request.cdb).first(telling));
+    if (sense && !harmless(*sense) && !sense->deferred)
+        result.failure->sense =
+            fmt::format("{:02x}/{:02x}/{:02x}", sense->key, sense->asc, sense->ascq);
     return result;
 }
 
@@ -61,7 +69,7 @@ device_answer ask_device(const open_target &where, const lun_levels &lun,
         scsi_answer answer = carry_out(where.handle, request);
         const auto sense = decode_sense(answer.sense);
         if (left == 1 || !sense || !is_about_something_else(*sense))
-            return answer_of(std::move(answer), sense, where, lun);
+            return answer_of(std::move(answer), sense, where, request);
     }
 }
 

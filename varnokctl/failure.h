@@ -57,6 +57,9 @@ struct failed_call {
     std::string
         detail{}; // the meaning, where there is more to say than the status and the cause do
     std::optional<lun_levels> lun{};
+    // Of the SCSI command that failed, where it is known which one:
+    std::string cdb{};   // its first bytes: "0x120180"
+    std::string sense{}; // "02/04/01"; empty when the device sent none that is about the command
 };
 
 // Whether the status says that the call succeeded. If not, the failure is added to the others.

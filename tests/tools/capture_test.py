@@ -124,6 +124,28 @@ class CaptureTest(ToolCase):
         VALIDATOR.validate(document)
         self.assertEqual((partial.returncode, document["complete"]), (3, False))
         self.assertIn("VARNOK_GetLunInfo, port 0, target 0", partial.stderr)
+        # What fails below the port fails there, too.
+        below = {"driver": "dxo", "request": "scsi_cmd", "instance": 0, "times": 0}
+        lun, inquiry = {"driver": "rovani", "target": 1, "lun": 0}, {"cdb": "0x1200", "sense": "02/04/01"}
+        for fault in {**below, "sense": "02/04/01"}, {**below, "errno": "EIO"}, {**below, "nth": 3, "sense": "03/11/00"}, \
+                {**below, **lun, **inquiry}, {**below, **lun, "cdb": "0x1201", "status": 6}, \
+                {**below, **lun, "cdb": "0x25", "sense": "03/11/00"}, {**below, "driver": "rovani", "target": 1, "cdb": "0x12", "status": 6}, \
+                {**below, "driver": "rovani", "nth": 8, "status": 12}, \
+                {"driver": "rovani", "request": "tgt_info", "instance": 0, "times": 0, "target": 1, "status": 5}, \
+                {"driver": "rovani", "request": "sess_info", "instance": 0, "times": 0, "errno": "EIO"}:
+            with self.subTest(fault):
+                host = self.scenario({**lab, "faults": [fault]})
+                result = on_host(host, "capture")
+                VALIDATOR.validate(json.loads(result.stdout))
+                replay = self.scenario(result.stdout)
+                again = on_host(replay, "capture")
+                unread = [[[failure[key] for key in ("call", "status", "port", "target", "lun", "meaning")] for failure in
+                           json.loads(text)["failures"]] for text in (result.stdout, again.stdout)]
+                self.assertEqual((result.returncode, again.returncode, unread[0]), (3, 3, unread[1]))
+                self.assertNotEqual(unread[0], [])
+                for command in ["health"], ["targets"], ["luns", "--json"]:
+                    self.assertEqual(*((run.returncode, run.stdout, run.stderr) for run in
+                                       (on_host(path, *command) for path in (host, replay))), command)
         refused = on_host(self.scenario({"host": {"euid": 1}}), "capture")
         self.assertEqual((refused.returncode, refused.stdout), (4, ""))
 

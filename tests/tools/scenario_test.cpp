@@ -92,6 +92,11 @@ TEST(ScenarioTest, ErrorsNameTheirPlace)
         {fault, "'request':'open'", ".request: not made to this driver"},
         {fault, "'request':'hostno','errno':'EFOO'", ".errno: not an error such as \"EIO\""},
         {fault, "'request':'hostno','instance':1,'status':1", ".instance: the driver has no such port"},
+        {fault, "'request':'port_info','target':0,'status':1", ".target: only for sess_info, tgt_info and scsi_cmd"},
+        {fault, "'request':'scsi_cmd','lun':0,'status':1", ".lun: only for scsi_cmd with a target"},
+        {fault, "'request':'tgt_info','target':0,'lun':0,'status':1", ".lun: only for scsi_cmd with a target"},
+        {fault, "'request':'tgt_info','cdb':'0x12','status':1", ".cdb: only for scsi_cmd"},
+        {fault, "'request':'scsi_cmd','cdb':'0x1','status':1", ".cdb: not the first bytes of a CDB such as \"0x1201\""},
         {fault, "'request':'hostno'", ": nothing fails: status, errno or sense is missing"},
     };
     for (const auto &[where, text, error] : cases) {
