@@ -77,6 +77,7 @@ size_t descriptors(const std::string &folder, bool all)
     size_t lines = 0;
     int seen = 0;
     const folder_handle list = open_folder(folder);
+    // cppcheck-suppress readdirCalled; no other thread reads this folder
     while (const dirent *const entry = list != nullptr ? readdir(list.get()) : nullptr) {
         if (entry->d_name[0] == '.')
             continue;
@@ -121,6 +122,7 @@ std::optional<size_t> lines_with_the_library()
         return std::nullopt;
     size_t lines = 0;
     std::string buffer;
+    // cppcheck-suppress readdirCalled; no other thread reads this folder
     while (const dirent *const entry = readdir(processes.get()))
         if (std::isdigit(static_cast<unsigned char>(entry->d_name[0])) != 0)
             lines += lines_of(std::string("/proc/") + entry->d_name + "/", buffer);

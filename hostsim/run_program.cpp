@@ -45,6 +45,7 @@ std::string load_obstacle(const std::string &object)
     if (loaded == nullptr)
         return shown(dlerror(), 4096);
     const auto is_up = reinterpret_cast<question>(dlsym(loaded, "varnok_hostsim_is_up"));
+    // cppcheck-suppress resourceLeak; it stays until the program starts
     return is_up != nullptr && is_up() ? "" : "it is not the simulated host";
 }
 

@@ -19,6 +19,7 @@ constexpr ending same_status = all_well, differs = refused, trouble = usage;
 
 constexpr std::array<const char *, 3> change_words = {"added", "gone", "changed"};
 
+// cppcheck-suppress CastIntegerToAddressAtReturn; a false alarm
 const char *word_of(change kind) { return change_words[static_cast<size_t>(kind)]; }
 
 // Either a comparison, or failures that left nothing to compare.

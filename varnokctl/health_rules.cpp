@@ -278,6 +278,7 @@ void check_devices(const examined_host &examined, findings_list &found)
             std::set<uint32_t> ports;
             for (const device_path &path : device.paths)
                 ports.insert(path.port->instance);
+            // cppcheck-suppress uselessCallsConstructor; a false alarm
             found.push_back({.ports = {ports.begin(), ports.end()},
                              .device = device.name,
                              .what = fmt::format("{}: {}", device.name, note.text)});
