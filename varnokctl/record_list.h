@@ -82,9 +82,9 @@ class record_room
 
     static void *mapped(size_t size)
     {
-        constexpr int no_file = -1;
-        return mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, no_file, 0);
+        constexpr int kind = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, no_file = -1;
+        // cppcheck-suppress invalidFunctionArg; memory without a file has this number
+        return mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, no_file, 0);
     }
 
     static bool is_zero(const Record &record)
