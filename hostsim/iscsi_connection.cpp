@@ -92,7 +92,7 @@ class name_lookup
         const std::lock_guard guard(lock_);
         failed_ = failed;
         error_ = error;
-        found_ = found;
+        found_ = failed == 0 ? found : nullptr;
         answered_ = true;
         changed_.notify_all();
         return failed == 0;
@@ -227,6 +227,9 @@ void connection::wait(short events, deadline until) const
 void connection::send_all(std::span<const uint8_t> bytes, deadline until)
 {
     while (!bytes.empty()) {
+        // A target that takes a little at a time must not hold the command for ever.
+        if (clock::now() >= until)
+            fail_by_errno(ETIMEDOUT);
         const ssize_t n = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (n > 0)
             bytes = bytes.subspan(static_cast<size_t>(n));
@@ -267,7 +270,7 @@ void connection::read_exactly(std::span<uint8_t> into, deadline until)
             into = into.subspan(n);
             continue;
         }
-        // What never ends must not end the waiting either.
+        // Nor one that sends a little at a time.
         if (clock::now() >= until)
             fail_by_errno(ETIMEDOUT);
         const bool directly = into.size() >= buffer_.size();

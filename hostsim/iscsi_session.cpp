@@ -97,7 +97,7 @@ class session::transfer
         if (!reads && (expected != length || moved != length || rest.over))
             fail_incomplete(length == 0 ? "the target has data for a command without any"
                                         : "the target did not take all data of a write");
-        if (reads && (moved != expected || moved == 0))
+        if (reads && moved != expected)
             fail_incomplete("the target sent " + std::to_string(moved) + " bytes of " +
                             std::to_string(expected) + " and calls it done");
         if (reads && moved < std::min(fewest_bytes(), length))
@@ -109,23 +109,34 @@ class session::transfer
     size_t moved = 0;
 
   private:
-    // The data that these commands always have. A caller would take zeros for what is missing.
+    // The data that these commands always have, as far as their allocation length goes. A caller
+    // would take zeros for what is missing.
     size_t fewest_bytes() const
     {
         constexpr uint8_t inquiry = 0x12, capacity_10 = 0x25, service_action = 0x9E, luns = 0xA0;
         constexpr size_t header = 8, standard_inquiry = 36, page_header = 4, capacity = 12;
-        switch (command_.cdb[0]) {
+        switch (cdb_field(0, 1)) {
         case inquiry:
-            return (command_.cdb[1] & 1) == 0 ? standard_inquiry : page_header;
+            return std::min((cdb_field(1, 1) & 1) == 0 ? standard_inquiry : page_header,
+                            cdb_field(3, 2));
         case capacity_10:
             return header;
         case service_action:
-            return (command_.cdb[1] & 0x1F) == 0x10 ? capacity : 1;
+            return (cdb_field(1, 1) & 0x1F) == 0x10 ? std::min(capacity, cdb_field(10, 4)) : 1;
         case luns:
-            return moved < header ? header : header + list_length();
+            return std::min(moved < header ? header : header + list_length(), cdb_field(6, 4));
         default:
             return 1;
         }
+    }
+
+    // A big-endian number. What a short CDB lacks is sent as zeros.
+    size_t cdb_field(size_t at, size_t size) const
+    {
+        size_t value = 0;
+        for (size_t i = at; i < at + size; ++i)
+            value = value << 8 | (i < command_.cdb.size() ? command_.cdb[i] : 0U);
+        return value;
     }
 
     size_t list_length() const

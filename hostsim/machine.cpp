@@ -153,8 +153,8 @@ void machine::after_fork_in_child() { std::construct_at(&lock_); }
 
 int machine::serve(exchange &e, size_t status_offset)
 {
-    // A call that fails leaves the caller's records as they were. Only an observer makes a call
-    // fail after the answer.
+    // A call that fails leaves the caller's records as they were, but for data that a real target
+    // sent before it broke off. Only an observer makes a call fail after the answer.
     const std::span<std::byte> header = e.header, record = e.record;
     std::vector<std::byte> sent_header, sent_record;
     if (on_request || on_answer) {

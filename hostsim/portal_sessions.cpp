@@ -59,6 +59,7 @@ int refresh_sessions_from_portal(const port &p)
     const std::string port_text = "port " + std::to_string(p.index);
     const portal_access access = {described.portal, initiator_name(p), port_text};
     const auto began = iscsi::clock::now();
+    const iscsi::deadline until = began + 2 * longest_wait();
     offered_targets offered;
     if (const int failed = discover_targets(access, began + longest_wait(), offered))
         return first ? 0 : failed;
@@ -74,7 +75,6 @@ int refresh_sessions_from_portal(const port &p)
             s.real = std::make_shared<real_target>(access, name);
         const progress line(port_text + ": logging in to target " + std::to_string(s.first) +
                             " of " + std::to_string(names.size()));
-        const iscsi::deadline until = began + 2 * longest_wait();
         if (!s.real->begin_query(s.first, offered.address, until) && iscsi::clock::now() >= until)
             ++unreached;
         sessions.push_back(std::move(s));

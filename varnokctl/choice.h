@@ -10,6 +10,8 @@
 namespace ctl
 {
 
+constexpr const char *port_help = "The port: its number, its name or its MAC address";
+
 // A number, an adapter's name or a MAC address. Empty: every port.
 struct port_choice {
     std::string text;

@@ -52,7 +52,6 @@ constexpr const char *footer =
 const CLI::Validator
     not_empty([](const std::string &value) { return value.empty() ? "empty" : ""; }, "");
 
-constexpr const char *port_help = "The port: its number, its name or its MAC address";
 constexpr const char *target_help = "The targets: a number, or a name where * stands for anything";
 
 // Words on lines of their own, which are not too long.

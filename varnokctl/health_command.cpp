@@ -45,8 +45,7 @@ CLI::App *add_health(CLI::App &app, health_request &health, inventory_request &r
     const CLI::Validator is_rule(no_such_rule, "");
     CLI::App *sub = app.add_subcommand("health", "Look for what is wrong, for a monitoring system");
     sub->footer(help_text());
-    CLI::Option *port = sub->add_option("-p,--port", request.port.text,
-                                        "The port: its number, its name or its MAC address");
+    CLI::Option *port = sub->add_option("-p,--port", request.port.text, port_help);
     sub->add_option("--ignore", health.ignored, "A rule that is not to be checked; may be repeated")
         ->check(is_rule)
         ->allow_extra_args(false);

@@ -156,6 +156,9 @@ ROWS = [
     *(row(f"truth, {name}", READ, 0, see=data_is(sent[:1024]), do_read=give(sent), **how) for name, sent, how in [
         ("half", b"x" * 512, {}), ("half, status in it", b"x" * 512, {"collapse": True}), ("more than asked", b"x" * 4096, {})]),
     row("truth, CONDITION MET", READY, 0, do_ready=response(status=4)),
+    *(row(f"truth, a short allocation length, {cdb}", f"{SCSI} --in 1024 -- {cdb}", 0)
+      for cdb in ("12 00 00 00 05 00", "a0" + " 00" * 8 + " 08 00 00", "9e 10" + " 00" * 11 + " 08 00 00")),
+    row("truth, INQUIRY for no bytes", SCSI + " --in 1024 -- 12 00 00 00 00 00", 0),
     row("read, CONDITION MET", READ, 1, "done", do_read=response(status=4)),
     row("LUNs, a list that is cut", "luns --json", 1, "too little data", do_luns=give(b"\0\0\0\x20" + bytes(9))),
     row("LUNs, a size that is cut", "luns --json", 1, "too little data", do_capacity=give(b"\0\0\0\x10")),
