@@ -25,6 +25,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/varnok.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 install(FILES libvarnok/include/varnok_mgmt.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(DIRECTORY bindings/cpp/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev
         FILES_MATCHING PATTERN "*.3")
 install(FILES examples/inventory.c examples/inventory.cpp examples/inventory.py examples/lab.json

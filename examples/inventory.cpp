@@ -1,63 +1,53 @@
 // Lists the LUNs of every target that this host sees, with their sizes.
 #include <cinttypes>
 #include <cstdio>
-#include <vector>
+#include <string_view>
 
-#include <varnok_mgmt.h>
+#include <varnok.hpp>
 
-// Repeats the query with a longer array until the list fits.
-template <class Record, class Query>
-std::vector<Record> list(uint32_t count, Query query)
+static bool complain(const varnok::status &status)
 {
-    std::vector<Record> records;
-    uint32_t status = 0;
-    do {
-        records.assign(count, Record{});
-        for (Record &record : records)
-            record.Version = VARNOK_RECORD_VERSION_2;
-        Record *array = records.data();
-        status = query(&count, &array);
-    } while (status == VARNOK_STATUS_INSUFFICIENT_BUFFER && count > records.size());
-    records.resize(status == VARNOK_STATUS_SUCCESS ? count : 0);
-    return records;
+    std::fprintf(stderr, "%s\n", status.text().c_str());
+    return false;
 }
 
-static void show_port(uint32_t handle)
+static bool show_luns(const varnok::port &port, const VARNOK_TGT_INFO &target)
 {
-    VARNOK_PHY_PORT_INFO port = {};
-    if (VARNOK_GetPhyPortInfo(handle, &port) != VARNOK_STATUS_SUCCESS) // refreshes SessCount
-        return;
-    const auto targets =
-        list<VARNOK_TGT_INFO>(0, [handle](uint32_t *count, VARNOK_TGT_INFO **array) {
-            return VARNOK_GetTgtInfo(handle, count, array);
-        });
-    for (const VARNOK_TGT_INFO &target : targets) {
-        const uint32_t number = target.ScsiTgtNum;
-        std::printf("%.256s\n", reinterpret_cast<const char *>(target.TargetName));
-        if (target.LunCount == 0)
-            continue;
-        const auto luns = list<VARNOK_LUN_INFO>(
-            target.LunCount, [handle, number](uint32_t *count, VARNOK_LUN_INFO **array) {
-                return VARNOK_GetLunInfo(handle, number, count, array);
-            });
-        // ScsiLunNum includes the address method: flat LUN 300 shows as 16684.
-        for (const VARNOK_LUN_INFO &lun : luns)
-            std::printf("  LUN %" PRIu32 ": %" PRIu64 " MiB\n", lun.ScsiLunNum, lun.Capacity >> 20);
+    const auto luns = port.luns(target.ScsiTgtNum, target.LunCount);
+    // ScsiLunNum includes the address method: flat LUN 300 shows as 16684.
+    for (const VARNOK_LUN_INFO &lun : luns.value)
+        std::printf("  LUN %" PRIu32 ": %" PRIu64 " MiB\n", lun.ScsiLunNum, lun.Capacity >> 20);
+    return luns.ok() || complain(luns.status);
+}
+
+static bool show_port(const varnok::port &port)
+{
+    if (!port.status().ok())
+        return complain(port.status());
+    const auto info = port.info(); // refreshes the number of targets
+    if (!info.ok())
+        return complain(info.status);
+    const auto targets = port.targets();
+    bool good = targets.ok() || complain(targets.status);
+    for (const VARNOK_TGT_INFO &target : targets.value) {
+        const std::string_view name = varnok::text(target.TargetName);
+        std::printf("%.*s\n", static_cast<int>(name.size()), name.data());
+        if (target.LunCount != 0)
+            good = show_luns(port, target) && good;
     }
+    return good;
 }
 
 int main()
 {
-    uint32_t ports = 0;
-    if (VARNOK_LoadLibrary() != VARNOK_STATUS_SUCCESS)
+    const varnok::library library;
+    if (!library.status().ok()) {
+        complain(library.status());
         return 1;
-    VARNOK_GetPortCount(&ports);
-    for (uint32_t instance = 0; instance < ports; ++instance) {
-        uint32_t handle = 0;
-        if (VARNOK_OpenAdapter(instance, &handle) != VARNOK_STATUS_SUCCESS)
-            continue;
-        show_port(handle);
-        VARNOK_CloseAdapter(handle);
     }
-    VARNOK_FreeLibrary();
+    const auto ports = library.port_count(); // stays 0 on a host without adapters
+    bool good = true;
+    for (std::uint32_t instance = 0; instance < ports.value; ++instance)
+        good = show_port(varnok::port(library, instance)) && good;
+    return good ? 0 : 1;
 }

@@ -29,8 +29,9 @@ refusal refusal_of(const sense_data &sense)
     return sense.asc == unknown_command ? refusal::unknown_command : refusal::illegal_request;
 }
 
-device_answer answer_of(scsi_answer &&answer, const std::optional<sense_data> &sense,
-                        const open_target &where, const scsi_request &request)
+device_answer answer_of(varnok::result<varnok::scsi_reply> &&answer,
+                        const std::optional<sense_data> &sense, const open_target &where,
+                        const scsi_request &request)
 {
     constexpr size_t telling = 3; // bytes of a CDB, up to an INQUIRY's page
     device_answer result;
@@ -38,10 +39,10 @@ device_answer answer_of(scsi_answer &&answer, const std::optional<sense_data> &s
     if (sense && !harmless(*sense)) {
         result.refused = refusal_of(*sense);
         failures.push_back({call_name::send_scsi_command, failure_cause::not_told, where.port,
-                            where.target, answer.status, cause_text(*sense)});
-    } else if (succeeded(failures, call_name::send_scsi_command, answer.status, where.port,
+                            where.target, answer.status.code(), cause_text(*sense)});
+    } else if (succeeded(failures, call_name::send_scsi_command, answer.status.code(), where.port,
                          where.target)) {
-        result.data = std::move(answer.data);
+        result.data = std::move(answer.value.data);
         return result;
     }
     result.failure = std::move(failures.front());
@@ -66,8 +67,8 @@ device_answer ask_device(const open_target &where, const lun_levels &lun,
                                   .direction = VARNOK_SCSI_DATA_IN,
                                   .data = std::vector<uint8_t>(room)};
     for (int left = attempts;; --left) {
-        scsi_answer answer = carry_out(where.handle, request);
-        const auto sense = decode_sense(answer.sense);
+        auto answer = carry_out(where.on, request);
+        const auto sense = decode_sense(answer.value.sense);
         if (left == 1 || !sense || !is_about_something_else(*sense))
             return answer_of(std::move(answer), sense, where, request);
     }

@@ -7,13 +7,14 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <varnok.hpp>
 #include <vector>
 
 namespace ctl
 {
 
 struct open_target {
-    uint32_t handle; // of its port
+    const varnok::port &on;
     uint32_t port, target;
 };
 

@@ -10,6 +10,7 @@
 #include <sys/utsname.h>
 #include <system_error>
 #include <unistd.h>
+#include <varnok.hpp>
 
 namespace ctl
 {
@@ -49,35 +50,25 @@ constexpr const char *find_driver =
     "load an adapter's driver; set VARNOK_API_DEBUG=4 to see what is missing";
 constexpr const char *reopen = "repeat the command; the port was closed behind it";
 
-struct status_words {
+struct status_advice {
     uint32_t status;
-    const char *name;
-    const char *meaning;
     const char *next;
 };
 
-#define STATUS(name, meaning, next)                                                                \
-    {                                                                                              \
-        VARNOK_STATUS_##name, "VARNOK_STATUS_" #name, meaning, next                                \
-    }
-constexpr status_words statuses[] = {
-    STATUS(FAILED, "port not open, or driver status 1", reopen),
-    STATUS(DRIVER_2, "driver status 2", see_driver),
-    STATUS(DRIVER_3, "driver status 3", see_driver),
-    STATUS(INVALID_PARAMETER, "an argument is missing or invalid, or driver status 4", see_log),
-    STATUS(DRIVER_5, "driver status 5", see_driver),
-    STATUS(DRIVER_6, "driver status 6", see_driver),
-    STATUS(NOT_FOUND, "the driver knows no such port, session, target or LUN (driver status 7)",
-           "see what is there with 'varnokctl tree'"),
-    STATUS(DRIVER_8, "driver status 8", see_driver),
-    STATUS(INSUFFICIENT_BUFFER, "there are more entries than asked for, or driver status 9",
-           "repeat the command: the list may have grown meanwhile"),
-    STATUS(NO_MEMORY, "out of memory, or driver status 10", "free memory and repeat the command"),
-    STATUS(DRIVER_FAILED, "the driver failed the request without a usable status", see_driver),
-    STATUS(DRIVER_12, "driver status 12", see_driver),
-    STATUS(DRIVER_13, "driver status 13", see_driver),
+constexpr status_advice advices[] = {
+    {VARNOK_STATUS_FAILED, reopen},
+    {VARNOK_STATUS_DRIVER_2, see_driver},
+    {VARNOK_STATUS_DRIVER_3, see_driver},
+    {VARNOK_STATUS_DRIVER_5, see_driver},
+    {VARNOK_STATUS_DRIVER_6, see_driver},
+    {VARNOK_STATUS_NOT_FOUND, "see what is there with 'varnokctl tree'"},
+    {VARNOK_STATUS_DRIVER_8, see_driver},
+    {VARNOK_STATUS_INSUFFICIENT_BUFFER, "repeat the command: the list may have grown meanwhile"},
+    {VARNOK_STATUS_NO_MEMORY, "free memory and repeat the command"},
+    {VARNOK_STATUS_DRIVER_FAILED, see_driver},
+    {VARNOK_STATUS_DRIVER_12, see_driver},
+    {VARNOK_STATUS_DRIVER_13, see_driver},
 };
-#undef STATUS
 
 struct cause_words {
     failure_cause cause;
@@ -167,11 +158,10 @@ failure_advice advice_on_status(uint32_t status)
         return {name == nullptr ? "unknown error" : name, fmt::to_string(status),
                 std::generic_category().message(static_cast<int>(status)), ""};
     }
-    const std::string number = fmt::format("0x{:08X}", status);
-    const auto *words = std::ranges::find(statuses, status, &status_words::status);
-    if (words == std::end(statuses))
-        return {"unknown status", number, "no status that the library documents", see_log};
-    return {words->name, number, words->meaning, next_here(words->next)};
+    const varnok::status words(status, "");
+    const auto *advice = std::ranges::find(advices, status, &status_advice::status);
+    const char *next = advice == std::end(advices) ? see_log : advice->next;
+    return {words.name(), fmt::format("0x{:08X}", status), words.meaning(), next_here(next)};
 }
 
 } // namespace

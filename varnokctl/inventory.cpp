@@ -1,12 +1,12 @@
 #include "varnokctl/inventory.h"
 
-#include "varnokctl/library.h"
 #include "varnokctl/lun_checks.h"
-#include "varnokctl/record_list.h"
 #include "varnokctl/text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <utility>
+#include <varnok.hpp>
 
 namespace ctl
 {
@@ -23,21 +23,20 @@ class inventory_reader
 
     void read()
     {
-        const loaded_library library;
+        const varnok::library library;
         if (!good(call_name::load_library, library.status()))
             return;
-        uint32_t count = 0;
-        const uint32_t status = VARNOK_GetPortCount(&count);
+        const varnok::result<uint32_t> count = library.port_count();
         // A load that finds no adapter succeeds but leaves nothing loaded. It shows here.
-        if (status == VARNOK_STATUS_FAILED)
-            return note_missing_port();
-        if (!good(call_name::get_port_count, status))
+        if (count.status.code() == VARNOK_STATUS_FAILED)
+            return note_missing_port(library);
+        if (!good(call_name::get_port_count, count.status))
             return;
         if (const auto number = request_.port.number())
-            read_port(*number); // the library knows best whether there is one
+            read_port(library, *number); // the library knows best whether there is one
         else
-            for (uint32_t instance = 0; instance < count; ++instance)
-                read_port(instance);
+            for (uint32_t instance = 0; instance < count.value; ++instance)
+                read_port(library, instance);
         if (host_.ports.empty() && !request_.port.any() && host_.failures.empty())
             host_.failures.push_back(
                 {.call = call_name::command_line,
@@ -47,21 +46,21 @@ class inventory_reader
     }
 
   private:
-    bool good(call_name call, uint32_t status, std::optional<uint32_t> port = {},
+    bool good(call_name call, const varnok::status &status, std::optional<uint32_t> port = {},
               std::optional<uint32_t> target = {})
     {
-        return succeeded(host_.failures, call, status, port, target);
+        return succeeded(host_.failures, call, status.code(), port, target);
     }
 
     bool needs(unsigned what) const { return (request_.needs & what) == what; }
 
     // Without adapters there is no such port. Opening it gets the library's own answer.
-    void note_missing_port()
+    void note_missing_port(const varnok::library &library)
     {
-        uint32_t handle = 0;
         const std::optional<uint32_t> number = request_.port.number();
         if (!request_.port.any())
-            good(call_name::open_adapter, VARNOK_OpenAdapter(number.value_or(0), &handle), number);
+            good(call_name::open_adapter, varnok::port(library, number.value_or(0)).status(),
+                 number);
     }
 
     // All ports were read, but none has the target that was asked for.
@@ -78,93 +77,78 @@ class inventory_reader
                                   request_.target.number()});
     }
 
-    void read_port(uint32_t instance)
+    void read_port(const varnok::library &library, uint32_t instance)
     {
-        uint32_t handle = 0;
-        const uint32_t status = VARNOK_OpenAdapter(instance, &handle);
-        if (status != VARNOK_STATUS_NOT_FOUND)
+        varnok::port opened(library, instance);
+        if (opened.status().code() != VARNOK_STATUS_NOT_FOUND)
             host_.ports.push_back({.instance = instance});
-        if (!good(call_name::open_adapter, status, instance))
+        if (!good(call_name::open_adapter, opened.status(), instance))
             return;
         port_entry &port = host_.ports.back();
-        const bool known = read_info(port, handle);
+        const bool known = read_info(port, opened);
         const bool wanted = !known || request_.port.fits(instance, *port.info);
         if (known && wanted) {
             if (needs(need_portals))
-                read_portal(port, handle);
+                read_portal(port, opened);
             if (needs(need_sessions))
-                read_sessions(port, handle);
+                read_sessions(port, opened);
             if (needs(need_targets))
-                read_targets(port, handle);
+                read_targets(port, opened);
         }
-        good(call_name::close_adapter, VARNOK_CloseAdapter(handle), instance);
+        good(call_name::close_adapter, opened.close(), instance);
         if (!wanted)
             host_.ports.pop_back();
     }
 
     // This comes first: it also refreshes the session count, which the other queries go by.
-    bool read_info(port_entry &port, uint32_t handle)
+    bool read_info(port_entry &port, const varnok::port &opened)
     {
-        VARNOK_PHY_PORT_INFO info{};
-        info.Version = VARNOK_PHY_PORT_INFO_VERSION;
-        const uint32_t status = VARNOK_GetPhyPortInfo(handle, &info);
-        if (!good(call_name::get_phy_port_info, status, port.instance))
-            return false;
-        port.info = info;
-        return true;
+        const varnok::result<VARNOK_PHY_PORT_INFO> info = opened.info();
+        if (good(call_name::get_phy_port_info, info.status, port.instance))
+            port.info = info.value;
+        return info.ok();
     }
 
-    template <class Record>
-    std::vector<Record> list_of(const port_entry &port, call_name call, uint32_t handle,
-                                uint32_t (*query)(uint32_t, uint32_t *, Record **))
+    void read_portal(port_entry &port, const varnok::port &opened)
     {
-        std::vector<Record> list;
-        const auto ask = [&](uint32_t *count, Record **array) {
-            return query(handle, count, array);
-        };
-        good(call, read_list(list, 0, UINT32_MAX, ask), port.instance);
-        return list;
+        const auto list = opened.portals();
+        good(call_name::get_iscsi_portal, list.status, port.instance);
+        if (!list.value.empty())
+            port.portal = list.value.front();
     }
 
-    void read_portal(port_entry &port, uint32_t handle)
-    {
-        const auto list = list_of(port, call_name::get_iscsi_portal, handle, VARNOK_GetIscsiPortal);
-        if (!list.empty())
-            port.portal = list.front();
-    }
-
-    void read_sessions(port_entry &port, uint32_t handle)
+    void read_sessions(port_entry &port, const varnok::port &opened)
     {
         uint32_t target = 0; // a port lists its targets in the order of its sessions
-        const size_t failures = host_.failures.size();
-        const auto list = list_of(port, call_name::get_session_info, handle, VARNOK_GetSessionInfo);
-        port.sessions_unread = list.empty() && host_.failures.size() != failures;
-        for (const VARNOK_SESS_INFO &info : list) {
+        const auto list = opened.sessions();
+        good(call_name::get_session_info, list.status, port.instance);
+        port.sessions_unread = list.value.empty() && !list.ok();
+        for (const VARNOK_SESS_INFO &info : list.value) {
             if (request_.target.fits(target, info.TargetName))
                 port.sessions.push_back({target, info});
             ++target;
         }
     }
 
-    void read_targets(port_entry &port, uint32_t handle)
+    void read_targets(port_entry &port, const varnok::port &opened)
     {
-        const size_t failures = host_.failures.size();
-        const auto list = list_of(port, call_name::get_tgt_info, handle, VARNOK_GetTgtInfo);
-        port.targets_unread = list.empty() && host_.failures.size() != failures;
+        const auto list = opened.targets();
+        good(call_name::get_tgt_info, list.status, port.instance);
+        port.targets_unread = list.value.empty() && !list.ok();
         size_t place = 0;
-        for (const VARNOK_TGT_INFO &info : list) {
+        for (const VARNOK_TGT_INFO &info : list.value) {
             ++place;
             if (!request_.target.fits(info.ScsiTgtNum, info.TargetName))
                 continue;
             target_entry &target = port.targets.emplace_back(target_entry{info});
-            const open_target where = {handle, port.instance, info.ScsiTgtNum};
+            const open_target where = {opened, port.instance, info.ScsiTgtNum};
             if (!needs(need_luns)) {
                 if (info.LunCount == 0)
                     count_again(target, where, call_name::get_tgt_info);
                 continue;
             }
             line_.show(fmt::format("varnokctl: port {}, target {} of {}, {} read", port.instance,
-                                   place, list.size(), counted(luns_, "LUN")));
+                                   place, list.value.size(), counted(luns_, "LUN")));
             read_luns(target, where);
             luns_ += target.luns.size();
             if (needs(need_identities))
@@ -212,16 +196,11 @@ class inventory_reader
 
     bool list_luns(target_entry &target, const open_target &where)
     {
-        const auto query = [&](uint32_t *count, VARNOK_LUN_INFO **array) {
-            return VARNOK_GetLunInfo(where.handle, where.target, count, array);
-        };
-        std::vector<VARNOK_LUN_INFO> list;
-        const uint32_t room = std::clamp(+target.info.LunCount, 1U, most_listed_luns);
-        const uint32_t status = read_list(list, room, most_listed_luns, query);
+        const auto list = where.on.luns(where.target, target.info.LunCount);
         target.luns.clear();
-        for (const VARNOK_LUN_INFO &info : list)
+        for (const VARNOK_LUN_INFO &info : list.value)
             target.luns.push_back({info});
-        return good(call_name::get_lun_info, status, where.port, where.target);
+        return good(call_name::get_lun_info, list.status, where.port, where.target);
     }
 
     // The library's first failure ends it: each of many commands might take its time to fail.

@@ -1,10 +1,7 @@
 #include "varnokctl/scsi.h"
 
-#include "varnokctl/library.h"
 #include "varnokctl/sense.h"
 
-#include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace ctl
@@ -12,29 +9,16 @@ namespace ctl
 namespace
 {
 
-bool good(call_name call, uint32_t status, const scsi_request &request, scsi_result &result)
+bool good(call_name call, const varnok::status &status, const scsi_request &request,
+          scsi_result &result)
 {
-    return succeeded(result.failures, call, status, request.port, request.target);
+    return succeeded(result.failures, call, status.code(), request.port, request.target);
 }
 
-VARNOK_SCSI_CMND command_of(const scsi_request &request)
+void send_to(const varnok::port &on, const scsi_request &request, scsi_result &result)
 {
-    VARNOK_SCSI_CMND command{};
-    command.Version = VARNOK_RECORD_VERSION_2;
-    command.ScsiTgtNum = request.target;
-    command.ScsiLunNum = request.lun.levels_1_and_2;
-    command.ScsiLunNumExt = request.lun.levels_3_and_4;
-    command.Direction = request.direction;
-    command.CDBLength = static_cast<uint8_t>(request.cdb.size());
-    std::ranges::copy(request.cdb, command.CDB);
-    command.SenseLength = sizeof command.Sense;
-    return command;
-}
-
-void send_to(uint32_t handle, const scsi_request &request, scsi_result &result)
-{
-    scsi_answer answer = carry_out(handle, request);
-    const auto sense = decode_sense(answer.sense);
+    auto answer = carry_out(on, request);
+    const auto sense = decode_sense(answer.value.sense);
     if (sense)
         result.sense.assign(sense->raw.begin(), sense->raw.end());
     if (!good(call_name::send_scsi_command, answer.status, request, result))
@@ -46,32 +30,37 @@ void send_to(uint32_t handle, const scsi_request &request, scsi_result &result)
     }
     result.carried_out = true;
     if (request.direction == VARNOK_SCSI_DATA_IN)
-        result.data = std::move(answer.data);
+        result.data = std::move(answer.value.data);
 }
 
 } // namespace
 
-scsi_answer carry_out(uint32_t handle, const scsi_request &request)
+varnok::result<varnok::scsi_reply> carry_out(const varnok::port &on, const scsi_request &request)
 {
-    VARNOK_SCSI_CMND command = command_of(request);
-    std::vector<uint8_t> data = request.data;
-    auto length = static_cast<uint32_t>(data.size());
-    const uint32_t status = VARNOK_SendScsiCommand(handle, &command, &length, data.data());
-    return {status, std::move(data), {std::begin(command.Sense), std::end(command.Sense)}};
+    const varnok::scsi_lun lun = {request.lun.levels_1_and_2, request.lun.levels_3_and_4};
+    switch (request.direction) {
+    case VARNOK_SCSI_DATA_IN:
+        return on.read(request.target, lun, request.cdb, request.data.size());
+    case VARNOK_SCSI_DATA_OUT:
+        return on.write(request.target, lun, request.cdb, request.data);
+    default:
+        return on.send(request.target, lun, request.cdb);
+    }
 }
 
 scsi_result send(const scsi_request &request)
 {
     scsi_result result;
-    const loaded_library library;
-    uint32_t handle = 0;
-    if (!good(call_name::load_library, library.status(), request, result) ||
-        !good(call_name::open_adapter, VARNOK_OpenAdapter(request.port, &handle), request, result))
+    const varnok::library library;
+    if (!good(call_name::load_library, library.status(), request, result))
         return result;
-    send_to(handle, request, result);
+    varnok::port opened(library, request.port);
+    if (!good(call_name::open_adapter, opened.status(), request, result))
+        return result;
+    send_to(opened, request, result);
     for (failed_call &failure : result.failures)
         failure.lun = request.lun;
-    good(call_name::close_adapter, VARNOK_CloseAdapter(handle), request, result);
+    good(call_name::close_adapter, opened.close(), request, result);
     return result;
 }
 

@@ -6,6 +6,7 @@
 #include "varnokctl/lun_address.h"
 
 #include <cstdint>
+#include <varnok.hpp>
 #include <vector>
 
 namespace ctl
@@ -30,13 +31,7 @@ struct scsi_result {
 
 scsi_result send(const scsi_request &request);
 
-struct scsi_answer {
-    uint32_t status;
-    std::vector<uint8_t> data;  // as long as the request's
-    std::vector<uint8_t> sense; // the whole buffer
-};
-
 // Sends to a port that is open.
-scsi_answer carry_out(uint32_t handle, const scsi_request &request);
+varnok::result<varnok::scsi_reply> carry_out(const varnok::port &on, const scsi_request &request);
 
 } // namespace ctl

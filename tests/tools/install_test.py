@@ -10,18 +10,23 @@ import unittest
 
 SOURCE, BUILD, CC, CXX, VERSION = pathlib.Path(sys.argv[1]), *sys.argv[2:6]
 PROJECT = """cmake_minimum_required(VERSION 3.25)
-project(other C)
+project(other C CXX)
 find_package(varnok 5 REQUIRED)
-add_executable(inventory inventory.c)
-target_link_libraries(inventory varnok::varnok)
+foreach(language c cpp)
+    add_executable(inventory_${language} inventory.${language})
+    target_link_libraries(inventory_${language} varnok::varnok)
+endforeach()
 """
+FIRST = {"c": "vmhba64, MH2120-2I", "cpp": "iqn.2012-04.com.example:array-1.a"}
+STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
 COMPLETE = """exec 2>&1
 . "$1"; tool=${1##*/}; COMP_WORDS=("${@:3}"); COMP_CWORD=$(($# - 3))
 "_${tool//-/_}" "$2"; echo "${COMPREPLY[*]}"
 """
 PACKAGES = {
     "libvarnok5": ["libvarnok.so." + VERSION],
-    "libvarnok-dev": ["usr/include/varnok_mgmt.h", "pkgconfig/varnok.pc", "cmake/varnok/varnok-config.cmake",
+    "libvarnok-dev": ["usr/include/varnok_mgmt.h", "usr/include/varnok.hpp", "usr/include/varnok/lists.hpp",
+                      "pkgconfig/varnok.pc", "cmake/varnok/varnok-config.cmake",
                       "share/doc/varnok/README.md", "share/doc/varnok/examples/lab.json"],
     "varnok-tools": ["usr/bin/varnokctl", "usr/bin/varnok-host", "varnok-hostsim.so", "share/varnok/varnok-1.json",
                      "bash-completion/completions/varnokctl", "bash-completion/completions/varnok-host"],
@@ -48,7 +53,7 @@ class InstallTest(unittest.TestCase):
     def tearDownClass(cls):
         cls.stage.cleanup()
 
-    def inventory(self, *program, first="vmhba64, MH2120-2I"):
+    def inventory(self, *program, first):
         output = run(self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--", *program,
                      LD_LIBRARY_PATH=str(self.libdir))
         self.assertEqual(output.splitlines()[0], first)
@@ -56,23 +61,23 @@ class InstallTest(unittest.TestCase):
     def test_pkg_config(self):
         flags = run("pkg-config", "--cflags", "--libs", "varnok", PKG_CONFIG_PATH=self.libdir / "pkgconfig").split()
         program = self.prefix / "with-pkg-config"
-        run(CC, self.example / "inventory.c", "-o", program, *flags)
-        self.inventory(program)
+        for language, *compiler in [("c", CC), ("cpp", CXX, "-std=c++17"), ("cpp", CXX, "-std=c++17", "-fno-exceptions"),
+                                    ("cpp", CXX, "-std=c++2b")]:
+            run(*compiler, *STRICT, self.example / f"inventory.{language}", "-o", program, *flags)
+            self.inventory(program, first=FIRST[language])
 
     def test_find_package(self):
         project = self.prefix / "other"
         project.mkdir()
         (project / "CMakeLists.txt").write_text(PROJECT)
-        (project / "inventory.c").write_text((self.example / "inventory.c").read_text())
+        for language in FIRST:
+            (project / f"inventory.{language}").write_text((self.example / f"inventory.{language}").read_text())
         run("cmake", "-S", project, "-B", project / "out", f"-DCMAKE_PREFIX_PATH={self.prefix}")
         run("cmake", "--build", project / "out")
-        self.inventory(project / "out/inventory")
+        for language, first in FIRST.items():
+            self.inventory(project / f"out/inventory_{language}", first=first)
 
-    def test_the_other_examples(self):
-        program = self.prefix / "with-cpp"
-        flags = ["-I", self.prefix / "include", "-L", self.libdir, "-lvarnok"]
-        run(CXX, "-std=c++17", self.example / "inventory.cpp", "-o", program, *flags)
-        self.inventory(program, first="iqn.2012-04.com.example:array-1.a")
+    def test_python(self):
         example = self.example / "inventory.py"
         self.inventory(sys.executable, example, first="vmhba64, MH2120-2I, MH21A40718, 2 sessions")
 
