@@ -1,0 +1,1 @@
+"""Inspect the iSCSI offload adapters of a hypervisor host."""
