@@ -1,31 +1,28 @@
-"""Lists the iSCSI ports of this host, through ctypes."""
+"""Lists the iSCSI ports of this host, and the targets and LUNs that each one sees."""
 
-import ctypes
 import sys
 
-
-class PhyPort(ctypes.LittleEndianStructure):
-    """VARNOK_PHY_PORT_INFO. Runs of fields that are not used stand as bytes."""
-
-    _pack_ = 1
-    _fields_ = [("Version", ctypes.c_uint32), ("ModelName", ctypes.c_char * 32), ("skipped", ctypes.c_uint8 * 209),
-                ("SerialNum", ctypes.c_char * 32), ("skipped2", ctypes.c_uint8 * 62), ("SessCount", ctypes.c_uint32),
-                ("skipped3", ctypes.c_uint8 * 12), ("PortState", ctypes.c_uint32), ("skipped4", ctypes.c_uint8 * 8),
-                ("HbaName", ctypes.c_char * 32), ("MFWVersion", ctypes.c_char * 32)]
+import varnok
+from varnok import printable
 
 
-assert ctypes.sizeof(PhyPort) == 431
-varnok = ctypes.CDLL("libvarnok.so.5")
-count = ctypes.c_uint32()
-if varnok.VARNOK_LoadLibrary() != 0:
-    sys.exit("the library refuses to load: see VARNOK_API_DEBUG=4")
-varnok.VARNOK_GetPortCount(ctypes.byref(count))
-for instance in range(count.value):
-    handle, port = ctypes.c_uint32(), PhyPort(Version=2)
-    if varnok.VARNOK_OpenAdapter(instance, ctypes.byref(handle)) != 0:
-        continue
-    if varnok.VARNOK_GetPhyPortInfo(handle, ctypes.byref(port)) == 0:
-        print(port.HbaName.decode(errors="replace"), port.ModelName.decode(errors="replace"),
-              port.SerialNum.decode(errors="replace"), f"{port.SessCount} sessions", sep=", ")
-    varnok.VARNOK_CloseAdapter(handle)
-varnok.VARNOK_FreeLibrary()
+def show(port: varnok.Port) -> None:
+    info = port.info()
+    print(printable(f"{info.hba_name}, {info.model_name}, {info.serial_num}, {info.sess_count} sessions"))
+    for target in port.targets():
+        print(f"  {printable(target.target_name)}")
+        for lun in port.luns(target):
+            size = "unknown size" if lun.capacity is None else f"{lun.capacity >> 20} MiB"
+            print(f"    LUN {lun.number}: {size}, {printable(lun.vendor_name)} {printable(lun.product_name)}")
+
+
+failures = 0
+with varnok.Library() as library:
+    for port in library:
+        try:
+            with port:
+                show(port)
+        except varnok.Error as error:  # the other ports may be well
+            failures += 1
+            print(f"port {port.instance}: {error}", file=sys.stderr)
+sys.exit(1 if failures else 0)
