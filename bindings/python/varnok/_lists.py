@@ -17,6 +17,7 @@ from .codes import Status
 MOST_MARKED = 4096
 MOST_LUNS = 2047
 _TURNS = 10
+_NORESERVE = getattr(mmap, "MAP_NORESERVE", 0x4000)  # Linux's number, for which older Pythons have no name
 _NEVER = {"IsIPv4": b"\xff", "TgtIsIPv4": b"\xff", "ScsiTgtNum": b"\xff" * 4, "ProductName": os.urandom(16)}
 _MARKED_FIELD = {
     _records.IscsiPortal: "IsIPv4",
@@ -35,8 +36,7 @@ class _Room:
         self.marked = min(count, MOST_MARKED)
         field = _MARKED_FIELD[record]
         self.mark, self.at = _NEVER[field], getattr(record, field).offset
-        flags = mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | getattr(mmap, "MAP_NORESERVE", 0)  # since Python 3.11
-        self.memory = mmap.mmap(-1, max(1, self.size * count), flags=flags)
+        self.memory = mmap.mmap(-1, max(1, self.size * count), flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | _NORESERVE)
         for start in range(0, self.marked * self.size, self.size):
             version = _records.RECORD_VERSION_2.to_bytes(4, "little")
             self.memory[start : start + len(version)] = version

@@ -7,7 +7,7 @@ from __future__ import annotations
 
 import enum
 import errno
-from typing import Optional, TypeVar
+from typing import Optional, Tuple, TypeVar
 
 _Code = TypeVar("_Code", bound="Code")
 
@@ -23,6 +23,10 @@ class Code(enum.IntEnum):
         member._name_ = cls._name_of(value)
         member._value_ = value
         return member
+
+    def __reduce_ex__(self, proto: object) -> Tuple[type, Tuple[int]]:
+        """Copies and pickles by number: a number without a name is no attribute of its class."""
+        return type(self), (int(self),)
 
     @classmethod
     def _name_of(cls, value: int) -> str:
