@@ -96,6 +96,12 @@ class LayoutTest(unittest.TestCase):
                 changed = [name for name, value in decoded(record).items() if value != zeros[name]]
                 self.assertEqual([plain(name) for name in changed], [] if field in LEFT_OUT else [plain(field)], field)
 
+    def test_a_text_ends_with_its_first_nul_byte(self):
+        record = _records.LunInfo()
+        for text, expected in [(b"A  \0rest", "A"), (b"\0rest", ""), (b" A B\xff".ljust(16, b"x"), " A B\udcffxxxxxxxxxxx")]:
+            ctypes.memmove(record.VendorName, text, len(text))
+            self.assertEqual(_decode.lun_from(record).vendor_name, expected)
+
     def test_numbers_without_a_name_are_kept(self):
         for numbers in NUMBERS.values():
             for number in (numbers(77777), copy.deepcopy(numbers(77777)), pickle.loads(pickle.dumps(numbers(77777)))):

@@ -3,14 +3,18 @@
 A test with a scenario starts itself again there.
 """
 
+import contextlib
 import functools
+import io
 import ipaddress
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
+import textwrap
 import threading
 import unittest
 
@@ -59,6 +63,16 @@ class PythonTest(unittest.TestCase):
         return caught.exception
 
     @on_host(LAB)
+    def test_what_the_texts_say_works(self):
+        shown = re.findall(r"```python\n(.*?)```", (SOURCE / "README.md").read_text(), re.S)
+        for text, last in [(shown[0], "  iqn.2019-02.net.example:media-server.install 1 128849018880 ready\nvmhba68\n"),
+                           (re.search("^    import.*?^(?=`)", varnok.__doc__, re.M | re.S)[0], "    1 128849018880\nvmhba68\n")]:
+            output = io.StringIO()
+            with contextlib.redirect_stdout(output):
+                exec(textwrap.dedent(text), {})
+            self.assertTrue(output.getvalue().endswith(last), output.getvalue())
+
+    @on_host(LAB)
     def test_the_whole_host(self):
         with varnok.Library() as library:
             self.assertEqual((len(library), [port.instance for port in library]), (5, [0, 1, 2, 3, 4]))
@@ -92,6 +106,7 @@ class PythonTest(unittest.TestCase):
         with varnok.Library() as library, library[0] as port:
             info, (target,) = port.info(), port.targets()
             (lun,) = port.luns(0)
+            self.assertEqual(port.send_scsi(INQUIRY, target=target, lun=lun, data_in=36).check()[8:16], b"<b>     ")
         self.assertEqual(info.hba_name.encode("utf-8", "surrogateescape"), b"\xff\x1b[2J\\" + b"x" * 26)
         self.assertEqual(varnok.printable(info.hba_name), r"\udcff\x1b[2J\\" + "x" * 26)
         self.assertEqual(varnok.printable(target.target_name), "iqn.\\u202e\\n\u00e9")
@@ -205,6 +220,13 @@ class PythonTest(unittest.TestCase):
     def test_what_is_closed_is_not_used(self):
         library, other = varnok.Library(), varnok.Library()
         self.assertRaises(varnok.UsageError, len, library)
+        with library:
+            with library:
+                other.open()
+                other[0].open()
+                other.close()
+            self.assertEqual(len(library), 2)
+            self.assertEqual(_library.call("VARNOK_CloseAdapter", 1), Status.VARNOK_STATUS_FAILED)
         with library, library, library[0] as port:
             with port, other, other[0] as same:
                 self.assertEqual(same.info(), port.info())
@@ -288,26 +310,28 @@ class PythonTest(unittest.TestCase):
 
     @on_host(TWO_PORTS)
     def test_calls_of_threads_never_overlap(self):
-        inside, faults, varnok_call = [], [], None
+        inside, faults, real = [], [], None
         varnok.library_version()
+        sys.setswitchinterval(1e-6)
 
         class Watched:
             def __getattr__(self, name):
                 def function(*arguments):
                     inside.append(name)
-                    result = getattr(varnok_call, name)(*arguments)
+                    result = getattr(real, name)(*arguments)
                     if inside != [name]:
                         faults.append(list(inside))
                     inside.remove(name)
                     return result
                 return function
 
-        varnok_call, _library._library = _library._library, Watched()
+        real, _library._library = _library._library, Watched()
 
         def work():
             try:
                 for _ in range(100):
                     with varnok.Library() as library, library[1] as port:
+                        varnok.library_version()
                         port.luns(port.targets()[0])
                         port.send_scsi(bytes(6), target=0, lun=0)
             except BaseException as error:  # pylint: disable=broad-except
@@ -330,6 +354,7 @@ class PythonTest(unittest.TestCase):
     def test_a_machine_that_is_no_host(self):
         for _ in range(2):
             self.fails(varnok.Error, "VARNOK_STATUS_FAILED", "LoadLibrary", varnok.Library().open)
+            self.in_child(lambda: self.assertRaises(varnok.Error, varnok.Library().open))
         self.assertEqual(varnok.library_version(), (5, 0, 2))
 
     def test_a_machine_without_the_library(self):

@@ -53,9 +53,9 @@ class InstallTest(unittest.TestCase):
     def tearDownClass(cls):
         cls.stage.cleanup()
 
-    def inventory(self, *program, first):
+    def inventory(self, *program, first, **environment):
         output = run(self.prefix / "bin/varnok-host", "run", self.example / "lab.json", "--", *program,
-                     LD_LIBRARY_PATH=str(self.libdir))
+                     LD_LIBRARY_PATH=str(self.libdir), **environment)
         self.assertEqual(output.splitlines()[0], first)
 
     def test_pkg_config(self):
@@ -79,7 +79,8 @@ class InstallTest(unittest.TestCase):
 
     def test_python(self):
         example = self.example / "inventory.py"
-        self.inventory(sys.executable, example, first="vmhba64, MH2120-2I, MH21A40718, 2 sessions")
+        self.inventory(sys.executable, example, first="vmhba64, MH2120-2I, MH21A40718, 2 sessions",
+                       PYTHONPATH=str(SOURCE / "bindings/python"))
 
     def test_debian_packages(self):
         with tempfile.TemporaryDirectory() as folder:

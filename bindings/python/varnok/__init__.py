@@ -11,17 +11,20 @@
                     for lun in port.luns(target):
                         print("   ", lun.number, lun.capacity)
 
-`Library` is a sequence of ports. `Port` has the queries and sends SCSI commands. What they return are frozen dataclasses:
-`PhyPortInfo`, `IscsiPortal`, `SessionInfo`, `TargetInfo`, `LunInfo` and `ScsiAnswer`. What they raise is an `Error`, which
-has the name of the library's status. The package has no state beside the library's, and every query asks the driver anew.
+`Library` is a sequence of ports. `Port` has the queries, and sends SCSI commands. Each query asks
+the driver anew and returns frozen dataclasses: `PhyPortInfo`, `IscsiPortal`, `SessionInfo`,
+`TargetInfo` or `LunInfo`. When a call of the library fails, an `Error` has the name of its status.
+Begin with ``python3 -m pydoc varnok.Library``, then read ``varnok.Port``.
 
-Requirements: the shared library libvarnok.so.5 is installed, the process runs as root, and the machine is a host with such
-adapters. ``varnok-host run FILE -- python3 ...`` simulates a host and needs no root.
+What it requires: the shared library libvarnok.so.5 is installed, the process runs as root, and the
+machine is a host with such adapters. ``varnok-host run FILE -- python3 ...`` simulates a host, and
+requires no root.
 
-Threads: any thread may use the package. Calls of the library must not overlap, so the package makes one at a time.
+Threads: any thread may use the package. Calls of the library must not overlap, so the package makes
+one at a time: a slow SCSI command holds up the other threads' calls.
 
-Processes: several may use the library at once. A process that is forked while the library is open cannot use it, and gets
-a `UsageError`. With multiprocessing, use the start method "spawn".
+Processes: several may use the library at once. A process that is forked while the library is open
+cannot use it, and gets a `UsageError`. With multiprocessing, use the start method "spawn".
 """
 
 from .codes import Direction, MediaType, PcieSpeed, PcieWidth, PortSpeed, PortState, Status

@@ -1,7 +1,7 @@
 """The shared library: its functions, and the one lock that all calls share.
 
-The library locks nothing, and ctypes releases the interpreter's lock during a call. So every call is made with `lock` held,
-and calls that belong together hold it around all of them.
+The library locks nothing, and ctypes releases the interpreter's lock during a call. So every call
+is made with `lock` held, and so are several calls that belong together.
 """
 
 from __future__ import annotations
@@ -61,11 +61,11 @@ def call(name: str, *arguments: object) -> int:
         return int(getattr(_library, name)(*arguments))
 
 
-def check(name: str, *arguments: object) -> None:
+def check(name: str, *arguments: object, advice: str = "") -> None:
     """Call a function of the library. Raise Error if it fails."""
     status = call(name, *arguments)
     if status != 0:
-        raise Error(name, status)
+        raise Error(name, status, advice)
 
 
 def _make_lock() -> None:

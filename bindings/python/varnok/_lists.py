@@ -7,13 +7,13 @@ import mmap
 import os
 from typing import Callable, List, Tuple, Type, TypeVar
 
-from . import _library, _records
+from . import _records
 from .codes import Status
 
-# The library does not tell how many entries it wrote: fewer than there is room for when an entry failed or when a list
-# became shorter. So an entry starts with a mark where the library writes something else. A device cannot know the random
-# one. Entries beyond the first few thousand start as zeros: they take memory only when they are written, however many a
-# driver claims to have.
+# The library does not tell how many entries it wrote: fewer than there is room for when an entry
+# failed or when a list became shorter. So an entry starts with a mark where the library writes
+# something else. A device cannot know the random one. Entries beyond the first few thousand start as
+# zeros: they take memory only when they are written, however many a driver claims to have.
 MOST_MARKED = 4096
 MOST_LUNS = 2047
 _TURNS = 10
@@ -65,17 +65,16 @@ def read_list(
     """Ask query(count, array) with room for count entries, and again with more room when the library asks for it.
 
     The library writes at most so many entries. Return its status, the number of entries that the list has by its own
-    account, and those that were written, whatever the status.
+    account, and those that were written, whatever the status. The caller holds the lock.
     """
-    with _library.lock:
-        for _ in range(_TURNS):  # the list may grow meanwhile
-            try:
-                room = _Room(record, min(count, most))
-            except (OSError, MemoryError, OverflowError, ValueError):
-                return Status.VARNOK_STATUS_NO_MEMORY, count, []
-            needed = ctypes.c_uint32(count)
-            status = query(ctypes.byref(needed), ctypes.byref(room.address))
-            if status != Status.VARNOK_STATUS_INSUFFICIENT_BUFFER or needed.value <= count:
-                break
-            count = needed.value
-        return status, needed.value, room.written(record, complete=status == 0)
+    for _ in range(_TURNS):  # the list may grow meanwhile
+        try:
+            room = _Room(record, min(count, most))
+        except (OSError, MemoryError, OverflowError, ValueError):
+            return Status.VARNOK_STATUS_NO_MEMORY, count, []
+        needed = ctypes.c_uint32(count)
+        status = query(ctypes.byref(needed), ctypes.byref(room.address))
+        if status != Status.VARNOK_STATUS_INSUFFICIENT_BUFFER or needed.value <= count:
+            break
+        count = needed.value
+    return status, needed.value, room.written(record, complete=status == 0)

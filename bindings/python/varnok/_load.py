@@ -10,27 +10,28 @@ from typing import List
 from . import _library
 from .errors import UsageError
 
+_LOAD_ADVICE = "run as root on a host with such adapters; VARNOK_API_DEBUG=4 in the environment tells what is missing"
+
 _users: List[Use] = []
 _loader = 0  # the process that loaded; 0 when none did
 
 
 class Use:
-    """A user's part in the load, from `Use()` to `end`."""
+    """A user's part in the load, from `Use()` to `end`. Its callers hold the lock."""
 
     def __init__(self) -> None:
         global _loader
-        with _library.lock:
-            _require_own_process()
-            before, _loader = _loader, os.getpid()
-            try:
-                if not _users or _port_count() == 0:
-                    _library.check("VARNOK_LoadLibrary")
-            except BaseException:
-                _loader = before
-                raise
-            _users.append(self)
-            self.ports = _port_count()
-            self.handles: List[int] = []
+        _require_own_process()
+        before, _loader = _loader, os.getpid()
+        try:
+            if not _users or _port_count() == 0:
+                _library.check("VARNOK_LoadLibrary", advice=_LOAD_ADVICE)
+        except BaseException:
+            _loader = before
+            raise
+        _users.append(self)
+        self.ports = _port_count()
+        self.handles: List[int] = []
 
     def check(self) -> None:
         """Raise UsageError when the use has ended or is another process's."""
@@ -45,32 +46,29 @@ class Use:
     def open(self, instance: int) -> int:
         """Open a port and return its handle."""
         handle = ctypes.c_uint32()
-        with _library.lock:
-            self.check()
-            _library.check("VARNOK_OpenAdapter", instance, ctypes.byref(handle))
-            self.handles.append(handle.value)
+        self.check()
+        _library.check("VARNOK_OpenAdapter", instance, ctypes.byref(handle))
+        self.handles.append(handle.value)
         return handle.value
 
     def close(self, handle: int) -> None:
         """Take one open back. A port that cannot be closed stays open."""
-        with _library.lock:
-            self.check()
-            _library.check("VARNOK_CloseAdapter", handle)
-            self.handles.remove(handle)
+        self.check()
+        _library.check("VARNOK_CloseAdapter", handle)
+        self.handles.remove(handle)
 
     def end(self) -> None:
         """Close what is open. The last user frees the library, which closes whatever is left."""
         global _loader
-        with _library.lock:
-            if not self.is_active:
-                return
-            _users.remove(self)
-            if _users:
-                for handle in self.handles:
-                    _library.call("VARNOK_CloseAdapter", handle)
-            else:
-                _library.call("VARNOK_FreeLibrary")
-                _loader = 0
+        if not self.is_active:
+            return
+        _users.remove(self)
+        if _users:
+            for handle in self.handles:
+                _library.call("VARNOK_CloseAdapter", handle)
+        else:
+            _library.call("VARNOK_FreeLibrary")
+            _loader = 0
 
 
 def _port_count() -> int:
@@ -90,5 +88,6 @@ def _require_own_process() -> None:
 
 @atexit.register
 def _end_all() -> None:
-    for use in list(_users):
-        use.end()
+    with _library.lock:
+        for use in list(_users):
+            use.end()

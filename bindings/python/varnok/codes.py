@@ -1,6 +1,7 @@
 """The numbers of the library's interface that have names.
 
-Every class keeps a number that has no name here: ``PortState(7)`` is a member, too, and ``int()`` gives the number back.
+Every class keeps a number that has no name here: ``PortState(7)`` is a member, too. Members are
+integers.
 """
 
 from __future__ import annotations
@@ -36,8 +37,8 @@ class Code(enum.IntEnum):
 class Status(Code):
     """What a call of the library returns. The names are those of the C header.
 
-    A port of a legacy driver may also fail to open or close with an error number of the operating system. Such a status
-    has the name of the error, such as ``ENOENT``.
+    A port of a legacy driver may also fail to open or close with an error number of the operating
+    system. Such a status has the error's name, such as ``ENOENT``.
     """
 
     VARNOK_STATUS_SUCCESS = 0x00000000
@@ -61,20 +62,18 @@ class Status(Code):
 
 
 class PcieSpeed(Code):
-    """The speed of the adapter's PCIe link."""
+    """The speed of the adapter's PCIe link in GT/s. OTHER is any other speed, or none reported."""
 
     OTHER = 0
-    """Any other speed, or none reported."""
     GT_2_5 = 25
     GT_5_0 = 50
     GT_8_0 = 80
 
 
 class PcieWidth(Code):
-    """The number of lanes of the adapter's PCIe link."""
+    """The lanes of the adapter's PCIe link. OTHER is any other number, or none reported."""
 
     OTHER = 0
-    """Any other width, or none reported."""
     X1 = 3
     X2 = 4
     X4 = 5
@@ -84,7 +83,7 @@ class PcieWidth(Code):
 
 
 class PortState(Code):
-    """The link's state. The driver defines what it means; ``varnokctl`` reads 0 as online and 1 as offline."""
+    """The link's state by the driver's number. ``varnokctl`` reads 0 as online and 1 as offline."""
 
     STATE_0 = 4
     STATE_1 = 8
@@ -92,10 +91,9 @@ class PortState(Code):
 
 
 class PortSpeed(Code):
-    """The link's speed now."""
+    """The link's speed now, in Gbit/s. OTHER is any other speed."""
 
     OTHER = 0
-    """Any other speed."""
     GBIT_10 = 0x8
     GBIT_20 = 0x80
     GBIT_25 = 0x800
@@ -116,10 +114,8 @@ class MediaType(Code):
 
 
 class Direction(Code):
-    """Where a SCSI command moves data."""
+    """Where a SCSI command moves data: in is from the device to the program."""
 
     NO_DATA = 0
     DATA_IN = 1
-    """From the device to the program."""
     DATA_OUT = 2
-    """From the program to the device."""

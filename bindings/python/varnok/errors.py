@@ -1,8 +1,8 @@
 """What the package raises.
 
-`Error` means that a call of the library failed: a port, a target or a command could not be used. The others mean that the
-program or the machine is not set up: `LibraryNotFoundError` and `UsageError`. They are no `Error`, so a program that goes
-on after one port's failure does not hide them.
+`Error` means that a call of the library failed: a port, a target or a command could not be used.
+`LibraryNotFoundError` and `UsageError` mean that the machine or the program is not as it should be.
+They are no `Error`, so a program that goes on after one port's failure does not hide them.
 """
 
 from __future__ import annotations
@@ -20,13 +20,12 @@ _Record = TypeVar("_Record")
 class Error(Exception):
     """A call of the library failed.
 
-    The library tells the details in its debug log: set the environment variable ``VARNOK_API_DEBUG=4``.
-    """
+    call    the function of the library, such as "VARNOK_OpenAdapter"
+    status  what the function returned, a `Status`
+    detail  what else is known of the failure; may be empty
 
-    call: str
-    """The function of the library, such as "VARNOK_OpenAdapter"."""
-    status: Status
-    """What the function returned."""
+    The library tells more in its debug log: set the environment variable VARNOK_API_DEBUG to 4.
+    """
 
     def __init__(self, call: str, status: int, detail: str = "") -> None:
         self.call = call
@@ -36,7 +35,10 @@ class Error(Exception):
 
     @property
     def name(self) -> str:
-        """The name of the status, such as "VARNOK_STATUS_NOT_FOUND", or of an error number, such as "ENOENT"."""
+        """The name of the status, such as "VARNOK_STATUS_NOT_FOUND".
+
+        A port of a legacy driver may also fail with an error number's name, such as "ENOENT".
+        """
         return self.status.name
 
     def __str__(self) -> str:
@@ -47,26 +49,26 @@ class Error(Exception):
 class ListError(Error, Generic[_Record]):
     """A list could not be read to its end.
 
-    The status is VARNOK_STATUS_SUCCESS when no call failed, but the target has more LUNs than the library lists (2047).
-    """
+    records  the records before the one that failed
 
-    records: Sequence[_Record]
-    """The records before the one that failed."""
+    The status is VARNOK_STATUS_SUCCESS when no call failed, but the target has more LUNs than the
+    library lists (2047).
+    """
 
     def __init__(self, call: str, status: int, detail: str, records: Sequence[_Record]) -> None:
         super().__init__(call, status, detail)
-        self.records = tuple(records)
+        self.records: Sequence[_Record] = tuple(records)
         self.args = (call, status, detail, self.records)
 
 
 class ScsiError(Error):
     """The driver failed a SCSI command.
 
+    answer  what came back all the same, a `ScsiAnswer`. A legacy driver may give sense data, a
+            native one gives none
+
     A command that the device itself refused is no such error: see `ScsiAnswer.sense`.
     """
-
-    answer: ScsiAnswer
-    """What came back all the same. A legacy driver may give sense data, a native one gives none."""
 
     def __init__(self, call: str, status: int, detail: str, answer: ScsiAnswer) -> None:
         super().__init__(call, status, detail)
@@ -75,9 +77,10 @@ class ScsiError(Error):
 
 
 class SenseError(Exception):
-    """The device refused a SCSI command. Only `ScsiAnswer.check` raises it."""
+    """The device refused a SCSI command. Only `ScsiAnswer.check` raises it.
 
-    answer: ScsiAnswer
+    answer  what came back, a `ScsiAnswer`
+    """
 
     def __init__(self, answer: ScsiAnswer) -> None:
         self.answer = answer

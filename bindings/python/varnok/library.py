@@ -37,11 +37,12 @@ class Library:
                 with port:
                     print(port.info().hba_name)
 
-    Blocks may be nested, and several `Library` objects may be open at once. The library stays loaded until the last block
-    ends. The number of ports is what the load found; a new load looks again.
+    Blocks may be nested, and several `Library` objects may be open at once. The library stays
+    loaded until the last block ends. The ports are those that the load found; a new load looks
+    again. The number of ports is 0 when a driver is there but has no adapter.
 
-    The load raises `Error` when it finds no driver, when the process does not run as root, and when the machine is not a
-    host with such adapters. `varnok-host` simulates one. A host whose driver has no adapter has no ports.
+    The load raises `Error` when it finds no driver, when the process does not run as root, and when
+    the machine is no host with such adapters. ``varnok-host`` simulates one.
     """
 
     def __init__(self) -> None:

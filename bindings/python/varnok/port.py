@@ -20,12 +20,12 @@ _UINT32_MAX = 0xFFFFFFFF
 class Port:
     """A port of the host. `Library` gives it; a ``with`` block opens and closes it.
 
-    Blocks may be nested. The port closes with the last one, or when its library closes. Every query asks the port's driver
-    anew, and raises `Error` when the driver fails. It raises `UsageError` when the port is not open.
-    """
+    instance  the port's number on the host, from 0
 
-    instance: int
-    """The port's number on the host, from 0."""
+    Blocks may be nested. The port closes with the last one, or when its library closes. Every query
+    asks the port's driver anew. It raises `Error` when the driver fails, and `UsageError` when the
+    port is not open.
+    """
 
     def __init__(self, use: Use, instance: int) -> None:
         self.instance = instance
@@ -85,7 +85,8 @@ class Port:
     def luns(self, target: Union[TargetInfo, int]) -> List[LunInfo]:
         """List the LUNs of a target, which is given as a record or by its number.
 
-        Raises `ListError` when one cannot be read, or when the target has more LUNs than the library lists (2047).
+        Raises `ListError` when one cannot be read, or when the target has more LUNs than the
+        library lists (2047).
         """
         number = target if isinstance(target, int) else target.scsi_tgt_num
         _check_uint32("target", number)
@@ -111,8 +112,9 @@ class Port:
 
         A port of a native driver moves at most 262144 bytes with one command.
 
-        Raises `ScsiError` when the driver fails the command, and ValueError when an argument is out of range. A command
-        that the device refused returns: look at `ScsiAnswer.sense`, or take the data with `ScsiAnswer.check`.
+        Raises `ScsiError` when the driver fails the command, and ValueError when an argument is out
+        of range. A command that the device refused returns: look at `ScsiAnswer.sense`, or take the
+        data with `ScsiAnswer.check`.
         """
         command = ScsiCommand(
             cdb=cdb,

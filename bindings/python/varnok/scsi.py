@@ -15,20 +15,24 @@ _UINT32_MAX = 0xFFFFFFFF
 
 @dataclasses.dataclass(frozen=True)
 class ScsiCommand:
-    """A SCSI command for a LUN. It moves data in one direction at most. ValueError says what is out of range."""
+    """A SCSI command for a LUN. It moves data in one direction at most.
+
+    cdb           the command descriptor block, 1 to 16 bytes
+    target        `TargetInfo.scsi_tgt_num`
+    lun           `LunInfo.number`
+    data_in       the number of bytes to read
+    data_out      the bytes to write
+    sense_length  the number of sense bytes to accept, at most 256
+
+    ValueError says what is out of range.
+    """
 
     cdb: bytes
-    """The command descriptor block, 1 to 16 bytes."""
     target: int
-    """`TargetInfo.scsi_tgt_num`."""
     lun: int
-    """`LunInfo.number`."""
     data_in: int = 0
-    """The number of bytes to read."""
     data_out: bytes = b""
-    """The bytes to write."""
     sense_length: int = MAX_SENSE
-    """The number of sense bytes to accept, at most 256."""
 
     def __post_init__(self) -> None:
         object.__setattr__(self, "cdb", bytes(memoryview(self.cdb)))
@@ -56,16 +60,18 @@ class ScsiCommand:
 
 @dataclasses.dataclass(frozen=True)
 class Sense:
-    """Sense data: what a device says of a command that it did not simply carry out."""
+    """Sense data: what a device says of a command that it did not simply carry out.
+
+    key       sense key, such as 5 for an illegal request
+    asc       additional sense code
+    ascq      additional sense code qualifier
+    deferred  true if this is about an earlier command; the command itself was not begun
+    """
 
     key: int
-    """Sense key, such as 5 for an illegal request."""
     asc: int
-    """Additional sense code."""
     ascq: int
-    """Additional sense code qualifier."""
     deferred: bool
-    """True if it is about an earlier command. The command itself was not begun."""
 
     @property
     def refused(self) -> bool:
@@ -81,15 +87,18 @@ class Sense:
 class ScsiAnswer:
     """What came back for a SCSI command.
 
-    The library tells neither a SCSI status nor how many bytes came. A command that the device refused therefore looks like
-    one whose data are zeros: look at `sense`, or take the data with `check`.
+    command      the command
+    data         as many bytes as `ScsiCommand.data_in` asks for; those that did not come are zeros
+    sense_bytes  the sense data as they came, `ScsiCommand.sense_length` bytes; empty if none came
+
+    The library tells neither a SCSI status nor how many bytes came. A command that the device
+    refused therefore looks like one whose data are zeros: look at `sense`, or take the data with
+    `check`.
     """
 
     command: ScsiCommand
     data: bytes
-    """As many bytes as `ScsiCommand.data_in` asked for. Those that did not come are zeros."""
     sense_bytes: bytes
-    """The sense data as they came, `ScsiCommand.sense_length` bytes; empty if none came."""
 
     @property
     def sense(self) -> Optional[Sense]:
@@ -107,7 +116,11 @@ class ScsiAnswer:
         return Sense(raw[2] & 0x0F, asc, ascq, deferred)
 
     def check(self) -> bytes:
-        """Return the data. Raise SenseError if the device refused the command or gave sense data of an unknown form."""
+        """Return the data.
+
+        Raises SenseError if the device refused the command, or if it gave sense data of an unknown
+        form.
+        """
         sense = self.sense
         if sense.refused if sense else self.sense_bytes:
             raise SenseError(self)
