@@ -10,6 +10,7 @@ import ipaddress
 import json
 import os
 import pathlib
+import pickle
 import re
 import subprocess
 import sys
@@ -60,6 +61,7 @@ class PythonTest(unittest.TestCase):
             function(*arguments, **named)
         self.assertEqual((caught.exception.name, caught.exception.call), (name, "VARNOK_" + call))
         self.assertIn(f"VARNOK_{call}: {name} (0x", str(caught.exception))
+        self.assertEqual(str(pickle.loads(pickle.dumps(caught.exception))), str(caught.exception))
         return caught.exception
 
     @on_host(LAB)
