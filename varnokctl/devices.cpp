@@ -87,30 +87,31 @@ void note_two_devices(std::vector<device_entry> &devices, const output_style &st
             if (!device.name.empty() && !target.empty())
                 seen[{target, levels_of(path.lun->info)}].emplace_back(&device, &path);
         }
-    for (const auto &[lun, places] : seen)
+    for (const auto &[lun, places] : seen) {
+        const auto &first = places.front();
+        const auto second =
+            std::ranges::find_if(places, [&](const auto &p) { return p.first != first.first; });
+        if (second == places.end())
+            continue;
         for (const auto &[device, path] : places) {
-            const auto is_other = [mine = device](const auto &other) {
-                return other.first != mine;
-            };
-            const auto other = std::ranges::find_if(places, is_other);
-            if (other != places.end())
-                device->notes.push_back(
-                    {lun_differs_rule,
-                     fmt::format("LUN {} of {} is this device by port {}, and {} by port {}",
-                                 lun_number(lun.second), lun.first, path->port->instance,
-                                 other->first->name, other->second->port->instance)});
+            const auto &other = device == first.first ? *second : first;
+            device->notes.push_back(
+                {lun_differs_rule,
+                 fmt::format("LUN {} of {} is this device by port {}, and {} by port {}",
+                             lun_number(lun.second), lun.first, path->port->instance,
+                             other.first->name, other.second->port->instance)});
         }
+    }
 }
 
-// A target may list a LUN twice.
+// A target may list a LUN twice. The paths through a target stand together.
 void add_path(device_entry &device, const device_path &path)
 {
-    const auto same = [&](const device_path &other) {
-        return other.target == path.target &&
-               levels_of(other.lun->info) == levels_of(path.lun->info);
-    };
-    if (std::ranges::none_of(device.paths, same))
-        device.paths.push_back(path);
+    for (auto other = device.paths.rbegin();
+         other != device.paths.rend() && other->target == path.target; ++other)
+        if (levels_of(other->lun->info) == levels_of(path.lun->info))
+            return;
+    device.paths.push_back(path);
 }
 
 } // namespace
