@@ -11,9 +11,10 @@ class CppTest : public BackEndTest
   protected:
     void simulate_targets(const std::string &more = "")
     {
-        simulate(R"({"ports":[{"driver":"@","sessions":[{"luns":[{"size":1048576},{}]},{"luns":[]},
+        simulate(
+            R"({"ports":[{"driver":"@","sessions":[{"luns":[{"size":1048576},{"lun":"0xffffffffffffffff"}]},{"luns":[]},
                    {"tgt_iqn":"iqn.third"}]},{"driver":"@"}])" +
-                 more + "}");
+            more + "}");
     }
 };
 

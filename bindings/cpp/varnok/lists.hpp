@@ -27,21 +27,26 @@ namespace detail
 
 // The library does not tell how many entries of an array it wrote. They are fewer than there is
 // room for when a list became shorter or when an entry failed. So each entry starts with a mark, a
-// value that the library never writes there.
+// value that the library never writes there, or no device has a reason to send.
 inline constexpr std::uint8_t never8 = 0xFF;
 inline constexpr std::uint32_t never32 = 0xFFFFFFFF;
 
 inline void mark(VARNOK_ISCSI_PORTAL &entry) { entry.IsIPv4 = never8; }
 inline void mark(VARNOK_SESS_INFO &entry) { entry.TgtIsIPv4 = never8; }
 inline void mark(VARNOK_TGT_INFO &entry) { entry.ScsiTgtNum = never32; }
-inline void mark(VARNOK_LUN_INFO &entry) { entry.ScsiLunNum = entry.ScsiLunNumExt = never32; }
+inline void mark(VARNOK_LUN_INFO &entry)
+{
+    entry.ScsiLunNum = entry.ScsiLunNumExt = never32;
+    entry.DeviceType = never8;
+}
 
 inline bool is_marked(const VARNOK_ISCSI_PORTAL &entry) { return entry.IsIPv4 == never8; }
 inline bool is_marked(const VARNOK_SESS_INFO &entry) { return entry.TgtIsIPv4 == never8; }
 inline bool is_marked(const VARNOK_TGT_INFO &entry) { return entry.ScsiTgtNum == never32; }
 inline bool is_marked(const VARNOK_LUN_INFO &entry)
 {
-    return entry.ScsiLunNum == never32 && entry.ScsiLunNumExt == never32;
+    return entry.ScsiLunNum == never32 && entry.ScsiLunNumExt == never32 &&
+           entry.DeviceType == never8;
 }
 
 // Room for an array of the library's. Entries take memory only when they are written, however many
