@@ -374,6 +374,13 @@ class comparer
 
 } // namespace
 
+// cppcheck-suppress CastIntegerToAddressAtReturn; a false alarm
+const char *change_word(change kind)
+{
+    constexpr std::array<const char *, 3> words = {"added", "gone", "changed"};
+    return words[static_cast<size_t>(kind)];
+}
+
 capture_comparison compare_captures(const capture_json &before, const capture_json &after,
                                     const comparison_style &style)
 {

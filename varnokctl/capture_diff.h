@@ -13,6 +13,9 @@ namespace ctl
 
 enum class change { added, gone, changed };
 
+// "gone"
+const char *change_word(change kind);
+
 struct difference {
     change kind;
     std::string what;  // "port", "target", "device", "path" to a device, or "LUN" without identity

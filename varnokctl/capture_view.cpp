@@ -1,7 +1,6 @@
 #include "varnokctl/capture_view.h"
 
 #include "varnokctl/failure.h"
-#include "varnokctl/identity.h"
 
 #include <algorithm>
 #include <array>
@@ -42,13 +41,7 @@ std::vector<uint8_t> designator_bytes(const std::string &text)
 
 std::string identity_of(const capture_json &unit)
 {
-    lun_identity known;
-    for (const capture_json &designator : member_or_null(unit, "designators"))
-        for (const auto &[kind, type] : designator_kinds) {
-            const std::string text = captured_text(member_or_null(designator, kind));
-            if (!text.empty())
-                known.designators.push_back({type, designator_bytes(text)});
-        }
+    const lun_identity known = {.designators = captured_designators(unit)};
     const std::string serial = captured_text(member_or_null(unit, "serial"));
     const std::string identity = wwid(known);
     return identity.empty() && !serial.empty() ? "serial number " + serial : identity;
@@ -108,18 +101,18 @@ std::optional<uint64_t> number_of(const capture_json &failure, const char *key)
     return value.is_number_unsigned() ? std::optional(value.get<uint64_t>()) : std::nullopt;
 }
 
+bool is_about(const capture_json &failure, call_name call)
+{
+    return failure["call"].get_ref<const std::string &>() == call_text(call);
+}
+
 class failure_reader
 {
   public:
     failure_reader(const capture_json &document, captured_host &host, const output_style &style)
-        : failures_(document["failures"]), host_(host), style_(style)
+        : failures_(document["failures"]), numbers_(port_numbers(document)), host_(host),
+          style_(style)
     {
-        // A port that went away meanwhile has no place.
-        for (const capture_json &failure : failures_)
-            if (is_about(failure, call_name::open_adapter) &&
-                number_of(failure, "status") == VARNOK_STATUS_NOT_FOUND)
-                if (const auto port = number_of(failure, "port"))
-                    missing_.insert(*port);
     }
 
     void read()
@@ -134,21 +127,14 @@ class failure_reader
     }
 
   private:
-    static bool is_about(const capture_json &failure, call_name call)
-    {
-        return failure["call"].get_ref<const std::string &>() == call_text(call);
-    }
-
     captured_port *port_of(const capture_json &failure)
     {
-        const auto number = number_of(failure, "port");
-        if (!number || missing_.contains(*number))
-            return nullptr;
-        if (host_.ports.size() == 1)
-            return host_.ports.data(); // the only one that was asked for, perhaps
-        const auto before = std::distance(missing_.begin(), missing_.lower_bound(*number));
-        const uint64_t place = *number - static_cast<uint64_t>(before);
-        return place < host_.ports.size() ? &host_.ports[place] : nullptr;
+        const auto found =
+            std::ranges::lower_bound(numbers_, number_of(failure, "port"), {},
+                                     [](uint32_t n) { return std::optional<uint64_t>(n); });
+        const auto place = static_cast<size_t>(found - numbers_.begin());
+        return found != numbers_.end() && *found == number_of(failure, "port") ? &host_.ports[place]
+                                                                               : nullptr;
     }
 
     // Marks what the failure hides, and says it in words.
@@ -191,9 +177,9 @@ class failure_reader
     }
 
     const capture_json &failures_;
+    std::vector<uint32_t> numbers_; // ascending
     captured_host &host_;
     const output_style &style_;
-    std::set<uint64_t> missing_;
 };
 
 } // namespace
@@ -223,6 +209,42 @@ const capture_json &member_or_null(const capture_json &object, const char *key)
     static const capture_json none;
     const auto found = object.find(key); // the end of what is no object
     return found == object.end() ? none : *found;
+}
+
+std::vector<uint32_t> port_numbers(const capture_json &document)
+{
+    std::set<uint64_t> missing; // ports that went away meanwhile have no place
+    std::set<uint64_t> told;
+    for (const capture_json &failure : document["failures"])
+        if (const auto port = number_of(failure, "port")) {
+            const bool went = is_about(failure, call_name::open_adapter) &&
+                              number_of(failure, "status") == VARNOK_STATUS_NOT_FOUND;
+            (went ? missing : told).insert(*port);
+        }
+    std::vector<uint32_t> numbers;
+    uint32_t next = 0;
+    for (size_t left = document["ports"].size(); left > 0; --left, ++next) {
+        for (; missing.contains(next); ++next)
+            continue;
+        numbers.push_back(next);
+    }
+    // The only port that was asked for, perhaps.
+    if (numbers.size() == 1 && !told.empty() && *told.begin() <= UINT32_MAX)
+        numbers.front() = static_cast<uint32_t>(*told.begin());
+    return numbers;
+}
+
+std::vector<lun_designator> captured_designators(const capture_json &unit)
+{
+    std::vector<lun_designator> list;
+    for (const capture_json &designator : member_or_null(unit, "designators"))
+        for (const auto &[kind, type] : designator_kinds) {
+            std::vector<uint8_t> bytes =
+                designator_bytes(captured_text(member_or_null(designator, kind)));
+            if (!bytes.empty())
+                list.push_back({type, std::move(bytes)});
+        }
+    return list;
 }
 
 std::string port_name(const captured_port &port, const output_style &style)

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "varnokctl/capture_file.h"
+#include "varnokctl/identity.h"
 #include "varnokctl/text.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -54,6 +56,12 @@ std::string shown_text(const capture_json &value, const output_style &style);
 
 // A member of an object, or null.
 const capture_json &member_or_null(const capture_json &object, const char *key);
+
+// The number that each of the capture's ports had on its host.
+std::vector<uint32_t> port_numbers(const capture_json &document);
+
+// What a LUN or a device of a capture is identified by.
+std::vector<lun_designator> captured_designators(const capture_json &unit);
 
 // "vmhba64"
 std::string port_name(const captured_port &port, const output_style &style);

@@ -113,7 +113,14 @@ void add_options(CLI::App &app, const tool_command &command, tool_options &optio
         add_list_options(app, *command.kind, options);
 }
 
-// Every command has these.
+CLI::App *with_messages(CLI::App *app, tool_options &options)
+{
+    app->add_flag("-q,--quiet", options.quiet, "No progress, and no advice with a failure");
+    app->add_flag("-v,--verbose", options.verbose, "The library's errors too; twice: its calls");
+    return app;
+}
+
+// Every command that writes text has these.
 CLI::App *with_output_options(CLI::App *app, tool_options &options)
 {
     app->add_flag("--ascii", options.ascii, "Use ASCII characters only");
@@ -122,9 +129,7 @@ CLI::App *with_output_options(CLI::App *app, tool_options &options)
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->capture_default_str();
     app->add_option("--width", options.width, "Columns of the output; 0: no limit");
-    app->add_flag("-q,--quiet", options.quiet, "No progress, and no advice with a failure");
-    app->add_flag("-v,--verbose", options.verbose, "The library's errors too; twice: its calls");
-    return app;
+    return with_messages(app, options);
 }
 
 CLI::App *add_scsi(CLI::App &app, scsi_options &options)
@@ -237,6 +242,7 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
     const CLI::App *health =
         with_output_options(add_health(app, line.health, line.options.request), line.options);
     const CLI::App *diff = with_output_options(add_diff(app, line.diff), line.options);
+    const CLI::App *report = with_messages(add_report(app, line.report), line.options);
     const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
     put_command_first(app, std::span(argv, static_cast<size_t>(argc)).subspan(argc > 0 ? 1 : 0));
     try {
@@ -244,6 +250,7 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
         line.is_scsi = scsi->parsed();
         line.is_health = health->parsed();
         line.is_diff = diff->parsed();
+        line.is_report = report->parsed();
     } catch (const CLI::ParseError &error) {
         // Parsing may have ended before it came to the option.
         const auto is_json = [](std::string_view argument) { return argument == "--json"; };

@@ -7,6 +7,7 @@
 #include "varnokctl/health_command.h"
 #include "varnokctl/inventory.h"
 #include "varnokctl/render.h"
+#include "varnokctl/report/report.h"
 #include "varnokctl/scsi_command.h"
 #include "varnokctl/selection.h"
 #include "varnokctl/text.h"
@@ -49,10 +50,12 @@ struct parsed_line {
     bool is_health = false;
     bool is_scsi = false;
     bool is_diff = false;
+    bool is_report = false;
     tool_options options;
     health_request health;
     scsi_options scsi;
     diff_options diff;
+    report_options report;
 };
 
 parsed_line parse_command_line(int argc, char **argv, const std::string &version);

@@ -4,7 +4,6 @@
 #include "varnokctl/capture_diff.h"
 #include "varnokctl/inventory.h"
 
-#include <array>
 #include <fmt/format.h>
 #include <iterator>
 #include <optional>
@@ -16,11 +15,6 @@ namespace
 {
 
 constexpr ending same_status = all_well, differs = refused, trouble = usage;
-
-constexpr std::array<const char *, 3> change_words = {"added", "gone", "changed"};
-
-// cppcheck-suppress CastIntegerToAddressAtReturn; a false alarm
-const char *word_of(change kind) { return change_words[static_cast<size_t>(kind)]; }
 
 // Either a comparison, or failures that left nothing to compare.
 struct diff_run {
@@ -113,7 +107,7 @@ std::string line_of(const difference &entry, const output_style &style)
         entry.kind == change::changed
             ? fmt::format("{} {}: {} {} -> {}", entry.what, entry.name, entry.field,
                           entry.before.text, entry.after.text)
-            : fmt::format("{} {}: {}", entry.what, entry.name, word_of(entry.kind));
+            : fmt::format("{} {}: {}", entry.what, entry.name, change_word(entry.kind));
     return coloured(line, entry.kind == change::gone, style) + '\n';
 }
 
@@ -136,7 +130,7 @@ std::string notes_of(const diff_run &run)
 
 json entry_object(const difference &entry)
 {
-    return {{"kind", word_of(entry.kind)}, {"what", entry.what},
+    return {{"kind", change_word(entry.kind)}, {"what", entry.what},
             {"name", entry.name},          {"field", or_null(entry.field)},
             {"before", entry.before.data}, {"after", entry.after.data}};
 }

@@ -10,6 +10,7 @@
 #include <sys/utsname.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 #include <varnok.hpp>
 
 namespace ctl
@@ -164,6 +165,21 @@ failure_advice advice_on_status(uint32_t status)
     return {words.name(), fmt::format("0x{:08X}", status), words.meaning(), next_here(next)};
 }
 
+// Of failures that have one name, a host's is not_told.
+failure_cause cause_told(const told_failure &told, call_name call)
+{
+    const auto named = [&](const cause_words &words) {
+        return !words.name.empty() && words.name == told.name;
+    };
+    const auto *words = std::ranges::find_if(causes, named);
+    if (words != std::end(causes))
+        return words->cause == failure_cause::refused_by_device ? failure_cause::not_told
+                                                                : words->cause;
+    const failure_cause cause = cause_of(call, told.status);
+    // Why a library was not loaded is asked of the host itself.
+    return cause == failure_cause::not_loaded ? failure_cause::refused_by_library : cause;
+}
+
 } // namespace
 
 bool succeeded(std::vector<failed_call> &failures, call_name call, uint32_t status,
@@ -190,6 +206,23 @@ failure_advice advice_on(const failed_call &failure)
     if (failure.cause == failure_cause::not_loaded)
         explain_not_loaded(advice);
     return advice;
+}
+
+std::optional<failed_call> retold(const told_failure &told)
+{
+    const auto *text = std::ranges::find(call_texts, told.call);
+    if (text == std::end(call_texts))
+        return {};
+    const auto call = static_cast<call_name>(text - std::begin(call_texts));
+    failed_call failure = {.call = call,
+                           .cause = cause_told(told, call),
+                           .port = told.port,
+                           .target = told.target,
+                           .status = told.status,
+                           .lun = told.lun};
+    if (std::string meaning = safe_text(told.meaning); meaning != advice_on(failure).meaning)
+        failure.detail = std::move(meaning);
+    return failure;
 }
 
 std::string_view call_text(call_name call) { return call_texts[static_cast<size_t>(call)]; }

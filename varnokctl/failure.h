@@ -75,6 +75,17 @@ struct failure_advice {
 
 failure_advice advice_on(const failed_call &failure);
 
+// What a document tells of a failure.
+struct told_failure {
+    std::string call, name, meaning;
+    std::optional<uint32_t> port{}, target{};
+    std::optional<lun_levels> lun{};
+    uint32_t status = VARNOK_STATUS_SUCCESS;
+};
+
+// The failure that was told. Nothing when there is no such call.
+std::optional<failed_call> retold(const told_failure &told);
+
 // "VARNOK_GetLunInfo"; "read" or "write" for a file and "varnokctl" for the command line.
 std::string_view call_text(call_name call);
 

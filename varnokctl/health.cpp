@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <utility>
 
 namespace ctl
 {
@@ -25,14 +26,6 @@ bool is_wanted(const health_request &request, const health_rule &rule)
            (request.only.empty() || is_among(request.only, rule));
 }
 
-size_t count_of(const health_report &report, health_status level)
-{
-    size_t count = 0;
-    for (const auto &[rule, findings] : report.judged)
-        count += rule->level == level ? findings.size() : 0;
-    return count;
-}
-
 health_status status_of(const health_report &report)
 {
     if (count_of(report, health_status::critical) != 0)
@@ -47,10 +40,10 @@ health_status status_of(const health_report &report)
 std::string summary_of(const health_report &report)
 {
     std::vector<std::string> found;
-    if (const size_t count = count_of(report, health_status::critical); count != 0)
-        found.push_back(fmt::format("{} critical", count));
-    if (const size_t count = count_of(report, health_status::warning); count != 0)
-        found.push_back(counted(count, "warning"));
+    if (std::string text = found_text(count_of(report, health_status::critical),
+                                      count_of(report, health_status::warning));
+        !text.empty())
+        found.push_back(std::move(text));
     if (report.unjudged.size() == 1)
         found.push_back(advice_on(report.unjudged.front()).meaning);
     else if (!report.unjudged.empty())
@@ -86,6 +79,22 @@ json finding_object(const health_rule &rule, const finding &found)
 std::string_view status_word(health_status status)
 {
     return status_words[static_cast<size_t>(status)];
+}
+
+size_t count_of(const health_report &report, health_status level)
+{
+    size_t count = 0;
+    for (const auto &[rule, findings] : report.judged)
+        count += rule->level == level ? findings.size() : 0;
+    return count;
+}
+
+std::string found_text(size_t critical, size_t warnings)
+{
+    std::string text = critical == 0 ? "" : fmt::format("{} critical", critical);
+    if (warnings != 0)
+        text += (text.empty() ? "" : ", ") + counted(warnings, "warning");
+    return text;
 }
 
 health_report judge(const examined_host &examined, const health_request &request)

@@ -92,6 +92,11 @@ struct health_report {
     size_t ports, targets, luns;
 };
 
+size_t count_of(const health_report &report, health_status level);
+
+// "2 critical, 1 warning"; empty for none.
+std::string found_text(size_t critical, size_t warnings);
+
 health_report judge(const examined_host &examined, const health_request &request);
 
 // The summary is the first line.

@@ -1,21 +1,15 @@
 #include "varnokctl/health_against.h"
 
 #include "varnokctl/capture.h"
-#include "varnokctl/capture_diff.h"
 
 #include <fmt/format.h>
 
 namespace ctl
 {
-namespace
-{
 
-lost_parts lost_between(const capture_json &before, const capture_json &after,
-                        const output_style &style)
+lost_parts lost_in(const capture_comparison &comparison)
 {
     lost_parts lost;
-    const capture_comparison comparison =
-        compare_captures(before, after, {.numbers = false, .output = style});
     for (const difference &entry : comparison.differences)
         if (entry.kind == change::gone)
             lost.gone.push_back(fmt::format("{} {}", entry.what, entry.name));
@@ -23,8 +17,6 @@ lost_parts lost_between(const capture_json &before, const capture_json &after,
         lost.unknown.push_back(fmt::format("{}: {}", part.name, part.why));
     return lost;
 }
-
-} // namespace
 
 lost_parts lost_since(const std::string &capture, inventory &host, const output_style &style)
 {
@@ -41,7 +33,8 @@ lost_parts lost_since(const std::string &capture, inventory &host, const output_
         const capture_json before = parse_capture(capture_text(capture));
         if (host.ports.empty() && !host.failures.empty())
             return {};
-        return lost_between(before, parse_capture(capture_document(host, false)), style);
+        return lost_in(compare_captures(before, parse_capture(capture_document(host, false)),
+                                        {.numbers = false, .output = style}));
     } catch (const capture_error &error) {
         return fail(failure_cause::no_capture, error.what(), VARNOK_STATUS_SUCCESS);
     } catch (const std::system_error &error) {

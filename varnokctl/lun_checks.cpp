@@ -50,7 +50,7 @@ bool read_names(const open_target &where, lun_entry &lun, std::vector<failed_cal
     device_answer answer = ask_device(where, levels_of(lun.info), {0x12, 0, 0, 0, room, 0}, room);
     if (answer.failure) {
         lun.is_known = false;
-        note(answer, "it does not say what it is", failures);
+        note(answer, says_not_what_it_is, failures);
         return answer.refused != refusal::none;
     }
     const bytes data = answer.data;

@@ -7,10 +7,14 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace ctl
 {
+
+// How the detail of a failure begins after which a LUN is not known.
+constexpr std::string_view says_not_what_it_is = "it does not say what it is";
 
 // How many LUNs the target counts. Nothing when it does not say. Then the failure is added to the
 // others, as one of the library's call that lists them.

@@ -122,6 +122,20 @@ ctl::ending show_diff(const ctl::diff_options &diff, const ctl::tool_options &op
     return output.status;
 }
 
+// Nothing is written unless there is a host to show.
+ctl::ending write_report(ctl::report_options &report, const ctl::tool_options &options)
+{
+    report.quiet = options.quiet;
+    ctl::report_run run = ctl::run_report(report);
+    run.contents.version = VARNOKCTL_VERSION;
+    if (!run.contents.hosts.empty())
+        ctl::write_page(run.contents, print);
+    std::fflush(stdout);
+    for (const std::string &complaint : run.complaints)
+        fmt::print(stderr, "varnokctl: {}\n", complaint);
+    return run.status;
+}
+
 // A command to a native driver takes two blocks of 256 KiB. By default the allocator gets them from
 // the kernel and returns them each time, which makes four fifths of the command's own time.
 void keep_memory()
@@ -160,6 +174,8 @@ int run(int argc, char **argv, int &status_of_failure)
         return show_scsi(line.scsi, line.options);
     if (line.is_diff)
         return show_diff(line.diff, line.options);
+    if (line.is_report)
+        return write_report(line.report, line.options);
     print_version(line.options);
     return ctl::all_well;
 }
