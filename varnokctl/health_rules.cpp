@@ -316,7 +316,7 @@ constexpr health_rule rules[] = {
     {"duplicate-mac", critical, "a MAC address that several ports have",
      "restore the adapters' own MAC addresses", check_macs},
     {gone_rule, critical,
-     "a port, target or device of the capture that is not there any more; only with --against",
+     "a port, target or device that an earlier capture has and the host has no more",
      "bring it back, or take a new capture if it was removed on purpose", check_gone},
     {"list-incomplete", warning, "a target that counts more LUNs than the library lists",
      "repeat the command; of more than 2047 LUNs only the first are listed",

@@ -70,6 +70,21 @@ void put_list(page_data &data, const std::string &key, page_list list)
     data[key] = page_data(list);
 }
 
+// The driver's number has no word.
+std::string state_words(const std::string &state)
+{
+    const bool number =
+        !state.empty() && std::ranges::all_of(state, [](char c) { return c >= '0' && c <= '9'; });
+    return number ? "state " + state : state;
+}
+
+// "5" of "5 ports"; words that say why there is no number stay.
+std::string number_in(const std::string &fact)
+{
+    const std::string first = fact.substr(0, fact.find(' '));
+    return first == "no" ? "0" : state_words(first) != first ? first : fact;
+}
+
 // ---- Ports and targets ------------------------------------------------------------------------
 
 page_data port_row(const port_entry &port, const finding_mark &mark)
@@ -124,7 +139,8 @@ page_data target_row(const port_entry &port, const target_entry &target, const f
     row["mark"] = session == nullptr ? mark_unknown : logged_in ? mark_ok : mark_critical;
     row["state"] = session == nullptr
                        ? "not read"
-                       : shown(session_kind, "state", {.port = port.instance, .session = session});
+                       : state_words(shown(session_kind, "state",
+                                           {.port = port.instance, .session = session}));
     return row;
 }
 
@@ -170,7 +186,7 @@ page_data path_item(const device_path &path)
     page_data item;
     item["port"] = port.empty() ? fmt::format("port {}", path.port->instance) : port;
     item["target"] = field_text(path.target->info.TargetName, page_style);
-    item["state"] = state.empty() ? "state not read" : state;
+    item["state"] = state.empty() ? "state not read" : state_words(state);
     item["mark"] = !path_works(path) ? mark_critical : state.empty() ? mark_unknown : mark_ok;
     return item;
 }
@@ -179,7 +195,7 @@ std::string group_text(const device_group &group, const finding_marks &marks)
 {
     page_data data;
     const std::string size = capacity_text(capacity_of(group.devices));
-    data["title"] = fmt::format("{}{}{} by {}", counted(group.devices.size(), "device"),
+    data["title"] = fmt::format("{}{}{}; {}", counted(group.devices.size(), "device"),
                                 size.empty() ? "" : ", ", size, paths_text(group));
     page_list paths;
     for (const device_path &path : group.paths)
@@ -230,12 +246,12 @@ void put_changes(page_data &data, const host_caption &caption)
     put_list(data, "uncompared", named_list(unread));
 }
 
-std::vector<std::string> facts_of(const inventory &host, const host_totals &totals)
+std::vector<std::string> facts_of(const inventory &host, size_t devices, const host_totals &totals)
 {
     std::vector<std::string> facts = host_facts(host);
-    for (const std::string &fact : {totals.devices, totals.capacity})
-        if (!fact.empty())
-            facts.push_back(fact);
+    facts.push_back(counted(devices, "device"));
+    if (!totals.capacity.empty())
+        facts.push_back(totals.capacity);
     return facts;
 }
 
@@ -254,9 +270,9 @@ host_totals totals_of(const examined_host &examined)
     });
     const std::vector<std::string> facts = host_facts(host);
     return {.ports_online = fmt::format("{} of {}", online, host.ports.size()),
-            .targets = facts.at(1),
-            .luns = facts.at(2),
-            .devices = counted(devices.size(), "device"),
+            .targets = number_in(facts.at(1)),
+            .luns = number_in(facts.at(2)),
+            .devices = fmt::to_string(devices.size()),
             .capacity = capacity_text(sum)};
 }
 
@@ -271,7 +287,8 @@ std::string host_section(const examined_host &examined, const health_report &rep
     data["name"] = caption.name;
     data["level"] = mark_of(report.status);
     data["status"] = std::string(status_word(report.status));
-    data["facts"] = fmt::format("{}", fmt::join(facts_of(host, totals_of(examined)), ", "));
+    data["facts"] = fmt::format(
+        "{}", fmt::join(facts_of(host, examined.devices.size(), totals_of(examined)), ", "));
     const std::string found = found_text(count_of(report, health_status::critical),
                                          count_of(report, health_status::warning));
     data["found"] = found.empty() ? page_data(false) : page_data(found);

@@ -15,12 +15,12 @@ constexpr output_style page_style = {.utf8 = true};
 
 struct host_caption {
     std::string id, name;
-    bool open = true;   // whether the devices are shown at once
+    bool open = true;     // whether the devices are shown at once
     std::string before{}; // the name of the capture before; empty for none
     std::optional<capture_comparison> changes{};
 };
 
-// "5 ports", "13 LUNs", "9 devices", "at least 4.4 TiB"
+// As the table of hosts shows them: "4 of 5", "13", "at least 4.4 TiB".
 struct host_totals {
     std::string ports_online, targets, luns, devices, capacity;
 };

@@ -124,11 +124,13 @@ void write_page(const report_contents &contents,
     const health_status status = status_of(contents);
     page_data data;
     data["title"] = contents.title;
+    data["source"] = contents.source;
     data["made"] = contents.made;
     data["version"] = contents.version;
     data["level"] = mark_of(status);
     data["status"] = std::string(status_word(status));
     data["summary"] = summary_of(contents);
+    data["several"] = several;
     const page_list missing = missing_list(contents);
     data["has_missing"] = !missing.empty();
     data["missing"] = missing;
@@ -141,7 +143,6 @@ void write_page(const report_contents &contents,
     for (const auto &[rule, findings] : by_rule)
         write(rule_text(*rule, findings, several));
 
-    data["several"] = several;
     data["hosts"] = host_rows(contents);
     write(filled(report_template::hosts_table, data));
     for (const reported_host &host : contents.hosts)

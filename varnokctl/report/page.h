@@ -28,7 +28,7 @@ struct reported_host {
 };
 
 struct report_contents {
-    std::string title, made, version;
+    std::string title, source, made, version;
     std::vector<reported_host> hosts;
     std::vector<failed_call> missing; // captures that could not be read
 };

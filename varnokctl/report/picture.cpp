@@ -26,12 +26,12 @@ constexpr int box_height = 48, box_gap = 12, top = 24;
 struct column_form {
     const char *head, *noun;
     int x, width;
-    size_t name_room; // in characters
+    size_t name_room, sub_room; // in characters
 };
 
-constexpr std::array<column_form, 3> forms = {{{"Ports", "port", 0, 225, 30},
-                                               {"Targets", "target", 330, 335, 47},
-                                               {"Devices", "device group", 770, 225, 30}}};
+constexpr std::array<column_form, 3> forms = {{{"Ports", "port", 0, 240, 26, 30},
+                                               {"Targets", "target", 340, 390, 45, 52},
+                                               {"Devices", "device group", 830, 250, 27, 31}}};
 enum column_name : size_t { ports_column, targets_column, devices_column };
 
 struct picture_box {
@@ -100,8 +100,8 @@ class painter
     {
         for (const port_entry &port : examined.host.ports)
             add_port(port);
-        for (const device_group &group : groups)
-            add_group(group);
+        for (const device_group *group : in_order(groups))
+            add_group(*group);
         for (size_t at = 0; at < forms.size(); ++at) {
             total_[at] = columns_[at].boxes.size();
             fold(columns_[at], at == ports_column     ? "ports"
@@ -190,6 +190,23 @@ class painter
         return path_works(path) ? level : health_status::critical;
     }
 
+    // Each near its targets, so that fewer lines cross.
+    std::vector<const device_group *> in_order(const std::vector<device_group> &groups) const
+    {
+        std::vector<std::pair<double, const device_group *>> places;
+        for (const device_group &group : groups) {
+            double sum = 0;
+            for (const device_path &path : group.paths)
+                sum += static_cast<double>(place_of_.at(path.target));
+            places.emplace_back(sum / static_cast<double>(group.paths.size()), &group);
+        }
+        std::ranges::stable_sort(places, {}, [](const auto &place) { return place.first; });
+        std::vector<const device_group *> order;
+        for (const auto &[mean, group] : places)
+            order.push_back(group);
+        return order;
+    }
+
     void add_group(const device_group &group)
     {
         const size_t count = group.devices.size();
@@ -202,9 +219,10 @@ class painter
             box.level = worse(box.level, level);
             bad += level != health_status::ok ? 1 : 0;
         }
+        const bool works = std::ranges::any_of(group.paths, path_works);
         if (!all_paths_work(group))
-            box.level = worse(box.level, health_status::warning);
-        if (bad != 0)
+            box.level = worse(box.level, works ? health_status::warning : health_status::critical);
+        else if (bad != 0)
             box.sub += fmt::format("; {} with a finding", bad);
         const size_t place = columns_[devices_column].boxes.size();
         columns_[devices_column].boxes.push_back(std::move(box));
@@ -243,7 +261,7 @@ class painter
         data["inner_h"] = fmt::to_string(box_height - 2);
         data["whole"] = fmt::format("{}: {}", box.name, box.sub);
         data["name"] = shortened(box.name, form.name_room, examined_.style);
-        data["sub"] = shortened(box.sub, form.name_room, examined_.style);
+        data["sub"] = shortened(box.sub, form.sub_room, examined_.style);
         data["level"] = mark_of(box.level);
         page_data bar;
         bar["shape"] = shape_of(box.level);

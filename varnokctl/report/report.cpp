@@ -90,6 +90,8 @@ class capture_reader
         run_.contents.title = run_.contents.hosts.size() == 1
                                   ? run_.contents.hosts.front().name
                                   : counted(run_.contents.hosts.size(), "host");
+        run_.contents.source = fmt::format("from {} of {}", sources_.size(),
+                                           counted(options_.captures.size(), "capture"));
         const bool any = !run_.contents.hosts.empty();
         run_.status = !any ? refused : run_.complaints.empty() ? all_well : partial;
         return std::move(run_);
@@ -196,6 +198,7 @@ report_run read_this_host(bool quiet)
     utsname names{};
     uname(&names);
     run.contents.title = page_text(names.nodename);
+    run.contents.source = "from the host itself";
     run.contents.hosts.push_back(reported(host, {.id = "h1", .name = run.contents.title}));
     return run;
 }

@@ -97,5 +97,6 @@
   // Paper has no lids.
   addEventListener("beforeprint", () => { for (const fold of all("details:not([open])")) { fold.open = true; fold.dataset.printed = ""; } });
   addEventListener("afterprint", () => { for (const fold of all("details[data-printed]")) { fold.open = false; delete fold.dataset.printed; } });
+  (window.requestIdleCallback ?? setTimeout)(() => { index ??= build(); });
   by("search").hidden = false;
 })();
