@@ -90,8 +90,10 @@ class capture_reader
         run_.contents.title = run_.contents.hosts.size() == 1
                                   ? run_.contents.hosts.front().name
                                   : counted(run_.contents.hosts.size(), "host");
-        run_.contents.source = fmt::format("from {} of {}", sources_.size(),
-                                           counted(options_.captures.size(), "capture"));
+        run_.contents.source = "from ";
+        if (sources_.size() != options_.captures.size())
+            run_.contents.source += fmt::format("{} of ", sources_.size());
+        run_.contents.source += counted(options_.captures.size(), "capture");
         const bool any = !run_.contents.hosts.empty();
         run_.status = !any ? refused : run_.complaints.empty() ? all_well : partial;
         return std::move(run_);

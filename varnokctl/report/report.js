@@ -3,6 +3,7 @@
   const by = (id) => document.getElementById(id);
   const all = (selector, from = document) => [...from.querySelectorAll(selector)];
   const words = by("words"), level = by("level");
+  const most_unfolded = 200; // findings of a rule
   let index = null;
 
   const lower = (element) => element.textContent.toLowerCase();
@@ -59,8 +60,10 @@
     for (const rule of index.findings) {
       const hits = filter(rule.rows, lacking(terms, rule.text), wanted);
       show(rule, hits !== 0);
-      for (const fold of rule.folds)
-        unfold(fold, active && all("li:not([hidden])", fold).length !== 0);
+      for (const fold of rule.folds) {
+        const inside = all("li:not([hidden])", fold).length;
+        unfold(fold, active && inside !== 0 && inside <= most_unfolded);
+      }
       findings += hits;
     }
     for (const host of index.hosts) {
