@@ -3,9 +3,11 @@
 #include "machine.h"
 #include "platform.h"
 #include "varnokctl/capture.h"
+#include "varnokctl/captured_host.h"
 #include "varnokctl/document.h"
 #include "varnokctl/inventory.h"
 #include "varnokctl/render.h"
+#include "varnokctl/report/report.h"
 
 #include <algorithm>
 
@@ -54,7 +56,12 @@ std::string capture(hostsim::host &host, bool &complete)
     hostsim::install(nullptr);
     complete = seen.failures.empty();
     show(seen);
-    return ctl::capture_document(seen, false);
+    const std::string document = ctl::capture_document(seen, false);
+    // A host and its capture have the same page.
+    if (complete)
+        REQUIRE(ctl::reported(seen, {}).section ==
+                ctl::reported(ctl::host_of(ctl::parse_capture(document)), {}).section);
+    return document;
 }
 
 } // namespace

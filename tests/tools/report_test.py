@@ -93,6 +93,7 @@ class ReportTest(ToolCase):
         hosts += [{"ports": [{"driver": "pelt", "sessions": [{"logged_in": False, "luns": []}, {"repeat": 2}]}] * 2, "faults": [fault]}
                   for fault in ({**FAULT, "driver": "pelt", "request": "tgt_info", "target": 1, "status": 3},
                                 {**FAULT, "driver": "pelt", "request": "sess_info", "target": 0, "errno": "EIO"},
+                                {**FAULT, "driver": "pelt", "request": "scsi_cmd", "cdb": "0xa0", "nth": 1, "sense": "02/04/01"},
                                 {**FAULT, "driver": "pelt", "request": "scsi_cmd", "cdb": "0x1200", "sense": "02/04/01"})]
         for host in hosts:
             scenario = self.scenario(host)
