@@ -51,7 +51,7 @@ std::vector<std::string> ports_of(const inventory &host)
                 fmt::format("{} {} {}", serial, +info.PciFunctionNum, +info.PhyPortNum));
     }
     std::ranges::sort(ports);
-    ports.erase(std::ranges::unique(ports).begin(), ports.end());
+    ports.erase(std::unique(ports.begin(), ports.end()), ports.end());
     return ports;
 }
 
