@@ -114,7 +114,8 @@ void check_values(const capture_json &record, const std::string &where)
 {
     constexpr std::array<std::string_view, 4> inner = {"sessions", "target", "luns", "designators"};
     for (const auto &[key, value] : record.items())
-        if (!is_plain(value) && !(key == "logged_in" && value.is_boolean()) && std::ranges::find(inner, key) == inner.end())
+        if (!is_plain(value) && !(key == "logged_in" && value.is_boolean()) &&
+            std::ranges::find(inner, key) == inner.end())
             fail(where + key + ": neither a number nor a text of at most 4096 bytes");
 }
 

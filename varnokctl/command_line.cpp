@@ -113,6 +113,7 @@ void add_options(CLI::App &app, const tool_command &command, tool_options &optio
         add_list_options(app, *command.kind, options);
 }
 
+// Every command has these.
 CLI::App *with_messages(CLI::App *app, tool_options &options)
 {
     app->add_flag("-q,--quiet", options.quiet, "No progress, and no advice with a failure");
@@ -120,7 +121,7 @@ CLI::App *with_messages(CLI::App *app, tool_options &options)
     return app;
 }
 
-// Every command that writes text has these.
+// Those whose output has several forms have these, too.
 CLI::App *with_output_options(CLI::App *app, tool_options &options)
 {
     app->add_flag("--ascii", options.ascii, "Use ASCII characters only");
@@ -241,6 +242,7 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
     }
     const CLI::App *health =
         with_output_options(add_health(app, line.health, line.options.request), line.options);
+    const CLI::App *metrics = with_messages(add_metrics(app, line.metrics), line.options);
     const CLI::App *diff = with_output_options(add_diff(app, line.diff), line.options);
     const CLI::App *report = with_messages(add_report(app, line.report), line.options);
     const CLI::App *scsi = with_output_options(add_scsi(app, line.scsi), line.options);
@@ -251,6 +253,7 @@ parsed_line parse_command_line(int argc, char **argv, const std::string &version
         line.is_health = health->parsed();
         line.is_diff = diff->parsed();
         line.is_report = report->parsed();
+        line.is_metrics = metrics->parsed();
     } catch (const CLI::ParseError &error) {
         // Parsing may have ended before it came to the option.
         const auto is_json = [](std::string_view argument) { return argument == "--json"; };

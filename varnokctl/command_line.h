@@ -6,6 +6,7 @@
 #include "varnokctl/fields.h"
 #include "varnokctl/health_command.h"
 #include "varnokctl/inventory.h"
+#include "varnokctl/metrics_command.h"
 #include "varnokctl/render.h"
 #include "varnokctl/report/report.h"
 #include "varnokctl/scsi_command.h"
@@ -51,11 +52,13 @@ struct parsed_line {
     bool is_scsi = false;
     bool is_diff = false;
     bool is_report = false;
+    bool is_metrics = false;
     tool_options options;
     health_request health;
     scsi_options scsi;
     diff_options diff;
     report_options report;
+    metrics_request metrics;
 };
 
 parsed_line parse_command_line(int argc, char **argv, const std::string &version);

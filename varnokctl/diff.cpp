@@ -130,9 +130,12 @@ std::string notes_of(const diff_run &run)
 
 json entry_object(const difference &entry)
 {
-    return {{"kind", change_word(entry.kind)}, {"what", entry.what},
-            {"name", entry.name},          {"field", or_null(entry.field)},
-            {"before", entry.before.data}, {"after", entry.after.data}};
+    return {{"kind", change_word(entry.kind)},
+            {"what", entry.what},
+            {"name", entry.name},
+            {"field", or_null(entry.field)},
+            {"before", entry.before.data},
+            {"after", entry.after.data}};
 }
 
 void put_unread(json &list, const char *side, const std::vector<unread_part> &parts)

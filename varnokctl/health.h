@@ -58,7 +58,10 @@ struct health_rule {
     const char *looks_at; // when there is a finding
     const char *next;     // what to do about it
     void (*check)(const examined_host &, std::vector<finding> &);
+    unsigned needs; // what it looks at: of enum need, and compared_capture
 };
+
+constexpr unsigned compared_capture = 1U << 16;
 
 // Critical ones first.
 std::span<const health_rule> health_rules();

@@ -1,6 +1,7 @@
 // The rules of the health check: the table, and what each of them looks at.
 #include "varnokctl/health.h"
 
+#include "varnokctl/inventory.h"
 #include "varnokctl/lun_address.h"
 #include "varnokctl/words.h"
 
@@ -294,51 +295,58 @@ void check_gone(const examined_host &examined, findings_list &found)
 // ---- The table --------------------------------------------------------------------------------
 
 constexpr health_status warning = health_status::warning, critical = health_status::critical;
+constexpr unsigned whole_host = need_portals | need_sessions | need_all_designators;
 
 constexpr health_rule rules[] = {
     {"port-unreadable", critical, "a port that the library cannot open or read",
-     "look in the system log for the adapter driver's messages", check_unread<unread::port>},
+     "look in the system log for the adapter driver's messages", check_unread<unread::port>,
+     need_portals},
     {"port-offline", critical, "a port whose link is not online",
-     "check the cable and the port of the switch", check_offline},
+     "check the cable and the port of the switch", check_offline, need_ports},
     {"session-not-logged-in", critical, "a session whose state is not 1, logged in",
      "see that the target is up, and that it accepts the initiator's name and secret",
-     check_sessions},
+     check_sessions, need_sessions},
     {"target-unreadable", critical, "targets or a target's LUNs that cannot be listed",
-     "see that the target answers the host's other ports", check_unread<unread::target>},
+     "see that the target answers the host's other ports", check_unread<unread::target>,
+     need_sessions | need_luns},
     {"lun-unreadable", critical,
      "a LUN that refuses to tell what it is, or a disk that tells no size: it is not ready",
-     "see on the storage system that the volume is online", check_luns},
+     "see on the storage system that the volume is online", check_luns, need_identities},
     {paths_disagree_rule, critical, "a device that has another size or block size on another path",
      "rescan the host's storage; write nothing to the device before its paths agree",
-     check_devices<paths_disagree_rule>},
+     check_devices<paths_disagree_rule>, need_identities},
     {"duplicate-address", critical, "an IP address that several ports have",
-     "give each port an address of its own", check_addresses},
+     "give each port an address of its own", check_addresses, need_portals},
     {"duplicate-mac", critical, "a MAC address that several ports have",
-     "restore the adapters' own MAC addresses", check_macs},
+     "restore the adapters' own MAC addresses", check_macs, need_ports},
     {gone_rule, critical,
      "a port, target or device that an earlier capture has and the host has no more",
-     "bring it back, or take a new capture if it was removed on purpose", check_gone},
+     "bring it back, or take a new capture if it was removed on purpose", check_gone,
+     whole_host | compared_capture},
     {"list-incomplete", warning, "a target that counts more LUNs than the library lists",
      "repeat the command; of more than 2047 LUNs only the first are listed",
-     check_unread<unread::list>},
+     check_unread<unread::list>, need_luns},
     {single_path_rule, warning,
      "a device with one path although more ports lead there, or with one working path of several",
-     "log in from the other ports, or present the device to them", check_devices<single_path_rule>},
+     "log in from the other ports, or present the device to them", check_devices<single_path_rule>,
+     need_portals | need_sessions | need_identities},
     {lun_differs_rule, warning, "a LUN of one target that is another device by another path",
      "see on the storage system which volumes it presents to which initiator",
-     check_devices<lun_differs_rule>},
+     check_devices<lun_differs_rule>, need_identities},
     {"link-slower-than-twin", warning,
      "an online port that is slower than another of the same adapter model",
-     "check the cable, the optics and the speed that the switch allows", check_speed},
+     "check the cable, the optics and the speed that the switch allows", check_speed, need_ports},
     {"port-up-without-sessions", warning, "an online port that has no session",
-     "see that the port's targets are configured and can be reached", check_idle},
+     "see that the port's targets are configured and can be reached", check_idle, need_ports},
     {"mtu-differs", warning, "ports that lead to one network or target with different MTUs",
-     "set the same MTU on the ports, the switches and the target", check_mtu},
+     "set the same MTU on the ports, the switches and the target", check_mtu,
+     need_portals | need_sessions | need_targets},
     {"duplicate-initiator-name", warning, "an initiator name that several ports log in with",
-     "give each port a name of its own, unless they are meant to share it", check_initiators},
+     "give each port a name of its own, unless they are meant to share it", check_initiators,
+     need_sessions},
     {"firmware-differs", warning,
      "adapters of one model with different versions of the firmware or the driver",
-     "bring the adapters to the same versions", check_versions},
+     "bring the adapters to the same versions", check_versions, need_ports},
 };
 
 } // namespace

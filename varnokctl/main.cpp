@@ -136,6 +136,14 @@ ctl::ending write_report(ctl::report_options &report, const ctl::tool_options &o
     return run.status;
 }
 
+ctl::ending show_metrics(const ctl::metrics_request &metrics, const ctl::tool_options &options)
+{
+    const ctl::metrics_output output = ctl::run_metrics(metrics, options.quiet, VARNOKCTL_VERSION);
+    print(output.text);
+    complain(output.failures, options.quiet);
+    return output.status;
+}
+
 // A command to a native driver takes two blocks of 256 KiB. By default the allocator gets them from
 // the kernel and returns them each time, which makes four fifths of the command's own time.
 void keep_memory()
@@ -176,6 +184,8 @@ int run(int argc, char **argv, int &status_of_failure)
         return show_diff(line.diff, line.options);
     if (line.is_report)
         return write_report(line.report, line.options);
+    if (line.is_metrics)
+        return show_metrics(line.metrics, line.options);
     print_version(line.options);
     return ctl::all_well;
 }
