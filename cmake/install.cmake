@@ -31,7 +31,7 @@ install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev
 install(FILES examples/inventory.c examples/inventory.cpp examples/inventory.py examples/lab.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
-install(FILES docs/demo-host.svg DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
+install(FILES docs/demo-host.svg docs/many-hosts.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
 
 if(TARGET varnokctl)
     set_target_properties(varnokctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
@@ -43,6 +43,7 @@ if(TARGET varnokctl)
     install(FILES completion/varnokctl completion/varnok-host
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
     install(FILES varnokctl/schema/varnok-1.json DESTINATION ${CMAKE_INSTALL_DATADIR}/varnok COMPONENT tools)
+    install(DIRECTORY share/varnok/ DESTINATION ${CMAKE_INSTALL_DATADIR}/varnok COMPONENT tools USE_SOURCE_PERMISSIONS)
 endif()
 
 set(CPACK_GENERATOR DEB)

@@ -29,6 +29,7 @@ PACKAGES = {
                       "pkgconfig/varnok.pc", "cmake/varnok/varnok-config.cmake",
                       "share/doc/varnok/README.md", "share/doc/varnok/examples/lab.json"],
     "varnok-tools": ["usr/bin/varnokctl", "usr/bin/varnok-host", "varnok-hostsim.so", "share/varnok/varnok-1.json",
+                     "share/varnok/prometheus/varnok-alerts.yml", "share/varnok/ansible/varnok.fact",
                      "bash-completion/completions/varnokctl", "bash-completion/completions/varnok-host"],
 }
 for manual in (SOURCE / "man").iterdir():
