@@ -169,6 +169,16 @@ def machine():
     return textwrap.fill(text, 120)
 
 
+def fill(page, tables):
+    """Puts each table between the page's marks of its name."""
+    text = page.read_text() if page.exists() else "\n".join(f"<!-- {n} -->\n<!-- /{n} -->" for n in tables)
+    for name, body in tables.items():
+        text, found = re.subn(rf"(<!-- {name} -->\n).*?(<!-- /{name} -->)",
+                              lambda marks, body=body: f"{marks[1]}\n{body}\n\n{marks[2]}", text, flags=re.S)
+        assert found == 1, name
+    page.write_text(text)
+
+
 def main():
     results, docs = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     docs.mkdir(exist_ok=True)
@@ -178,13 +188,7 @@ def main():
               "log": calls.log_table(), "discovery": growth.discovery_table(), "growth": growth.exponent_table(),
               "live": live_table(live), "whole": whole_table(whole)}
     growth.draw(docs)
-    page = docs / "performance.md"
-    text = page.read_text() if page.exists() else "\n".join(f"<!-- {n} -->\n<!-- /{n} -->" for n in tables)
-    for name, body in tables.items():
-        text, found = re.subn(rf"(<!-- {name} -->\n).*?(<!-- /{name} -->)",
-                              lambda marks, body=body: f"{marks[1]}\n{body}\n\n{marks[2]}", text, flags=re.S)
-        assert found == 1, name
-    page.write_text(text)
+    fill(docs / "performance.md", tables)
     print(tables["aims"])
 
 
