@@ -43,6 +43,7 @@ def host(name, *port_states):
     """A host of the demo's adapters with a name of its own. The ports' states replace the demo's."""
     document = json.loads(LAB.read_text())
     ports = document["ports"] = document["ports"][:4]
+    ports[3].update(hba_name='a"b\\c\n\x1b\u202e{}', model_name=[255, 34, 92])
     for number, port in enumerate(ports):
         port["mac"] = port["mac"][:-2] + f"{16 * int(name[-1]) + number:02x}"
         port["port_speed"] = 10000  # else one is slower than its twin
@@ -163,7 +164,8 @@ class Fleet(unittest.TestCase):
 
 class Tools(unittest.TestCase):
     def test_promtool(self):
-        for name, document in ("lab", json.loads(LAB.read_text())), ("not read", {"host": {"euid": 1}}):
+        for name, document in (("lab", json.loads(LAB.read_text())), ("hostile names", host("esx-1", 0, 1, 7, 1)),
+                               ("not read", {"host": {"euid": 1}})):
             with self.subTest(name), tempfile.NamedTemporaryFile("w", suffix=".json") as scenario:
                 scenario.write(json.dumps(document))
                 scenario.flush()

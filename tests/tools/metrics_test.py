@@ -86,6 +86,7 @@ class MetricsTest(ToolCase):
         got = Metrics(path)  # fails if it does
         self.assertEqual(got.status, 0, got.result.stderr)
         self.assertTrue(got.text.replace("\n", "").isprintable())
+        self.assertIn(r'name="a\"b\\x5Cc\\x0Ad\\x1B', got.text)  # the parser takes other escapes, too
         self.assertEqual(sorted(labels.get("port_duplicate", "1") + labels.get("mac", "-") for labels, _ in got.get("port_up")),
                          ["1-", "102:00:00:00:00:01", "2-", "202:00:00:00:00:01"])
         self.assertEqual({labels["name"] for labels, _ in got.get("port_info")}, {SHOWN})
