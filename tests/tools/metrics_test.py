@@ -56,9 +56,9 @@ def disk(number, **more):
     return {"designators": [{"naa": f"0x600000000000000{number}"}], **more}
 
 
-def two_ports(**fault):
+def two_ports(state=0, **fault):
     session = {"luns": [disk(1), disk(2)]}
-    return {"ports": [{"driver": "dxo", "mac": f"02:00:00:00:00:0{i}", "sessions": [session]} for i in (1, 2)],
+    return {"ports": [{"driver": "dxo", "mac": f"02:00:00:00:00:0{i}", "port_state": state, "sessions": [session]} for i in (1, 2)],
             "faults": [{**FAULT, **fault}]}
 
 
@@ -118,6 +118,7 @@ class MetricsTest(ToolCase):
             (json.loads(LAB.read_text()), [], {"port-offline": 1, "link-slower-than-twin": 1}, {"gone"}),
             (json.loads(LAB.read_text()), ["--no-luns"], {"port-offline": 1, "link-slower-than-twin": 1}, NO_LUNS),
             (two_ports(status=6), [], {"port-unreadable": 1}, every - {"port-unreadable"}),
+            (two_ports(state=1, status=6), [], {"port-unreadable": 1, "port-offline": 1}, every - {"port-unreadable"}),
             (two_ports(request="scsi_cmd", status=6), [], {"target-unreadable": 1}, of_luns | {"gone"}),
             (two_ports(request="scsi_cmd", nth=7, times=1, sense="02/04/01"), [], {"lun-unreadable": 1},
              {"paths-disagree", "single-path", "lun-differs", "gone"}),
