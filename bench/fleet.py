@@ -68,11 +68,11 @@ def host_table():
         capture = tool(document, "capture")
         rows.append([name, *(f"{number:,}" for number in (
             shape.ports, shape.ports * shape.targets, shape.targets * shape.luns, shape.ports * shape.targets * shape.luns,
-            series(whole), series(whole, b"varnok_lun_"), series(tool(document, "metrics", "--no-luns")), len(whole), len(capture),
-            len(gzip.compress(capture)), len(on_host(document, SOURCE / "share/varnok/ansible/varnok.fact")))),
+            series(whole), series(whole, b"varnok_lun_"), series(tool(document, "metrics", "--no-luns")), len(whole),
+            len(capture), len(gzip.compress(capture)), len(on_host(document, SOURCE / "share/varnok/ansible/varnok.fact")))),
             f"{took:.2f}"])
-    return table(["host", "ports", "sessions", "devices", "LUNs", "series", "without `varnok_lun_*`", "`--no-luns`", "bytes of metrics",
-                  "bytes of a capture", "with gzip", "bytes of a fact", "seconds for metrics"], rows)
+    return table(["host", "ports", "sessions", "devices", "LUNs", "series", "without `varnok_lun_*`", "`--no-luns`",
+                  "bytes of metrics", "bytes of a capture", "with gzip", "bytes of a fact", "seconds for metrics"], rows)
 
 
 def capture_all(folder, count):
