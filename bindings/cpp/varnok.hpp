@@ -135,10 +135,7 @@ struct scsi_lun {
     std::uint32_t levels_3_and_4 = 0; // ScsiLunNumExt
 };
 
-inline scsi_lun lun_of(const VARNOK_LUN_INFO &lun)
-{
-    return {lun.ScsiLunNum, lun.ScsiLunNumExt};
-}
+inline scsi_lun lun_of(const VARNOK_LUN_INFO &lun) { return {lun.ScsiLunNum, lun.ScsiLunNumExt}; }
 
 // What a device sent. The library tells neither the SCSI status nor how much came: zeros follow what
 // did. Sense data that says why a command failed comes with a good status, too.
