@@ -56,7 +56,7 @@ std::string capture(hostsim::host &host, bool &complete)
     hostsim::install(nullptr);
     complete = seen.failures.empty();
     show(seen);
-    const std::string document = ctl::capture_document(seen, false);
+    std::string document = ctl::capture_document(seen, false);
     // A host and its capture have the same page.
     if (complete)
         REQUIRE(ctl::reported(seen, {}).section ==

@@ -16,7 +16,7 @@ std::vector<device_group> groups_of(const std::vector<device_entry> &devices)
         decltype(known)::key_type way;
         for (const device_path &path : device.paths)
             way.emplace_back(path.port, path.target);
-        const auto [found, is_new] = known.try_emplace(std::move(way), groups.size());
+        const auto [found, is_new] = known.try_emplace(way, groups.size());
         if (is_new)
             groups.push_back({device.paths, {}});
         groups[found->second].devices.push_back(&device);
@@ -32,7 +32,7 @@ bool all_paths_work(const device_group &group)
 std::string paths_text(const device_group &group)
 {
     const auto working = std::ranges::count_if(group.paths, path_works);
-    const std::string all = counted(group.paths.size(), "path");
+    std::string all = counted(group.paths.size(), "path");
     if (all_paths_work(group))
         return all;
     return working == 0 ? fmt::format("none of {} works", all)

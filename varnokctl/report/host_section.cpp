@@ -64,7 +64,7 @@ std::string row_class(const finding_mark &mark)
 }
 
 // A list with the flag that says whether it has anything.
-void put_list(page_data &data, const std::string &key, page_list list)
+void put_list(page_data &data, const std::string &key, const page_list &list)
 {
     data["has_" + key] = !list.empty();
     data[key] = page_data(list);
@@ -236,7 +236,7 @@ void put_changes(page_data &data, const host_caption &caption)
     page_list rows;
     for (const difference &entry : caption.changes->differences)
         rows.push_back(change_row(entry));
-    put_list(data, "changes", std::move(rows));
+    put_list(data, "changes", rows);
     std::vector<std::string> unread;
     for (const auto &[parts, name] : {std::pair(&caption.changes->unread_before, &caption.before),
                                       std::pair(&caption.changes->unread_after, &caption.name)})
@@ -295,7 +295,7 @@ std::string host_section(const examined_host &examined, const health_report &rep
     page_list unread;
     for (const failed_call &failure : host.failures)
         unread.emplace_back("what", failure_text(failure));
-    put_list(data, "unread", std::move(unread));
+    put_list(data, "unread", unread);
     put_changes(data, caption);
     std::string text = filled(report_template::host_begin, data);
 
@@ -306,8 +306,8 @@ std::string host_section(const examined_host &examined, const health_report &rep
         for (const target_entry &target : port.targets)
             targets.push_back(target_row(port, target, marks.target(port, target)));
     }
-    put_list(data, "ports", std::move(ports));
-    put_list(data, "targets", std::move(targets));
+    put_list(data, "ports", ports);
+    put_list(data, "targets", targets);
     data["devices"] = fmt::to_string(examined.devices.size());
     data["has_devices"] = !examined.devices.empty();
     data["open"] = caption.open;

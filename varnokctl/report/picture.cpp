@@ -202,6 +202,7 @@ class painter
         }
         std::ranges::stable_sort(places, {}, [](const auto &place) { return place.first; });
         std::vector<const device_group *> order;
+        order.reserve(places.size());
         for (const auto &[mean, group] : places)
             order.push_back(group);
         return order;

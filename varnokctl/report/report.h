@@ -23,7 +23,7 @@ struct report_options {
 struct report_run {
     report_contents contents;            // no hosts when nothing could be read
     std::vector<std::string> complaints; // for standard error
-    ending status;
+    ending status = all_well;
 };
 
 CLI::App *add_report(CLI::App &app, report_options &options);
