@@ -84,7 +84,7 @@ void fold(picture_column &column, const char *noun)
     }
     if (bad != 0)
         last.sub = fmt::format("{} with a finding", bad);
-    last.name += fmt::format(" {}, see the tables", noun);
+    last.name += fmt::format(" {}", noun);
     column.boxes.erase(rest, column.boxes.end());
     column.boxes.push_back(std::move(last));
 }
@@ -306,9 +306,10 @@ class painter
             if (columns_[at].folded != 0)
                 parts.push_back(fmt::format("{} of {}", columns_[at].folded,
                                             counted(total_[at], forms[at].noun)));
-        return parts.empty() ? ""
-                             : fmt::format("The picture does not draw one by one: {}.",
-                                           fmt::join(parts, ", "));
+        return parts.empty()
+                   ? ""
+                   : fmt::format("The picture does not draw one by one: {}. The tables have them.",
+                                 fmt::join(parts, ", "));
     }
 
     const examined_host &examined_;
