@@ -151,8 +151,8 @@ namespace bench::floor
 
 uint32_t version(uint8_t *text)
 {
-    memcpy(text, "v5.00 build2", 13);
-    return 0x05000200;
+    memcpy(text, VARNOK_API_VERSION_TEXT, 13);
+    return VARNOK_API_VERSION_NUMBER;
 }
 
 uint32_t port_count(const host &h, uint32_t *count)

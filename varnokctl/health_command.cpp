@@ -11,7 +11,7 @@ namespace ctl
 namespace
 {
 
-constexpr code_word endings[] = {
+constexpr code_word health_endings[] = {
     {static_cast<uint32_t>(health_status::ok), "all is well"},
     {static_cast<uint32_t>(health_status::warning), "there are warnings"},
     {static_cast<uint32_t>(health_status::critical), "something is critical"},
@@ -26,7 +26,7 @@ std::string help_text()
         text += fmt::format("  {} ({}):\n    {}\n    next: {}\n", rule.name,
                             status_word(rule.level), rule.looks_at, rule.next);
     text += "Exit status:\n";
-    for (const auto &[code, meaning] : endings)
+    for (const auto &[code, meaning] : health_endings)
         text += fmt::format("  {}  {}\n", code, meaning);
     return text;
 }

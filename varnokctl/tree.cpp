@@ -19,8 +19,8 @@ struct tree_node {
     bool bad = false; // down or failed
 };
 
-constexpr std::string_view gap = "  "; // between two facts
-constexpr size_t least_width = 8;      // of a fact, however deep it stands
+constexpr std::string_view fact_gap = "  "; // between two facts
+constexpr size_t least_fact = 8;            // of a fact, however deep it stands
 
 bool is_blank(const std::string &fact) { return fact.find_first_not_of(' ') == std::string::npos; }
 
@@ -42,7 +42,8 @@ class tree_printer
     void print(const tree_node &node, const std::string &first, const std::string &rest)
     {
         const std::string below = rest + (node.children.empty() ? "" : lines_.trunk);
-        const size_t indent = display_width(first) + display_width(node.facts.front()) + gap.size();
+        const size_t indent =
+            display_width(first) + display_width(node.facts.front()) + fact_gap.size();
         print_facts(node, first, padded(below, indent));
         for (const auto &child : node.children) {
             const bool last = &child == &node.children.back();
@@ -67,7 +68,7 @@ class tree_printer
         };
         for (const std::string &fact : node.facts) {
             const bool fits =
-                display_width(line) + gap.size() + display_width(fact) <= style_.width;
+                display_width(line) + fact_gap.size() + display_width(fact) <= style_.width;
             if (fact.empty() || (is_blank(fact) && !fits))
                 continue;
             if (begun && !fits) {
@@ -76,9 +77,9 @@ class tree_printer
                 begin = rest.size();
                 begun = false;
             }
-            line += begun ? gap : "";
+            line += begun ? fact_gap : "";
             const size_t used = std::min(display_width(line), style_.width);
-            line += shortened(fact, std::max(style_.width - used, least_width), style_);
+            line += shortened(fact, std::max(style_.width - used, least_fact), style_);
             begun = true;
         }
         end_line();

@@ -9,15 +9,13 @@ const char varnok_version_description[128] =
     "Molvar Halcyon iSCSI API library version " VARNOK_API_VERSION_TEXT;
 const char varnok_api_version[13] = VARNOK_API_VERSION_TEXT;
 
-static constexpr uint32_t version_number = 0x05000200;
-
 uint32_t VARNOK_GetVersion(uint8_t *pVersion, uint32_t VersionSize)
 {
     LOG_TRACE(": entered.");
     if (pVersion != nullptr && VersionSize >= sizeof varnok_api_version)
         memcpy(pVersion, varnok_api_version, sizeof varnok_api_version);
-    LOG_TRACE(": exiting. version=", hex(version_number));
-    return version_number;
+    LOG_TRACE(": exiting. version=", hex(VARNOK_API_VERSION_NUMBER));
+    return VARNOK_API_VERSION_NUMBER;
 }
 
 uint32_t varnok_xlate_err(uint32_t stat)

@@ -6,8 +6,6 @@
 
 #include <cstdint>
 
-#define VARNOK_API_VERSION_TEXT "v5.00 build2"
-
 extern "C" {
 
 VARNOK_PRIVATE extern const char varnok_api_version[13];

@@ -273,9 +273,10 @@ typedef struct VARNOK_SCSI_CMND {
 
 /* ---- Functions ----------------------------------------------------------------------------- */
 
-/* Returns the library's version, 0x05000200: a byte each for major, minor, build, and 0. When
- * pVersion is not null and VersionSize, the buffer's size in bytes, is at least 13, it also writes
- * the text "v5.00 build2" with its NUL byte. A smaller buffer is left alone. */
+/* Returns the library's version: a byte each for major, minor and build, from the most significant
+ * down, and 0. When pVersion is not null and VersionSize, the buffer's size in bytes, is at least
+ * 13, it also writes the version as a text of 12 characters with its NUL byte. A smaller buffer is
+ * left alone. */
 VARNOK_API uint32_t VARNOK_GetVersion(uint8_t *pVersion, uint32_t VersionSize);
 
 /* Finds the host's ports and joins the database that all processes share. Requires root and ESXi.
@@ -373,7 +374,7 @@ VARNOK_API uint32_t VARNOK_GetLunInfo(uint32_t Handle, uint32_t ScsiTgtNum, uint
 
 /* ---- Data ---------------------------------------------------------------------------------- */
 
-/* "Molvar Halcyon iSCSI API library version v5.00 build2"; the rest is zero. */
+/* "Molvar Halcyon iSCSI API library version " and the version's text; the rest is zero. */
 VARNOK_API extern const char varnok_version_description[128];
 
 /* The debug mask: VARNOK_DBG_* bits. VARNOK_LoadLibrary and VARNOK_OpenAdapter set it from the

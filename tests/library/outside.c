@@ -141,7 +141,9 @@ int main(void)
 {
     uint32_t count = 0;
     uint8_t version[13];
-    assert(VARNOK_GetVersion(version, sizeof version) == 0x05000200);
+    unsigned major, minor, build;
+    assert(sscanf(PROJECT_VERSION, "%u.%u.%u", &major, &minor, &build) == 3);
+    assert(VARNOK_GetVersion(version, sizeof version) == (major << 24 | minor << 16 | build << 8));
     assert(strncmp(varnok_version_description, "Molvar Halcyon", 14) == 0);
     assert(varnok_debug == 0 && varnoklog_path[0] == 0);
     assert(setenv("VARNOK_API_DEBUG", "80000000", 1) == 0);
