@@ -1,5 +1,5 @@
-# What `cmake --install` puts where, how other projects find it, and the Debian packages: the library, what
-# developers need of it, and the tools.
+# What `cmake --install` puts where, and how other projects find it: the library, what developers need of it,
+# and the tools. debian/*.install sort the files into packages.
 include(CMakePackageConfigHelpers)
 
 # A process's mapped files are counted by the library's name; the platform's stand-in comes with it.
@@ -30,14 +30,15 @@ install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev
         FILES_MATCHING PATTERN "*.3")
 install(FILES examples/inventory.c examples/inventory.cpp examples/inventory.py examples/lab.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
-install(FILES docs/demo-host.svg docs/many-hosts.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
+# README's links lead to docs/.
+install(FILES README.md NEWS DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 if(TARGET varnokctl)
     set_target_properties(varnokctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
     install(TARGETS varnokctl varnok-host
             RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-    install(TARGETS varnok-hostsim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)
+    install(TARGETS varnok-hostsim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/varnok COMPONENT tools)
     install(FILES man/varnokctl.1 man/varnok-host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
     install(FILES man/varnok-scenario.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT tools)
     install(FILES completion/varnokctl completion/varnok-host
@@ -45,20 +46,3 @@ if(TARGET varnokctl)
     install(FILES varnokctl/schema/varnok-1.json DESTINATION ${CMAKE_INSTALL_DATADIR}/varnok COMPONENT tools)
     install(DIRECTORY share/varnok/ DESTINATION ${CMAKE_INSTALL_DATADIR}/varnok COMPONENT tools USE_SOURCE_PERMISSIONS)
 endif()
-
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "the libvarnok developers")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL runtime dev tools)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvarnok5)
-set(CPACK_DEBIAN_DEV_PACKAGE_NAME libvarnok-dev)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME varnok-tools)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6, lsof")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
-set(CPACK_COMPONENT_DEV_DEPENDS runtime)
-set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
-include(CPack)

@@ -30,7 +30,7 @@ fs::path preload_object()
     std::error_code none;
     const fs::path own_folder = fs::read_symlink("/proc/self/exe", none).parent_path();
     const fs::path prefix = own_folder.parent_path();
-    for (const fs::path &folder : {prefix / "lib", prefix / INSTALLED_LIBDIR, own_folder})
+    for (const fs::path &folder : {prefix / "lib", prefix / INSTALLED_FOLDER, own_folder})
         if (fs::exists(folder / object_name, none))
             return folder / object_name;
     return {};

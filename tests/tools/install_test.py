@@ -23,18 +23,6 @@ COMPLETE = """exec 2>&1
 . "$1"; tool=${1##*/}; COMP_WORDS=("${@:3}"); COMP_CWORD=$(($# - 3))
 "_${tool//-/_}" "$2"; echo "${COMPREPLY[*]}"
 """
-PACKAGES = {
-    "libvarnok5": ["libvarnok.so." + VERSION],
-    "libvarnok-dev": ["usr/include/varnok_mgmt.h", "usr/include/varnok.hpp", "usr/include/varnok/lists.hpp",
-                      "pkgconfig/varnok.pc", "cmake/varnok/varnok-config.cmake",
-                      "share/doc/varnok/README.md", "share/doc/varnok/examples/lab.json"],
-    "varnok-tools": ["usr/bin/varnokctl", "usr/bin/varnok-host", "varnok-hostsim.so", "share/varnok/varnok-1.json",
-                     "share/varnok/prometheus/varnok-alerts.yml", "share/varnok/ansible/varnok.fact",
-                     "bash-completion/completions/varnokctl", "bash-completion/completions/varnok-host"],
-}
-for manual in (SOURCE / "man").iterdir():
-    section = manual.suffix[1:]
-    PACKAGES["libvarnok-dev" if section == "3" else "varnok-tools"].append(f"share/man/man{section}/{manual.name}")
 
 
 def run(*command, **environment):
@@ -83,16 +71,30 @@ class InstallTest(unittest.TestCase):
         self.inventory(sys.executable, example, first="vmhba64, MH2120-2I, MH21A40718, 2 sessions",
                        PYTHONPATH=str(SOURCE / "bindings/python"))
 
-    def test_debian_packages(self):
-        with tempfile.TemporaryDirectory() as folder:
-            run("cpack", "--config", pathlib.Path(BUILD) / "CPackConfig.cmake", "-B", folder)
-            contents = {package.name.split("_")[0]: run("dpkg-deb", "--contents", package)
-                        for package in pathlib.Path(folder).glob("*.deb")}
-        self.assertEqual(set(contents), set(PACKAGES))
-        for package, text in contents.items():
-            for owner, files in PACKAGES.items():
-                for file in files:
-                    self.assertEqual(f"/{file}\n" in text, owner == package, (package, file))
+    def test_links_lead_to_files(self):
+        readme = next(self.prefix.glob("share/doc/*/README.md"))
+        for page in (SOURCE / "README.md", *(SOURCE / "docs").glob("*.md"), readme, *readme.parent.glob("docs/*.md")):
+            links = re.findall(r"\]\((?!http|#)([^)#]+)", page.read_text())
+            self.assertEqual([link for link in links if not (page.parent / link).exists()], [], page)
+        for page in re.findall(r"man (\./\S+?)`", readme.read_text()):
+            self.assertTrue((SOURCE / page).exists(), page)
+
+    def test_commands_of_the_readme(self):
+        text = (SOURCE / "README.md").read_text().replace("\\\n", "")
+        commands = re.findall(r"^    ((?:cc|c\+\+|python3|export|build/demo)(?=[ /]).*)", text, re.M)
+        commands = [command for command in commands if not re.search("--portal|-m (build|venv)", command)]
+        self.assertGreater(len(commands), 6)
+        folder = self.prefix / "checkout"
+        (folder / "build").mkdir(parents=True)
+        for name in ("libvarnok", "examples", "bindings"):
+            (folder / name).symlink_to(SOURCE / name)
+        (folder / "build/demo").symlink_to(BUILD)
+        subprocess.run(["bash", "-e", "-c", "\n".join(commands)], cwd=folder, check=True, stdout=subprocess.DEVNULL,
+                       env={**os.environ, "PKG_CONFIG_PATH": str(self.libdir / "pkgconfig")})
+
+    def test_histories_begin_with_this_version(self):
+        for file, entry in [("NEWS", r"^(\d\S*) - "), ("debian/changelog", r"^varnok \((\S+)\)")]:
+            self.assertEqual(re.search(entry, (SOURCE / file).read_text(), re.M)[1], VERSION, file)
 
     def complete(self, tool, *words):
         script = self.prefix / "share/bash-completion/completions" / tool
