@@ -295,7 +295,7 @@ void check_gone(const examined_host &examined, findings_list &found)
 // ---- The table --------------------------------------------------------------------------------
 
 constexpr health_status warning = health_status::warning, critical = health_status::critical;
-constexpr unsigned whole_host = need_portals | need_sessions | need_all_designators;
+constexpr unsigned all_of_host = need_portals | need_sessions | need_all_designators;
 
 constexpr health_rule rules[] = {
     {"port-unreadable", critical, "a port that the library cannot open or read",
@@ -322,7 +322,7 @@ constexpr health_rule rules[] = {
     {gone_rule, critical,
      "a port, target or device that an earlier capture has and the host has no more",
      "bring it back, or take a new capture if it was removed on purpose", check_gone,
-     whole_host | compared_capture},
+     all_of_host | compared_capture},
     {"list-incomplete", warning, "a target that counts more LUNs than the library lists",
      "repeat the command; of more than 2047 LUNs only the first are listed",
      check_unread<unread::list>, need_luns},
