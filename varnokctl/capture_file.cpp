@@ -155,6 +155,9 @@ class form_check
         const auto check = [](const capture_json &failure, const std::string &in) {
             for (const char *key : {"call", "meaning"})
                 require(member(failure, key, in).is_string(), in + key, "not a text");
+            const auto name = failure.find("name");
+            require(name == failure.end() || name->is_null() || name->is_string(), in + "name",
+                    "not a text");
         };
         check_list(document_, "failures", "", check);
         require(complete == document_["failures"].empty(), "failures", "do not fit complete");
@@ -187,8 +190,9 @@ class form_check
         }
         check_list(session, "luns", in, [&](const capture_json &lun, const std::string &there) {
             const auto device = lun.find("device");
+            check_unit(lun, there);
             if (device == lun.end())
-                return check_unit(lun, there);
+                return;
             const bool known =
                 device->is_string() && document_.contains("devices") &&
                 document_["devices"].contains(device->get_ref<const std::string &>());

@@ -193,8 +193,11 @@ std::string captured_text(const capture_json &value)
     if (!value.is_array())
         return value.dump();
     std::string text;
-    for (const capture_json &byte : value)
+    for (const capture_json &byte : value) {
+        if (!byte.is_number_unsigned() || byte > UINT8_MAX)
+            throw capture_error("neither a number nor a text");
         text += static_cast<char>(byte.get<uint8_t>());
+    }
     return text;
 }
 
