@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace ctl
@@ -269,6 +270,8 @@ class host_reader
                     .status = number("status").value_or(VARNOK_STATUS_SUCCESS)});
         if (!failure)
             captured_record::fail("call", "no call of the library");
+        if (failure->port)
+            told_.insert(*failure->port);
         mark(*failure);
         host_.failures.push_back(*failure);
     }
@@ -276,10 +279,11 @@ class host_reader
     // As the failure of a live host leaves its mark.
     void mark(const failed_call &failure)
     {
-        const auto port = std::ranges::find(host_.ports, failure.port, [](const port_entry &entry) {
-            return std::optional(entry.instance);
-        });
-        if (port == host_.ports.end())
+        if (!failure.port)
+            return;
+        const auto port =
+            std::ranges::lower_bound(host_.ports, *failure.port, {}, &port_entry::instance);
+        if (port == host_.ports.end() || port->instance != failure.port)
             return;
         port->sessions_unread |=
             failure.call == call_name::get_session_info && port->sessions.empty();
@@ -300,19 +304,17 @@ class host_reader
     // A port is not there without a word: then the capture was cut or made up.
     void note_silence(port_entry &port)
     {
-        const std::optional number = port.instance;
-        const bool told =
-            std::ranges::find(host_.failures, number, &failed_call::port) != host_.failures.end();
-        if (!port.info && !told)
+        if (!port.info && !told_.contains(port.instance))
             host_.failures.push_back({.call = call_name::read_file,
                                       .cause = failure_cause::no_capture,
-                                      .port = number,
+                                      .port = port.instance,
                                       .detail = "the capture says nothing of this port"});
     }
 
     const capture_json &document_;
     inventory host_;
     std::map<std::string, lun_entry> devices_; // by their names
+    std::set<uint32_t> told_;                  // ports that a failure is about
 };
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace ctl
@@ -104,16 +105,6 @@ void note_two_devices(std::vector<device_entry> &devices, const output_style &st
     }
 }
 
-// A target may list a LUN twice. The paths through a target stand together.
-void add_path(device_entry &device, const device_path &path)
-{
-    for (auto other = device.paths.rbegin();
-         other != device.paths.rend() && other->target == path.target; ++other)
-        if (levels_of(other->lun->info) == levels_of(path.lun->info))
-            return;
-    device.paths.push_back(path);
-}
-
 } // namespace
 
 bool path_works(const device_path &path)
@@ -139,20 +130,25 @@ std::vector<device_entry> devices_of(const inventory &host, const port_places &p
     std::vector<device_entry> devices;
     std::map<std::string, size_t> known;
     for (const port_entry &port : host.ports)
-        for (const target_entry &target : port.targets)
+        for (const target_entry &target : port.targets) {
+            std::set<std::pair<size_t, lun_levels>> listed; // a target may list a LUN twice
             for (const lun_entry &lun : target.luns) {
                 const device_path path = {&port, &target, &lun,
                                           session_of(port, target.info.ScsiTgtNum)};
                 std::string name = lun.identity ? wwid(*lun.identity) : "";
                 if (!name.empty()) {
                     const auto [found, is_new] = known.emplace(name, devices.size());
+                    const bool is_listed =
+                        !listed.emplace(found->second, levels_of(lun.info)).second;
                     if (!is_new) {
-                        add_path(devices[found->second], path);
+                        if (!is_listed)
+                            devices[found->second].paths.push_back(path);
                         continue;
                     }
                 }
                 devices.push_back({std::move(name), {path}, {}});
             }
+        }
     port_list_by_target others;
     for (device_entry &device : devices) {
         if (!device.name.empty())
