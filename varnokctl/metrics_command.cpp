@@ -3,12 +3,14 @@
 #include "varnokctl/health_against.h"
 #include "varnokctl/inventory.h"
 #include "varnokctl/metrics.h"
+#include "varnokctl/text.h"
 #include "varnokctl/text_file.h"
 
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <fmt/format.h>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace ctl
@@ -79,7 +81,9 @@ metrics_output run_metrics(const metrics_request &request, bool quiet, const std
         return {"", host.failures, ending_of(host)};
     host.failures.push_back({.call = call_name::write_file,
                              .cause = failure_cause::file_not_written,
-                             .status = static_cast<uint32_t>(error)});
+                             .status = static_cast<uint32_t>(error),
+                             .detail = fmt::format("{}: {}", safe_text(request.textfile),
+                                                   std::generic_category().message(error))});
     return {"", host.failures, refused};
 }
 

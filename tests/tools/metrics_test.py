@@ -221,7 +221,7 @@ class TextfileTest(ToolCase):
             with self.subTest(why):
                 result = self.write(file, **how)
                 self.assertEqual(result.returncode, 1, result.stderr)
-                self.assertIn(why, result.stderr)
+                self.assertRegex(result.stderr, f"{why}.*{file}: ")
                 self.assertEqual(sorted(os.listdir(self.dir)), before)
         self.assertEqual(self.file.read_text(), "old")
 
