@@ -236,6 +236,7 @@ class PythonTest(unittest.TestCase):
             port.info()
             self.assertRaises(IndexError, library.__getitem__, 2)
             self.assertRaises(IndexError, library.__getitem__, -1)
+            self.assertRaises(TypeError, library.__getitem__, 0.5)
             port.close()
             self.assertRaisesRegex(varnok.UsageError, "port 0 is not open", port.info)
             port.close()

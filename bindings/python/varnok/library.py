@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import ctypes
+import operator
 from types import TracebackType
 from typing import Iterator, NamedTuple, Optional, Type
 
@@ -83,6 +84,7 @@ class Library:
 
     def __getitem__(self, instance: int) -> Port:
         """The port with this number, from 0. It is not open yet. IndexError when there is none."""
+        instance = operator.index(instance)
         use = self._used()
         if not 0 <= instance < use.ports:
             raise IndexError(f"there is no port {instance}: the host has {use.ports}")
