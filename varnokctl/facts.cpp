@@ -36,7 +36,7 @@ std::vector<std::string> host_facts(const inventory &host)
     bool all_listed = true, all_targets = true;
     for (const port_entry &port : host.ports) {
         targets += port.targets.size();
-        all_targets = all_targets && !port.targets_unread;
+        all_targets = all_targets && port.info && !port.targets_unread;
         for (const target_entry &target : port.targets) {
             luns += target.luns.size();
             all_listed =

@@ -138,12 +138,17 @@ class ReportTest(ToolCase):
         self.assertIn("Nothing changed.", self.page(LAB_CAPTURE, LAB_CAPTURE).text)
         self.assertNotIn("Changes since", self.page(LAB_CAPTURE, half).text)
         unread = changed([(("ports", 1),), *failing("OpenAdapter", 1, status=2**31 + 7)])
-        self.assertIn("Nothing that was compared changed.", self.page(LAB_CAPTURE, unread, status=3).text)
+        page = self.page(LAB_CAPTURE, unread, other, status=3)
+        self.assertIn("Nothing that was compared changed.", page.text)
+        self.assertIn("no changes since host-0; not all was compared", page.text)
+        pipes = ["bash", "-c", 'exec "$0" report <(cat "$1") <(cat "$1")', BIN / "varnokctl", *self.files(LAB_CAPTURE)]
+        self.assertIn("Nothing changed.", Page(subprocess.run(pipes, check=True, capture_output=True, text=True).stdout).text)
 
     def test_what_cannot_be_read(self):
-        good, bad, empty = self.files(LAB_CAPTURE, "{", {**LAB_CAPTURE, "ports": [], "complete": False, "failures": [
+        odd = changed([*failing("OpenAdapter", 0), (("failures", 0, "name"), [[]])])
+        good, bad, odd, empty = self.files(LAB_CAPTURE, "{", odd, {**LAB_CAPTURE, "ports": [], "complete": False, "failures": [
             {"call": "VARNOK_LoadLibrary", "meaning": "m"}]})
-        for captures, status, page in [([bad], 1, False), (["/nowhere/x.json", empty], 1, False), ([good, bad, "/nowhere/x.json"], 3, True),
+        for captures, status, page in [([bad], 1, False), (["/nowhere/x.json", empty], 1, False), ([good, bad, odd, "/nowhere/x.json"], 3, True),
                                        ([good], 0, True), (["-", "-"], 2, False)]:
             result = report(*captures)
             self.assertEqual((result.returncode, result.stdout != ""), (status, page), result.stderr)
@@ -158,6 +163,21 @@ class ReportTest(ToolCase):
         self.assertIn("VARNOK_GetLunInfo, port 0, target 0", Page(lost.stdout).text)
         nobody = on_host(self.scenario({"ports": [], "drivers": []}), "report")
         self.assertEqual((nobody.returncode, nobody.stdout), (4, ""))
+
+    def test_what_is_not_known_is_no_zero(self):
+        ports = {"driver": "pelt", "repeat": 2, "sessions": [{}, {}]}
+        fault = {**FAULT, "driver": "pelt", "errno": "EIO"}
+        del fault["instance"]
+        unlisted = ({**fault, "request": "scsi_cmd", "nth": 1}, {**fault, "request": "tgt_info", "nth": 1}, fault)
+        pages = [self.page(on_host(self.scenario({"ports": [ports], "faults": [one]}), "capture").stdout, LAB_CAPTURE, status=3)
+                 for one in unlisted]
+        for page in pages:
+            self.assertNotRegex(page.text, "no (targets|LUNs|devices)")
+            self.assertIn("LUNs not readable", page.text)
+        self.assertIn("0 of 2, 2 not readable", pages[-1].text)
+        sessions = on_host(self.scenario({"ports": [ports], "faults": [{**fault, "request": "sess_info", "target": 1}]}), "report")
+        boxes = [attrs["class"] for tag, attrs in Page(sessions.stdout).tags if attrs.get("class", "").startswith("box ")]
+        self.assertEqual(boxes.count("box u"), 2, boxes)
 
     def test_two_of_one_name(self):
         folders = self.folder(), self.folder()

@@ -249,7 +249,8 @@ void put_changes(page_data &data, const host_caption &caption)
 std::vector<std::string> facts_of(const inventory &host, size_t devices, const host_totals &totals)
 {
     std::vector<std::string> facts = host_facts(host);
-    facts.push_back(counted(devices, "device"));
+    if (devices != 0 || totals.devices == "0")
+        facts.push_back(counted(devices, "device"));
     if (!totals.capacity.empty())
         facts.push_back(totals.capacity);
     return facts;
@@ -268,11 +269,14 @@ host_totals totals_of(const examined_host &examined)
     const auto online = std::ranges::count_if(host.ports, [](const port_entry &port) {
         return port.info && port.info->PortState == VARNOK_PORT_STATE_0;
     });
+    const auto unread = std::ranges::count_if(host.ports, [](const auto &p) { return !p.info; });
     const std::vector<std::string> facts = host_facts(host);
-    return {.ports_online = fmt::format("{} of {}", online, host.ports.size()),
+    const std::string luns = number_in(facts.at(2));
+    return {.ports_online = fmt::format("{} of {}", online, host.ports.size()) +
+                            (unread == 0 ? "" : fmt::format(", {} not readable", unread)),
             .targets = number_in(facts.at(1)),
-            .luns = number_in(facts.at(2)),
-            .devices = fmt::to_string(devices.size()),
+            .luns = luns,
+            .devices = devices.empty() ? luns : fmt::to_string(devices.size()),
             .capacity = capacity_text(sum)};
 }
 

@@ -61,10 +61,26 @@ const char *shape_of(health_status level)
         return "M12 34a4 4 0 1 0 8 0a4 4 0 1 0-8 0";
     case health_status::warning:
         return "M16 29l5 9h-10z";
+    case health_status::unknown: // a ring
+        return "M12 34a4 4 0 1 0 8 0a4 4 0 1 0-8 0zm2 0a2 2 0 1 1 4 0a2 2 0 1 1-4 0z";
     default:
         return "M12.5 29l3.5 3.5 3.5-3.5 1.5 1.5-3.5 3.5 3.5 3.5-1.5 1.5-3.5-3.5-3.5 3.5-1.5-1.5 "
                "3.5-3.5-3.5-3.5z";
     }
+}
+
+bool is_found(health_status level)
+{
+    return level == health_status::warning || level == health_status::critical;
+}
+
+bool is_unread(const device_path &path) { return path_state(path).empty(); }
+
+health_status level_of(const device_path &path)
+{
+    return !path_works(path) ? health_status::critical
+           : is_unread(path) ? health_status::unknown
+                             : health_status::ok;
 }
 
 // Boxes past the limit become one, which is as bad as the worst of them.
@@ -80,10 +96,12 @@ void fold(picture_column &column, const char *noun)
     size_t bad = 0;
     for (auto box = rest; box != column.boxes.end(); ++box) {
         last.level = worse(last.level, box->level);
-        bad += box->level != health_status::ok ? 1 : 0;
+        bad += is_found(box->level) ? 1 : 0;
     }
     if (bad != 0)
         last.sub = fmt::format("{} with a finding", bad);
+    else if (last.level == health_status::unknown)
+        last.sub = "not all were read";
     last.name += fmt::format(" {}", noun);
     column.boxes.erase(rest, column.boxes.end());
     column.boxes.push_back(std::move(last));
@@ -177,17 +195,13 @@ class painter
         if (is_new)
             box.sub += (box.sub.empty() ? "" : ", ") + lun_count(target);
         place_of_[&target] = place;
-        const health_status level = marks_.target(port, target).level;
-        box.level = worse(box.level, level);
-        lines_[0].push_back({port_place, place, line_level(port, target, level)});
-    }
-
-    static health_status line_level(const port_entry &port, const target_entry &target,
-                                    health_status level)
-    {
         const device_path path = {&port, &target, nullptr,
                                   session_of(port, target.info.ScsiTgtNum)};
-        return path_works(path) ? level : health_status::critical;
+        const health_status level = marks_.target(port, target).level;
+        box.level = worse(box.level, level);
+        if (is_unread(path))
+            box.level = worse(box.level, health_status::unknown);
+        lines_[0].push_back({port_place, place, worse(level, level_of(path))});
     }
 
     // Each near its targets, so that fewer lines cross.
@@ -225,11 +239,12 @@ class painter
             box.level = worse(box.level, works ? health_status::warning : health_status::critical);
         else if (bad != 0)
             box.sub += fmt::format("; {} with a finding", bad);
+        if (std::ranges::any_of(group.paths, is_unread))
+            box.level = worse(box.level, health_status::unknown);
         const size_t place = columns_[devices_column].boxes.size();
         columns_[devices_column].boxes.push_back(std::move(box));
         for (const device_path &path : group.paths)
-            lines_[1].push_back({place_of_.at(path.target), place,
-                                 path_works(path) ? health_status::ok : health_status::critical});
+            lines_[1].push_back({place_of_.at(path.target), place, level_of(path)});
     }
 
     // Each column stands in the middle of the picture's height.

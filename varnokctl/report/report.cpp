@@ -231,9 +231,12 @@ reported_host reported(const inventory &host, host_caption caption)
         result.unjudged.push_back(failure_text(failure));
     if (host.ports.empty())
         result.unjudged.emplace_back("no adapters found");
-    if (caption.changes)
-        result.changes = fmt::format(
-            "{} since {}", counted(caption.changes->differences.size(), "change"), caption.before);
+    if (caption.changes) {
+        const auto &[differences, unread_before, unread_after] = *caption.changes;
+        const bool whole = unread_before.empty() && unread_after.empty();
+        result.changes = fmt::format("{} since {}{}", counted(differences.size(), "change"),
+                                     caption.before, whole ? "" : "; not all was compared");
+    }
     return result;
 }
 
