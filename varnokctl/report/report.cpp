@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 #include <map>
 #include <sys/utsname.h>
+#include <system_error>
 #include <utility>
 
 namespace ctl
@@ -57,10 +58,16 @@ std::vector<std::string> ports_of(const inventory &host)
 
 // ---- Captures ---------------------------------------------------------------------------------
 
+bool can_be_read_again(const std::string &path)
+{
+    std::error_code why;
+    return path != "-" && std::filesystem::is_regular_file(path, why);
+}
+
 struct read_capture {
     std::string path;
     std::string name;
-    std::string text; // of standard input, which cannot be read again
+    std::string text; // of a pipe, which cannot be read again
     size_t ports = 0; // by which it is known
     bool superseded = false;
 };
@@ -117,7 +124,8 @@ class capture_reader
         for (const std::string &port : ports)
             known_[port] = sources_.size();
         hosts_.push_back(reported(host, std::move(caption)));
-        sources_.push_back({path, name, path == "-" ? std::move(text) : "", ports.size()});
+        sources_.push_back(
+            {path, name, can_be_read_again(path) ? "" : std::move(text), ports.size()});
         if (!host.failures.empty())
             run_.complaints.push_back(fmt::format(
                 "{}: {} when the host was captured; the page lists what", shown_name(path),
@@ -169,7 +177,7 @@ class capture_reader
         const std::string after = std::exchange(reading_, source.path);
         caption.before = source.name;
         caption.changes = compare_captures(
-            parse_capture(source.path == "-" ? source.text : capture_text(source.path)), document,
+            parse_capture(source.text.empty() ? capture_text(source.path) : source.text), document,
             {.numbers = false, .output = page_style});
         source.superseded = true;
         reading_ = after;
