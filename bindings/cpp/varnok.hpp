@@ -158,8 +158,9 @@ class port
     }
     port &operator=(port &&other) noexcept
     {
-        std::swap(handle_, other.handle_);
-        std::swap(status_, other.status_);
+        port taken(std::move(other)); // at its end it closes what was open here
+        std::swap(handle_, taken.handle_);
+        std::swap(status_, taken.status_);
         return *this;
     }
     port(const port &) = delete;

@@ -78,7 +78,10 @@ TEST_P(CppTest, ObjectsOpenAndClose)
         {
             const varnok::library inner;
             varnok::port other(inner, 1);
-            port = std::move(other); // closes the first one when its new owner ends
+            port = std::move(other);       // closes the first one
+            EXPECT_EQ(other.handle(), 0U); // NOLINT(bugprone-use-after-move)
+            varnok::port &same = port;
+            port = std::move(same);
         }
         EXPECT_EQ(port.handle(), 2U);
         EXPECT_TRUE(port.info().ok());
