@@ -17,7 +17,7 @@ import time
 from report import fill, machine, table
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent
-BIN = SOURCE / "build/demo/bin"
+BIN = SOURCE / "build/install/bin"
 PAGE = SOURCE / "docs/many-hosts.md"
 MANY = 100_000
 Shape = collections.namedtuple("Shape", "ports targets luns")
@@ -121,8 +121,8 @@ def fleet_table(folder, count):
 def main():
     if "VARNOK_FLEET" not in os.environ:  # the library's users share names of a host
         os.chdir(SOURCE)
-        subprocess.run(["cmake", "--preset", "demo"], check=True, stdout=subprocess.DEVNULL)
-        subprocess.run(["cmake", "--build", "--preset", "demo"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--preset", "install"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--build", "--preset", "install"], check=True, stdout=subprocess.DEVNULL)
         os.environ["VARNOK_FLEET"] = "1"
         os.execv("tests/in_own_host", ["in_own_host", sys.executable, *sys.argv])
     count = int(sys.argv[1]) if len(sys.argv) > 1 else 1000
