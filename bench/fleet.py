@@ -115,7 +115,7 @@ def fleet_table(folder, count):
         took, size = seconds_for([BIN / "varnokctl", "report", *before])
         found += [("`varnokctl report`, one call, seconds", took, "{:,.1f}"), ("the report, MB", size / 1e6, "{:,.1f}")]
     rows = [[name, form.format(value), form.format(value * MANY / count)] for name, value, form in found]
-    return table(["what", f"{count:,} hosts, measured", f"{MANY:,} hosts, reckoned"], rows)
+    return table(["what", f"{count:,} hosts, measured", f"{MANY:,} hosts, extrapolated"], rows)
 
 
 def main():

@@ -195,10 +195,15 @@ class Tools(unittest.TestCase):
                 (folder / "yesterday").mkdir()
                 text = (folder / "captures/localhost.json").read_text()
                 (folder / "yesterday/localhost.json").write_text(text.replace("02:1e:2b:40:71:80", "02:1e:2b:40:71:00"))
+                example = run(BIN / "varnok-host", "example").stdout
+                unchanged = run(BIN / "varnok-host", "run", "-", "--", BIN / "varnokctl", "capture", input=example).stdout
+                for day in "captures", "yesterday":
+                    (folder / day / "unchanged.json").write_text(unchanged)
         said = "\n".join(said.values())
         for expected in ("changes/localhost.json.txt", "2 MH2120-2I\t7.13.75\n", "\ncaptures/localhost.json\n", "CRITICAL: ",
                          "critical\tport-offline\tport 4, vmhba68: link offline\n"):
             self.assertIn(expected, said)
+        self.assertNotIn("unchanged", said)
 
 
 if __name__ == "__main__":
