@@ -25,7 +25,7 @@ std::string help_text()
     for (const health_rule &rule : health_rules())
         text += fmt::format("  {} ({}):\n    {}\n    next: {}\n", rule.name,
                             status_word(rule.level), rule.looks_at, rule.next);
-    text += "Exit status:\n";
+    text += "\nExit status:\n";
     for (const auto &[code, meaning] : health_endings)
         text += fmt::format("  {}  {}\n", code, meaning);
     return text;
@@ -53,7 +53,7 @@ CLI::App *add_health(CLI::App &app, health_request &health, inventory_request &r
         ->check(is_rule)
         ->allow_extra_args(false);
     sub->add_option("--against", health.against,
-                    "What 'varnokctl capture' printed; - for standard input")
+                    "Look for what is gone since this capture, too; - for standard input")
         ->excludes(port);
     sub->final_callback([&health] {
         const bool wants_gone = std::ranges::find(health.only, gone_rule) != health.only.end();

@@ -42,12 +42,12 @@ CLI::App *add_metrics(CLI::App &app, metrics_request &request)
 {
     CLI::App *sub = app.add_subcommand("metrics", "Print the host as metrics for Prometheus");
     sub->add_option("--textfile", request.textfile,
-                    "Write them to this file instead, for the node exporter; it ends with .prom")
+                    "Write to this file instead, for the node exporter; its name ends with .prom")
         ->check(is_collected);
     CLI::Option *no_luns = sub->add_flag("--no-luns", request.no_luns,
                                          "Read no LUNs: fewer metrics, and no rules about LUNs");
     sub->add_option("--against", request.against,
-                    "What 'varnokctl capture' printed; - for standard input")
+                    "Look for what is gone since this capture, too; - for standard input")
         ->excludes(no_luns);
     sub->add_flag_callback(
            "--json",

@@ -252,8 +252,11 @@ CLI::App *add_report(CLI::App &app, report_options &options)
 {
     CLI::App *sub =
         app.add_subcommand("report", "Write a page to look at, of this host or of captures");
-    sub->footer("Write it to a file, and open that with a browser: varnokctl report >report.html\n"
-                "Of several captures of one host the page shows the last, and what changed.");
+    sub->footer(
+        "Write it to a file, and open that with a browser: varnokctl report >report.html\n"
+        "Of several captures of one host the page shows the last, and what changed.\n\n"
+        "Exit status: 0 for a whole page, 3 for one that lacks what could not be read, 1 if there\n"
+        "is no host to show, 2 for wrong usage, 4 if the library could not be loaded.");
     sub->add_option("CAPTURE", options.captures,
                     "What 'varnokctl capture' printed; - for standard input; none for this host");
     sub->final_callback([&options] {
