@@ -137,8 +137,8 @@ struct scsi_lun {
 
 inline scsi_lun lun_of(const VARNOK_LUN_INFO &lun) { return {lun.ScsiLunNum, lun.ScsiLunNumExt}; }
 
-// What a device sent. The library tells neither the SCSI status nor how much came: zeros follow what
-// did. Sense data that says why a command failed comes with a good status, too.
+// What a device sent. The library tells neither the SCSI status nor how much data came: the rest is
+// zeros. Look at the sense data even if the status is good: it may say that the command failed.
 struct scsi_reply {
     std::vector<std::uint8_t> data; // as long as was asked for
     std::array<std::uint8_t, sizeof(VARNOK_SCSI_CMND::Sense)> sense{};
@@ -211,8 +211,9 @@ class port
             });
     }
 
-    // Sends a SCSI command of 1 to 16 bytes that moves no data, reads as many bytes as it is given
-    // or writes these. A longer command, and data of 4 GiB, is VARNOK_STATUS_INVALID_PARAMETER.
+    // These send a SCSI command of 1 to 16 bytes: one without data, one that reads `size` bytes, and
+    // one that writes `data`. Any other length of the command, and 4 GiB of data or more, give
+    // VARNOK_STATUS_INVALID_PARAMETER.
     result<scsi_reply> send(std::uint32_t target, scsi_lun lun, const cdb &command) const
     {
         return carry_out(target, lun, command, VARNOK_SCSI_NO_DATA, 0, nullptr);

@@ -52,7 +52,7 @@ class Use:
         return handle.value
 
     def close(self, handle: int) -> None:
-        """Take one open back. A port that cannot be closed stays open."""
+        """Undo one `open`. A port that cannot be closed stays open."""
         self.check()
         _library.check("VARNOK_CloseAdapter", handle)
         self.handles.remove(handle)

@@ -62,7 +62,7 @@ class Library:
             self._opens += 1
 
     def close(self) -> None:
-        """Take one open back. The last one closes the ports. Closing a closed library does nothing."""
+        """Undo one `open`. The last one closes the ports. Closing a closed library does nothing."""
         with _library.lock:
             self._opens = max(0, self._opens - 1)
             if self._use is not None and self._opens == 0:

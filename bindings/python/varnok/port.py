@@ -43,7 +43,7 @@ class Port:
             self._opens += 1
 
     def close(self) -> None:
-        """Take one open back. Closing a closed port does nothing."""
+        """Undo one `open`. Closing a closed port does nothing."""
         with _library.lock:
             if self._opens and self._use.is_active:
                 self._use.close(self._handle)
