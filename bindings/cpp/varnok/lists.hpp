@@ -76,7 +76,7 @@ class record_room
     record_room(const record_room &) = delete;
     record_room &operator=(const record_room &) = delete;
 
-    bool ok() const { return memory_ != nullptr && memory_ != MAP_FAILED; }
+    bool ok() const { return memory_ != nullptr; }
     Record *entries() const { return static_cast<Record *>(memory_); }
 
     // How many entries the library wrote.
@@ -95,7 +95,8 @@ class record_room
     {
         constexpr int kind = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, no_file = -1;
         // cppcheck-suppress invalidFunctionArg; memory without a file has this number
-        return mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, no_file, 0);
+        void *const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, no_file, 0);
+        return memory == MAP_FAILED ? nullptr : memory;
     }
 
     bool is_zero(std::size_t at) const
