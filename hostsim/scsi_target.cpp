@@ -206,9 +206,10 @@ scsi_result run_scsi(const lun_list &luns, uint64_t target_number, uint64_t lun,
     const bool there = at != luns.by_wire.end() && wire(*at) == lun;
     const uint32_t position = there ? *at : 0;
     const lun_description *const unit = there ? luns.entries[position].what : nullptr;
-    const bool shared = unit != nullptr && unit->identity != 0;
-    const call c = {luns, unit, shared ? unit->identity : target_number << 16 | position, command,
-                    contents};
+    uint64_t identity = target_number << 16 | position;
+    if (unit != nullptr && unit->identity != 0)
+        identity = unit->identity; // several LUNs are this device
+    const call c = {luns, unit, identity, command, contents};
 
     if (command.cdb.empty())
         return check(bad_field);

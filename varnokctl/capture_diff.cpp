@@ -374,10 +374,10 @@ class comparer
 
 } // namespace
 
-// cppcheck-suppress CastIntegerToAddressAtReturn; a false alarm
 const char *change_word(change kind)
 {
     constexpr std::array<const char *, 3> words = {"added", "gone", "changed"};
+    // cppcheck-suppress CastIntegerToAddressAtReturn; a false alarm
     return words[static_cast<size_t>(kind)];
 }
 

@@ -96,7 +96,9 @@ class record_room
         constexpr int kind = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, no_file = -1;
         // cppcheck-suppress invalidFunctionArg; memory without a file has this number
         void *const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, no_file, 0);
-        return memory == MAP_FAILED ? nullptr : memory;
+        if (memory == MAP_FAILED)
+            return nullptr;
+        return memory;
     }
 
     bool is_zero(std::size_t at) const
