@@ -11,8 +11,6 @@ namespace ctl
 namespace
 {
 
-constexpr const char *not_readable = "LUNs not readable";
-
 std::string size_of(const VARNOK_LUN_INFO &lun, const output_style &style)
 {
     const std::string size = size_text(lun.Capacity);
@@ -29,7 +27,7 @@ std::string name_of(const VARNOK_LUN_INFO &lun, const output_style &style)
 
 } // namespace
 
-std::vector<std::string> host_facts(const inventory &host)
+host_counts counts_of(const inventory &host)
 {
     size_t targets = 0;
     size_t luns = 0;
@@ -43,9 +41,19 @@ std::vector<std::string> host_facts(const inventory &host)
                 all_listed && target.is_counted && target.luns.size() >= target.info.LunCount;
         }
     }
-    return {counted(host.ports.size(), "port"),
-            targets == 0 && !all_targets ? targets_not_readable : counted(targets, "target"),
-            luns == 0 && !(all_listed && all_targets) ? not_readable : counted(luns, "LUN")};
+    host_counts counts = {host.ports.size(), {}, {}};
+    if (targets != 0 || all_targets)
+        counts.targets = targets;
+    if (luns != 0 || (all_listed && all_targets))
+        counts.luns = luns;
+    return counts;
+}
+
+std::vector<std::string> host_facts(const inventory &host)
+{
+    const auto [ports, targets, luns] = counts_of(host);
+    return {counted(ports, "port"), targets ? counted(*targets, "target") : targets_not_readable,
+            luns ? counted(*luns, "LUN") : luns_not_readable};
 }
 
 std::string target_address(const port_entry &port, const target_entry &target)
@@ -57,7 +65,7 @@ std::string target_address(const port_entry &port, const target_entry &target)
 
 std::string lun_count(const target_entry &target)
 {
-    return target.is_counted ? counted(target.info.LunCount, "LUN") : not_readable;
+    return target.is_counted ? counted(target.info.LunCount, "LUN") : luns_not_readable;
 }
 
 std::vector<std::string> lun_facts(const lun_entry &lun, const output_style &style)

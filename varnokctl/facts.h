@@ -4,6 +4,8 @@
 #include "varnokctl/model.h"
 #include "varnokctl/text.h"
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,15 @@ namespace ctl
 {
 
 constexpr const char *targets_not_readable = "targets not readable";
+constexpr const char *luns_not_readable = "LUNs not readable";
+
+// Those that were read. Nothing where none was read, and there may be some.
+struct host_counts {
+    size_t ports;
+    std::optional<size_t> targets, luns;
+};
+
+host_counts counts_of(const inventory &host);
 
 // "5 ports", "5 targets", "13 LUNs"
 std::vector<std::string> host_facts(const inventory &host);

@@ -169,7 +169,8 @@ class port
     const varnok::status &status() const { return status_; } // of the open
     std::uint32_t handle() const { return handle_; }         // for calls in C; 0 when it is closed
 
-    // For those who want to know how it went. A port that is closed stays so.
+    // For those who want to know how it went. It is not tried twice: a descriptor that failed to
+    // close may be another file's by then. Closing a closed port does nothing.
     varnok::status close()
     {
         const std::uint32_t handle = std::exchange(handle_, 0);

@@ -95,6 +95,21 @@ TEST_P(CppTest, ObjectsOpenAndClose)
     expect_nothing_held();
 }
 
+TEST_P(CppTest, ACloseThatFailsIsNotRepeated)
+{
+    simulate_targets();
+    const varnok::library library;
+    {
+        varnok::port port(library, 0);
+        platform::fail_call("close", 1, EIO);
+        EXPECT_EQ(port.close().code(), GetParam().native ? 0U : EIO);
+        EXPECT_EQ(port.handle(), 0U);
+        platform::reset();
+        EXPECT_TRUE(port.close().ok());
+    }
+    EXPECT_EQ(std::ranges::count(platform::calls(), "close"), 0);
+}
+
 TEST_P(CppTest, CommandsMoveBytes)
 {
     simulate_targets();

@@ -78,11 +78,9 @@ std::string state_words(const std::string &state)
     return number ? "state " + state : state;
 }
 
-// "5" of "5 ports"; words that say why there is no number stay.
-std::string number_in(const std::string &fact)
+std::string number_or(const std::optional<size_t> &number, const char *words)
 {
-    const std::string first = fact.substr(0, fact.find(' '));
-    return first == "no" ? "0" : state_words(first) != first ? first : fact;
+    return number ? fmt::to_string(*number) : words;
 }
 
 // ---- Ports and targets ------------------------------------------------------------------------
@@ -270,11 +268,11 @@ host_totals totals_of(const examined_host &examined)
         return port.info && port.info->PortState == VARNOK_PORT_STATE_0;
     });
     const auto unread = std::ranges::count_if(host.ports, [](const auto &p) { return !p.info; });
-    const std::vector<std::string> facts = host_facts(host);
-    const std::string luns = number_in(facts.at(2));
+    const host_counts counts = counts_of(host);
+    const std::string luns = number_or(counts.luns, luns_not_readable);
     return {.ports_online = fmt::format("{} of {}", online, host.ports.size()) +
                             (unread == 0 ? "" : fmt::format(", {} not readable", unread)),
-            .targets = number_in(facts.at(1)),
+            .targets = number_or(counts.targets, targets_not_readable),
             .luns = luns,
             .devices = devices.empty() ? luns : fmt::to_string(devices.size()),
             .capacity = capacity_text(sum)};

@@ -56,9 +56,9 @@ class record_room
 {
   public:
     explicit record_room(std::size_t count)
-        : count_(count), is_small_(count * sizeof(Record) <= most_in_heap),
+        : count_(count), is_small_(count <= most_in_heap / sizeof(Record)),
           memory_(is_small_ ? std::calloc(std::max<std::size_t>(count, 1), sizeof(Record))
-                            : mapped(count * sizeof(Record))),
+                            : mapped(count)),
           marked_(ok() ? std::min(count, most_marked) : 0)
     {
         for (Record *record = entries(); record != entries() + marked_; ++record) {
@@ -91,8 +91,11 @@ class record_room
   private:
     static constexpr std::size_t most_in_heap = 1 << 20, most_marked = 4096;
 
-    static void *mapped(std::size_t size)
+    static void *mapped(std::size_t count)
     {
+        if (count > SIZE_MAX / sizeof(Record)) // where a size has 32 bits
+            return nullptr;
+        const std::size_t size = count * sizeof(Record);
         constexpr int kind = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, no_file = -1;
         // cppcheck-suppress invalidFunctionArg; memory without a file has this number
         void *const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, no_file, 0);
